@@ -1,0 +1,33 @@
+# How tests are declared.
+include_guard()
+include(GoogleTest)
+find_package(GTest REQUIRED)
+
+# brisca_test(<target> SOURCES <file>... [FLOORS <floor>...] [LIBS <library>...] [LABEL unit|system]
+#             [SANDBOX] [SERIAL] [TIMEOUT <seconds>] [QT])
+# A GoogleTest program; CTest runs each of its cases in a process of its own. SANDBOX runs it with /tmp,
+# /evse and /dev/evse of its own. SERIAL keeps other tests from running beside it.
+function(brisca_test target)
+    cmake_parse_arguments(ARG "SANDBOX;SERIAL;QT" "LABEL;TIMEOUT" "SOURCES;FLOORS;LIBS" ${ARGN})
+    if(NOT ARG_LABEL)
+        set(ARG_LABEL unit)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    add_executable(${target} ${ARG_SOURCES})
+    brisca_link_floors(${target} ${ARG_FLOORS})
+    target_link_libraries(${target} PRIVATE brisca_test_support GTest::gmock ${ARG_LIBS})
+    if(ARG_QT)
+        set_target_properties(${target} PROPERTIES AUTOMOC ON)
+    endif()
+    if(ARG_SANDBOX)
+        set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR
+                              "${PROJECT_SOURCE_DIR}/tests/support/sandbox.sh")
+    endif()
+    set(properties LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_SERIAL)
+        list(APPEND properties RUN_SERIAL ON)
+    endif()
+    gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+endfunction()

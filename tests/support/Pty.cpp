@@ -1,0 +1,64 @@
+#include "Pty.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+namespace testsupport {
+Pty::Pty() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+{
+    char name[64];
+    if (::grantpt(m_master.get()) != 0 || ::unlockpt(m_master.get()) != 0 ||
+        ::ptsname_r(m_master.get(), name, sizeof name) != 0)
+        throw std::runtime_error("no pseudo-terminal");
+    m_slavePath = name;
+    m_keepSlave = UniqueFd(::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    termios raw = {};
+    ::tcgetattr(m_keepSlave.get(), &raw);
+    ::cfmakeraw(&raw);
+    ::tcsetattr(m_keepSlave.get(), TCSANOW, &raw);
+}
+
+void Pty::write(std::string_view bytes) const
+{
+    while (!bytes.empty()) {
+        const ssize_t done = ::write(m_master.get(), bytes.data(), bytes.size());
+        if (done <= 0)
+            throw std::runtime_error("pseudo-terminal write failed");
+        bytes.remove_prefix(static_cast<std::size_t>(done));
+    }
+}
+
+std::string Pty::read(std::size_t count, std::chrono::milliseconds limit) const
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    std::string result;
+    while (result.size() < count) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        pollfd entry = {m_master.get(), POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+            break;
+        char buffer[4096];
+        const ssize_t got = ::read(m_master.get(), buffer, std::min(sizeof buffer, count - result.size()));
+        if (got <= 0)
+            break;
+        result.append(buffer, static_cast<std::size_t>(got));
+    }
+    return result;
+}
+
+std::string Pty::readAvailable() const
+{
+    return read(1 << 20, std::chrono::milliseconds(1));
+}
+
+void Pty::hangUp()
+{
+    m_keepSlave.reset();
+    m_master.reset();
+}
+}  // namespace testsupport

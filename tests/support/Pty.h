@@ -1,0 +1,34 @@
+#pragma once
+
+#include "UniqueFd.h"
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace testsupport {
+/// A pseudo-terminal: the test plays the chip on the master side, the code under test opens slavePath().
+class Pty
+{
+public:
+    Pty();
+
+    [[nodiscard]] const std::string& slavePath() const { return m_slavePath; }
+    [[nodiscard]] int master() const { return m_master.get(); }
+
+    /// Writes all bytes to the code under test.
+    void write(std::string_view bytes) const;
+    /// Reads until @p count bytes came or @p limit passed; returns what came.
+    [[nodiscard]] std::string read(std::size_t count,
+                                   std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
+    /// Reads what is waiting now, without blocking.
+    [[nodiscard]] std::string readAvailable() const;
+    /// Hangs the line up: the slave side sees end of file from now on.
+    void hangUp();
+
+private:
+    UniqueFd m_master;
+    UniqueFd m_keepSlave;  // an open slave keeps the master from reporting EIO between two opens
+    std::string m_slavePath;
+};
+}  // namespace testsupport

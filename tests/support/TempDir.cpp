@@ -1,0 +1,42 @@
+#include "TempDir.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace testsupport {
+TempDir::TempDir()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "brisca-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    m_path = pattern;
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+std::string TempDir::file(std::string_view name) const
+{
+    return m_path + "/" + std::string(name);
+}
+
+std::string TempDir::write(std::string_view name, std::string_view content) const
+{
+    std::ofstream(file(name), std::ios::binary) << content;
+    return file(name);
+}
+
+std::string readFile(const std::string& path)
+{
+    const std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+}  // namespace testsupport

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace testsupport {
+/// A directory of its own for one test, removed with everything in it.
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return m_path; }
+    [[nodiscard]] std::string file(std::string_view name) const;
+    /// Writes a file into the directory and returns its path.
+    std::string write(std::string_view name, std::string_view content) const;
+
+private:
+    std::string m_path;
+};
+
+/// The whole content of a file; empty when it cannot be read.
+std::string readFile(const std::string& path);
+}  // namespace testsupport
