@@ -1,0 +1,28 @@
+#!/bin/bash
+# Installs the Debian packages that building, testing, measuring and demonstrating this project need.
+# Needs root, or sudo. Packages that are there already are left alone.
+set -euo pipefail
+
+build=(g++ cmake ninja-build pkg-config ccache git qtbase5-dev libsystemd-dev)
+tests=(libgtest-dev libgmock-dev bubblewrap dbus-daemon libglib2.0-bin systemd lrzsz python3)
+lint=(clang clang-format clang-tidy libclang-rt-14-dev)
+bench=(libbenchmark-dev libspdlog-dev)
+tools=(libcoap3-dev)
+packaging=(dpkg-dev lintian)
+
+missing=()
+for package in "${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}"; do
+    state=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$state" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "setup: run as root, or install sudo" >&2; exit 1; }
+    as_root=(sudo)
+fi
+echo "setup: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${missing[@]}" >/dev/null
