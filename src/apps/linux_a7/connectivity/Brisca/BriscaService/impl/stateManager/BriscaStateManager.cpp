@@ -1,0 +1,35 @@
+#include "BriscaStateManager.h"
+
+#include "StateHandlerI.h"
+#include "facade/Log.h"
+
+BRISCA_LOG_NODE(logNode, "BriscaService.StateManager");
+
+namespace {
+bool canBeEntered(BriscaState state)
+{
+    return state >= BOOTLOADER && state <= ERROR;
+}
+}  // namespace
+
+void BriscaStateManager::registerStateHandler(const BriscaState& state, StateHandlerI& handler)
+{
+    if (canBeEntered(state))
+        m_handlers[state] = &handler;
+}
+
+void BriscaStateManager::switchState(const BriscaState& newState)
+{
+    // An entry that fails switches to ERROR from inside onEnter(), with a reference that may be gone or
+    // changed when it returns.
+    const BriscaState target = newState;
+    BRISCA_NOTIC(logNode, "Brisca service switch from %s state to %s state", to_string(m_current).c_str(),
+                 to_string(target).c_str());
+    if (!canBeEntered(target))
+        return;
+    if (StateHandlerI* const left = m_handlers[m_current])
+        left->onExit();
+    m_current = target;
+    if (StateHandlerI* const entered = m_handlers[target])
+        entered->onEnter();
+}
