@@ -1,6 +1,7 @@
 #include "thread/Thread.h"
 
 #include "facade/Log.h"
+#include "thread/SignalStack.h"
 
 #include <cerrno>
 #include <csignal>
@@ -31,6 +32,7 @@ void Thread::Start(void* argument)
 
 void* Thread::EntryPoint(void* self)
 {
+    const SignalStack signalStack;
     auto* const thread = static_cast<Thread*>(self);
     thread->m_id.store(pthread_self(), std::memory_order_release);
     thread->Run(thread->m_argument);
