@@ -1,0 +1,26 @@
+#pragma once
+
+#include <span>
+
+// The CRC of XMODEM-CRC: CRC-16 with polynomial 0x1021, initial value 0, no reflection and no final XOR.
+
+/// Shifts one bit (1 when @p bit is non-zero) into the CRC.
+[[nodiscard]] constexpr unsigned short crc_update(unsigned short crc, int bit)
+{
+    constexpr unsigned kPolynomial = 0x1021;
+    constexpr unsigned kTopBit = 0x8000;
+    const unsigned shifted = ((crc << 1) | (bit != 0 ? 1U : 0U)) & 0xFFFFU;
+    return static_cast<unsigned short>((crc & kTopBit) != 0 ? shifted ^ kPolynomial : shifted);
+}
+
+/// CRC of @p length bytes, bit by bit: the definition that crc16_block() is held against.
+[[nodiscard]] unsigned short crc16(const unsigned char* data, unsigned short length);
+
+/// The same value, a table look-up a byte.
+[[nodiscard]] unsigned short crc16_block(std::span<const unsigned char> data);
+
+/// Exchanges the two bytes.
+[[nodiscard]] constexpr unsigned short swap16(unsigned short value)
+{
+    return static_cast<unsigned short>(((value << 8) | (value >> 8)) & 0xFFFF);
+}
