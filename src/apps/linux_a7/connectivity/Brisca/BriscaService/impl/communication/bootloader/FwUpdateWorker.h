@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class SerialPort;
+
+/// One upload of a firmware image, run on a thread of its own.
+class FwUpdateWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// @param filePath         image file
+    /// @param port             open port whose line is this worker's alone until finished(); must outlive it
+    /// @param cancelDescriptor becomes readable to end the upload from another thread; -1 for none
+    FwUpdateWorker(const QString& filePath, SerialPort& port, QObject* parent, int cancelDescriptor = -1);
+
+Q_SIGNALS:
+    /// The worker has done its work and touches the port no more.
+    void finished();
+    /// Outcome of the upload; emitted exactly once, before finished().
+    void fwCompleteStatus(bool success);
+    /// Never emitted; the client logs it.
+    void error(QString text);
+
+public Q_SLOTS:
+    /// Sends the image; returns when the upload has ended.
+    void process();
+
+private:
+    [[nodiscard]] bool upload();
+
+    SerialPort& m_port;
+    QString m_filePath;
+    int m_cancelDescriptor;
+};
