@@ -176,3 +176,5 @@ gecko_cmd_packet* gecko_wait_message();
 gecko_cmd_packet* gecko_wait_response();
 /// The oldest event; with @p block 0, null when nothing waits. A failing line ends the call with null.
 gecko_cmd_packet* gecko_get_event(int block);
+/// Forgets every queued event: what a chip that has been reset reported means nothing any more.
+void gecko_discard_events();

@@ -1,0 +1,206 @@
+#include "gecko.h"
+
+#include <algorithm>
+#include <span>
+
+#include "BglibLock.h"
+#include "GOS.h"
+
+namespace {
+constexpr std::uint8_t kTechnologyMask = 0x78;
+constexpr std::uint8_t kBluetooth = 0x20;
+constexpr std::uint8_t kTypeMask = 0xF8;  // message type and technology
+constexpr std::uint8_t kEvent = 0xA0;
+constexpr std::uint8_t kResponse = 0x20;
+constexpr std::uint32_t kResponseDelayMs = 10;
+constexpr int kResponseTries = 100;
+
+gecko_cmd_packet command;   // gecko_exchange_lock
+gecko_cmd_packet response;  // gecko_exchange_lock
+std::recursive_mutex exchangeMutex;
+
+// What came of reading one packet.
+enum class Outcome { Response, Event, Dropped, LineFailed };
+
+bool readBytes(std::span<std::uint8_t> buffer)
+{
+    const bglib_input_function input = bglib_input;
+    return input != nullptr && input(static_cast<std::uint32_t>(buffer.size()), buffer.data()) >= 0;
+}
+
+// Bytes waiting; a line that cannot be looked at may have some.
+std::int32_t peek()
+{
+    const bglib_peek_function look = bglib_peek;
+    return look == nullptr ? 1 : look();
+}
+
+std::uint32_t nextSlot(std::uint32_t slot)
+{
+    return (slot + 1) % kGeckoQueueLength;
+}
+
+bool ringIsEmpty()
+{
+    return gecko_queue_r == gecko_queue_w;
+}
+
+bool ringIsFull()
+{
+    return nextSlot(gecko_queue_w) == gecko_queue_r;
+}
+
+bool readPayload(gecko_cmd_packet& packet, std::size_t length)
+{
+    return length == 0 || readBytes(std::span(packet.payload).first(length));
+}
+
+Outcome dropPayload(std::size_t length)
+{
+    gecko_cmd_packet scratch;
+    return readPayload(scratch, length) ? Outcome::Dropped : Outcome::LineFailed;
+}
+
+Outcome readEvent(const gecko_cmd_packet& header)
+{
+    const std::size_t length = gecko_payload_length(header);
+    if (ringIsFull())
+        return dropPayload(length);
+    gecko_cmd_packet& slot = gecko_queue[gecko_queue_w];
+    gecko_queue_w = nextSlot(gecko_queue_w);
+    slot.header = header.header;
+    if (readPayload(slot, length))
+        return Outcome::Event;
+    // The slot stays taken; zeros are better than what an older event left in it.
+    slot.payload = {};
+    return Outcome::LineFailed;
+}
+
+Outcome readResponse(const gecko_cmd_packet& header)
+{
+    response.header = header.header;
+    if (readPayload(response, gecko_payload_length(header)))
+        return Outcome::Response;
+    // Cut short it would pass for a success: its header matches and its result is still zero.
+    response = {};
+    return Outcome::LineFailed;
+}
+
+Outcome readPacket()
+{
+    gecko_cmd_packet packet;
+    const std::span header(packet.header);
+    if (!readBytes(header.first(1)))
+        return Outcome::LineFailed;
+    if ((header[0] & kTechnologyMask) != kBluetooth)
+        return Outcome::Dropped;
+    if (!readBytes(header.subspan(1)))
+        return Outcome::LineFailed;
+    if (gecko_payload_length(packet) > kGeckoMaxPayload)
+        return Outcome::Dropped;
+    return (header[0] & kTypeMask) == kEvent ? readEvent(packet) : readResponse(packet);
+}
+
+void sendCommand()
+{
+    const std::size_t length = std::min(gecko_payload_length(command), kGeckoMaxPayload);
+    std::array<std::uint8_t, sizeof(gecko_cmd_packet)> bytes;
+    // One packet, one write.
+    std::copy_n(command.payload.begin(), length,
+                std::copy(command.header.begin(), command.header.end(), bytes.begin()));
+    if (const bglib_output_function output = bglib_output)
+        output(static_cast<std::uint32_t>(kGeckoHeaderSize + length), bytes.data());
+}
+
+gecko_cmd_packet* getEventLocked(int block)
+{
+    const gecko_exchange_lock exchange;
+    const BglibLock lock;
+    return lock.lineUsable() ? gecko_get_event(block) : nullptr;
+}
+}  // namespace
+
+gecko_cmd_packet* const gecko_cmd_msg = &command;
+gecko_cmd_packet* const gecko_rsp_msg = &response;
+
+std::array<gecko_cmd_packet, kGeckoQueueLength> gecko_queue;
+std::atomic<std::uint32_t> gecko_queue_r{0};
+std::atomic<std::uint32_t> gecko_queue_w{0};
+
+std::atomic<bglib_output_function> bglib_output{nullptr};
+std::atomic<bglib_input_function> bglib_input{nullptr};
+std::atomic<bglib_peek_function> bglib_peek{nullptr};
+
+gecko_exchange_lock::gecko_exchange_lock() : m_guard(exchangeMutex) {}
+
+void gecko_handle_command(std::uint32_t, void*)
+{
+    const gecko_exchange_lock exchange;
+    const BglibLock lock;
+    if (!lock.lineUsable()) {
+        response = {};
+        return;
+    }
+    sendCommand();
+    GOS_WaitForDelay(kResponseDelayMs);
+    gecko_wait_response();
+}
+
+void gecko_handle_command_noresponse(std::uint32_t, void*)
+{
+    const gecko_exchange_lock exchange;
+    const BglibLock lock;
+    if (lock.lineUsable())
+        sendCommand();
+}
+
+gecko_cmd_packet* gecko_wait_event()
+{
+    return getEventLocked(1);
+}
+
+gecko_cmd_packet* gecko_peek_event()
+{
+    return getEventLocked(0);
+}
+
+int gecko_event_pending()
+{
+    const bglib_peek_function look = bglib_peek;
+    return !ringIsEmpty() || (look != nullptr && look() != 0) ? 1 : 0;
+}
+
+gecko_cmd_packet* gecko_wait_message()
+{
+    return readPacket() == Outcome::Response ? gecko_rsp_msg : nullptr;
+}
+
+gecko_cmd_packet* gecko_wait_response()
+{
+    for (int i = 0; i < kResponseTries; ++i) {
+        if (peek() > 0 && readPacket() == Outcome::Response)
+            return gecko_rsp_msg;
+    }
+    return nullptr;
+}
+
+gecko_cmd_packet* gecko_get_event(int block)
+{
+    while (ringIsEmpty()) {
+        if (block == 0 && peek() <= 0)
+            return nullptr;
+        const Outcome outcome = readPacket();
+        if (outcome == Outcome::Response)
+            return gecko_rsp_msg;
+        if (outcome == Outcome::LineFailed)
+            return nullptr;
+    }
+    gecko_cmd_packet& event = gecko_queue[gecko_queue_r];
+    gecko_queue_r = nextSlot(gecko_queue_r);
+    return &event;
+}
+
+void gecko_discard_events()
+{
+    gecko_queue_r = gecko_queue_w.load();
+}
