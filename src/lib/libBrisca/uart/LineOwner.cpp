@@ -1,13 +1,13 @@
 #include "LineOwner.h"
 
-#include <atomic>
-#include <chrono>
-
 #include "BglibLock.h"
 #include "LineState.h"
 #include "facade/Log.h"
 #include "gecko.h"
 #include "uart_posix.h"
+
+#include <atomic>
+#include <chrono>
 
 BRISCA_LOG_NODE(logNode, "serial_brisca");
 

@@ -1,11 +1,11 @@
 #include "NCPDriver.h"
 
-#include <algorithm>
-
 #include "LineOwner.h"
 #include "LineState.h"
 #include "gecko.h"
 #include "uart_posix.h"
+
+#include <algorithm>
 
 namespace {
 constexpr std::uint32_t kBaudRate = 115200;

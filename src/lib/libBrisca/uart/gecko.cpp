@@ -1,10 +1,10 @@
 #include "gecko.h"
 
-#include <algorithm>
-#include <span>
-
 #include "BglibLock.h"
 #include "GOS.h"
+
+#include <algorithm>
+#include <span>
 
 namespace {
 constexpr std::uint8_t kTechnologyMask = 0x78;

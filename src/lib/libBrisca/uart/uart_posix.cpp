@@ -1,5 +1,8 @@
 #include "uart_posix.h"
 
+#include "UsageGate.h"
+#include "facade/Log.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -12,9 +15,6 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
-
-#include "UsageGate.h"
-#include "facade/Log.h"
 
 BRISCA_LOG_NODE(logNode, "serial_brisca");
 
