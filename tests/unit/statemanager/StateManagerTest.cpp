@@ -111,6 +111,10 @@ struct NoState
     int value;
     const char* logged;
 };
+void PrintTo(const NoState& row, std::ostream* out)
+{
+    *out << row.logged;
+}
 class ValuesThatAreNoState : public StateManager, public testing::WithParamInterface<NoState>
 {
 };

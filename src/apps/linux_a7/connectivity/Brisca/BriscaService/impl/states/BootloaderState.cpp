@@ -1,0 +1,111 @@
+#include "BootloaderState.h"
+
+#include "An760.h"
+#include "BluetoothManager.h"
+#include "BriscaStateManagerI.h"
+#include "IoEfr32ManagerI.h"
+#include "facade/Log.h"
+
+#include <QFile>
+
+#include <string>
+#include <vector>
+
+BRISCA_LOG_NODE(logNode, "BriscaService.states.BootloaderState");
+
+BootloaderState::BootloaderState(BriscaStateManagerI& stateManager, IoEfr32ManagerI& ioEfr32Manager,
+                                 An760& bootloader)
+    : m_stateManager(stateManager), m_ioEfr32Manager(ioEfr32Manager), m_bootloader(bootloader)
+{
+    connect(&bootloader, &An760::fwUpdateCompleteStatus, this, &BootloaderState::fwUpdateCompleteStatus);
+}
+
+void BootloaderState::onEnter()
+{
+    const bool isOpen = openAndFindPrompt();
+    // A prompt at the last attempt still counts as a failure, deliberately: a chip that needs four resets is
+    // not to be trusted with an upload.
+    if (!isOpen || m_retryNumber >= kMaxRetryNumber) {
+        m_stateManager.switchState(ERROR);
+        return;
+    }
+    BRISCA_DEBUG(logNode, "Success at retry number %d", m_retryNumber);
+}
+
+bool BootloaderState::openAndFindPrompt()
+{
+    m_retryNumber = 0;
+    bool isOpen = false;
+    for (std::uint8_t attempt = 0; attempt <= kMaxRetryNumber; ++attempt) {
+        isOpen = m_bootloader.open();
+        if (!isOpen)
+            continue;
+        m_retryNumber = attempt;
+        if (resetEfr32AndWaitPrompt())
+            break;
+        BRISCA_DEBUG(logNode, "Retry number: %d", attempt);
+        m_bootloader.close();
+    }
+    return isOpen;
+}
+
+void BootloaderState::onExit()
+{
+    m_bootloader.close();
+}
+
+bool BootloaderState::resetEfr32AndWaitPrompt()
+{
+    std::vector<char> received;
+    m_ioEfr32Manager.resetEfr32(false);
+    const bool found = m_bootloader.sendCarriageReturn() && m_bootloader.waitCommandPrompt(received);
+    BRISCA_DEBUG(logNode, "Text received:\n%s\n", std::string(received.begin(), received.end()).c_str());
+    return found;
+}
+
+bool BootloaderState::accepts(const char* request) const
+{
+    if (m_stateManager.getCurrentState() == BOOTLOADER)
+        return true;
+    BRISCA_WARN(logNode, "%s - Wrong state for this request.", request);
+    return false;
+}
+
+void BootloaderState::restart()
+{
+    m_stateManager.switchState(BOOTLOADER);
+}
+
+QString BootloaderState::getFwVersion()
+{
+    QString version;
+    if (accepts("getFwVersion"))
+        (void)m_bootloader.getFirmwareVersion(version);  // leaves the text empty when it fails
+    return version;
+}
+
+void BootloaderState::setBleName(const QString& name)
+{
+    if (accepts("setBleName"))
+        BluetoothManager::instance().setBleName(name);
+}
+
+void BootloaderState::startFirmware()
+{
+    if (accepts("startFirmware"))
+        m_stateManager.switchState(FIRMWARE);
+}
+
+bool BootloaderState::startFwUpdate(const QString& filename)
+{
+    if (!accepts("startFwUpdate"))
+        return false;
+    QFile file(filename);
+    if (!file.exists() || !file.open(QIODevice::ReadOnly)) {
+        BRISCA_ERROR(logNode, "The file can't be used (%s)", filename.toUtf8().constData());
+        return false;
+    }
+    file.close();
+    m_bootloader.updateFirmware(filename);
+    return true;
+}

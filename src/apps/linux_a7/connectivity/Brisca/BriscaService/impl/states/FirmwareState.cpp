@@ -1,0 +1,126 @@
+#include "FirmwareState.h"
+
+#include "An760I.h"
+#include "BluetoothManager.h"
+#include "BriscaStateManagerI.h"
+#include "IoEfr32ManagerI.h"
+#include "facade/Log.h"
+
+#include <cstdlib>
+#include <vector>
+
+BRISCA_LOG_NODE(logNode, "BriscaService.states.FirmwareState");
+
+namespace {
+const char* toText(bool outcome)
+{
+    return outcome ? "true" : "false";
+}
+}  // namespace
+
+FirmwareState::FirmwareState(BriscaStateManagerI& stateManager, IoEfr32ManagerI& ioEfr32Manager,
+                             An760I& bootloader)
+    : m_stateManager(stateManager),
+      m_ioEfr32Manager(ioEfr32Manager),
+      m_bluetoothManager(&BluetoothManager::instance()),
+      m_bootloader(bootloader)
+{
+}
+
+void FirmwareState::onEnter()
+{
+    m_ioEfr32Manager.resetEfr32(false);
+    BRISCA_NOTIC(logNode, "EFR32 restarted");
+    if (!reachPrompt()) {
+        failEntry();
+        return;
+    }
+    // Deliberate: a start command that cannot be sent leaves the state FIRMWARE with nothing running, and
+    // only a restart or another request gets the service out of it.
+    if (!m_bootloader.startFirmware())
+        return;
+    m_bootloader.close();  // the BLE stack opens the same device
+    if (!initBle() || !startApplication() || !startBle())
+        failEntry();
+}
+
+bool FirmwareState::reachPrompt()
+{
+    if (!m_bootloader.open())
+        return false;
+    std::vector<char> received;
+    const bool detected = m_bootloader.sendCarriageReturn() && m_bootloader.waitCommandPrompt(received);
+    BRISCA_NOTIC(logNode, "Prompt detected: %s", toText(detected));
+    return detected;
+}
+
+bool FirmwareState::initBle()
+{
+    const bool initialized = m_bluetoothManager->initBleCom();
+    BRISCA_NOTIC(logNode, "BLE initialized: %s", toText(initialized));
+    return initialized;
+}
+
+bool FirmwareState::startApplication()
+{
+    [[maybe_unused]] const int ignored = std::system("touch /tmp/EV3");
+    const bool started = m_coapProcess.launch(kProcessStartTimeoutMs);
+    BRISCA_NOTIC(logNode, "Coap started: %s", toText(started));
+    if (!started) {
+        BRISCA_ERROR(logNode, "Fail to start the CoAP aaplication.");
+        // Deliberate: the failed entry then switches once more, and the log shows both transitions.
+        m_stateManager.switchState(ERROR);
+    }
+    return started;
+}
+
+bool FirmwareState::startBle()
+{
+    const bool started = m_bluetoothManager->start();
+    BRISCA_NOTIC(logNode, "Bluetooth started: %s", toText(started));
+    return started;
+}
+
+void FirmwareState::failEntry()
+{
+    BRISCA_ERROR(logNode, "Error during launching of the firmware.");
+    m_stateManager.switchState(ERROR);
+}
+
+void FirmwareState::onExit()
+{
+    m_bootloader.close();
+    if (m_coapProcess.killIfRunning())
+        BRISCA_NOTIC(logNode, "coAp killed");
+    m_bluetoothManager->stop();
+}
+
+bool FirmwareState::accepts(const char* request) const
+{
+    if (m_stateManager.getCurrentState() == FIRMWARE)
+        return true;
+    BRISCA_WARN(logNode, "%s - Wrong state for this request.", request);
+    return false;
+}
+
+void FirmwareState::restart()
+{
+    m_stateManager.switchState(FIRMWARE);
+}
+
+void FirmwareState::disable()
+{
+    if (m_stateManager.getCurrentState() == FIRMWARE)
+        m_stateManager.switchState(DISABLED);
+}
+
+QString FirmwareState::getBleMacAddress()
+{
+    return accepts("getBleMacAddress") ? m_bluetoothManager->getBleMacAddress() : QString();
+}
+
+void FirmwareState::forceDeviceDisconnection()
+{
+    if (accepts("forceDeviceDisconnection"))
+        m_bluetoothManager->disconnectDevice();
+}
