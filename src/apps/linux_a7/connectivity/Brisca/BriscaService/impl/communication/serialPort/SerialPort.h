@@ -38,8 +38,8 @@ enum class Parity : int {
 
 /// One serial line in raw mode, without flow control, for blocking use.
 ///
-/// A read waits without limit for its first byte, and from then on until the count is reached or the line has
-/// been quiet for half a second (VMIN 1, VTIME 5). Every failure is one ERROR line and a false (or -1)
+/// A read waits without limit for its first byte (VMIN 1) and returns what has arrived by then; the line's
+/// VTIME of half a second bounds the wait for more. Every failure is one ERROR line and a false (or -1)
 /// result; nothing is retried. There is no lock: one thread at a time uses the port.
 class SerialPort
 {

@@ -1,0 +1,299 @@
+#include "Pty.h"
+#include "SerialPort.h"
+#include "StdoutCapture.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
+#include "Wait.h"
+#include "facade/LogFacade.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <functional>
+
+namespace {
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class SerialPortOnALine : public testing::Test
+{
+protected:
+    SerialPortOnALine() { LogFacade::setLevel("BriscaService.comm.SerialPort", LogLevel::Trace); }
+
+    static SerialPort makePort(const std::string& path, StopBits stopBits = StopBits::One,
+                               Parity parity = Parity::None)
+    {
+        return {QString::fromStdString(path), BaudRate::Baud230400, CharacterSize::Cs8, stopBits, parity};
+    }
+    void open()
+    {
+        ASSERT_TRUE(port.openDevice());
+        log.clear();
+    }
+    [[nodiscard]] termios settingsInForce() const
+    {
+        termios settings = {};
+        EXPECT_EQ(::tcgetattr(line.master(), &settings), 0);
+        return settings;
+    }
+    /// Waits until so many bytes can be read; without log lines.
+    void waitForInput(int count)
+    {
+        EXPECT_TRUE(testsupport::waitUntil([&] { return port.bytesAvailable() == count; }));
+        log.clear();
+    }
+    /// The only log line since the last clear().
+    [[nodiscard]] std::string onlyLine() const
+    {
+        const auto lines = log.logLines();
+        EXPECT_EQ(lines.size(), 1U) << log.text();
+        return lines.empty() ? "" : lines.front();
+    }
+
+    testsupport::Pty line;
+    SerialPort port = makePort(line.slavePath());
+    testsupport::StdoutCapture log;
+};
+
+std::string errorLine(const std::string& text)
+{
+    return "<ERROR> [BriscaService.comm.SerialPort] " + text;
+}
+std::string traceLine(const std::string& text)
+{
+    return "<TRACE> [BriscaService.comm.SerialPort] " + text;
+}
+
+TEST_F(SerialPortOnALine, OpensWithTheConsolesSettingsWhateverTheLineHadBefore)
+{
+    termios dirty = settingsInForce();
+    dirty.c_iflag = IXON | IXOFF | ICRNL | BRKINT;
+    dirty.c_oflag = OPOST | ONLCR;
+    dirty.c_lflag = ICANON | ECHO | ISIG;
+    dirty.c_cflag |= CRTSCTS | CSTOPB | HUPCL;
+    ASSERT_EQ(::tcsetattr(line.master(), TCSANOW, &dirty), 0);
+    line.write("old bytes\n");
+    const testsupport::UniqueFd watcher(::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    pollfd oldBytes = {watcher.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&oldBytes, 1, -1), 1);
+
+    EXPECT_TRUE(port.openDevice());
+    EXPECT_THAT(log.logLines(),
+                ElementsAre(traceLine("UART: " + line.slavePath()), traceLine("UART port opened.")));
+    const termios now = settingsInForce();
+    EXPECT_EQ(now.c_iflag, static_cast<tcflag_t>(IGNBRK));
+    EXPECT_EQ(now.c_oflag, 0U);
+    EXPECT_EQ(now.c_lflag, 0U);
+    EXPECT_EQ(now.c_cflag & (CSIZE | PARENB | CSTOPB | CREAD | CLOCAL | CRTSCTS),
+              static_cast<tcflag_t>(CS8 | CREAD | CLOCAL));
+    EXPECT_EQ(now.c_cc[VMIN], 1);
+    EXPECT_EQ(now.c_cc[VTIME], 5);
+    EXPECT_EQ(::cfgetospeed(&now), static_cast<speed_t>(B230400));
+    EXPECT_EQ(::cfgetispeed(&now), static_cast<speed_t>(B230400));
+    EXPECT_EQ(::fcntl(port.descriptor(), F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR);
+    EXPECT_EQ(::fcntl(port.descriptor(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(port.bytesAvailable(), 0) << "bytes from before were kept";
+}
+
+TEST_F(SerialPortOnALine, SetsStopBitsAndParity)
+{
+    struct Row
+    {
+        const char* name;
+        StopBits stopBits;
+        Parity parity;
+        tcflag_t expected;
+    };
+    // A pseudo-terminal clears PARENB by itself, so only the odd bit of a parity can be seen here.
+    for (const Row& row : {Row{"one stop bit", StopBits::One, Parity::None, 0},
+                           Row{"two stop bits", StopBits::Two, Parity::None, CSTOPB},
+                           Row{"odd parity", StopBits::One, Parity::Odd, PARODD},
+                           Row{"even parity after odd", StopBits::One, Parity::Even, 0}}) {
+        SCOPED_TRACE(row.name);
+        SerialPort other = makePort(line.slavePath(), row.stopBits, row.parity);
+        EXPECT_TRUE(other.openDevice());
+        EXPECT_EQ(settingsInForce().c_cflag & (CSTOPB | PARODD), row.expected);
+    }
+}
+
+TEST_F(SerialPortOnALine, HardwareFlowControlIsClearedByFalseAndNotSetByTrue)
+{
+    open();
+    EXPECT_TRUE(port.setHardwareFlowControl(false));
+    EXPECT_EQ(settingsInForce().c_cflag & (CRTSCTS | CLOCAL), static_cast<tcflag_t>(CLOCAL));
+    EXPECT_TRUE(port.setHardwareFlowControl(true));
+    EXPECT_EQ(settingsInForce().c_cflag & (CRTSCTS | CLOCAL), 0U);
+    EXPECT_THAT(log.logLines(), IsEmpty());
+}
+
+TEST_F(SerialPortOnALine, CarriesEveryByteBothWays)
+{
+    open();
+    std::string all;
+    for (int value = 0; value < 256; ++value)
+        all += static_cast<char>(value);
+    EXPECT_TRUE(port.write(all.data(), 256));
+    EXPECT_TRUE(port.write('\x11'));
+    EXPECT_TRUE(port.write(std::vector<char>{'a', '\0', '\xFF'}));
+    EXPECT_EQ(line.read(260), all + std::string("\x11"
+                                                "a\0\xFF",
+                                                4));
+    line.write(all);
+    waitForInput(256);
+    std::string back(256, '\0');
+    EXPECT_TRUE(port.read(back.data(), 256));
+    EXPECT_EQ(back, all);
+    line.write("\xFE");
+    char one = 0;
+    EXPECT_TRUE(port.read(one));
+    EXPECT_EQ(one, '\xFE');
+    EXPECT_THAT(log.logLines(), IsEmpty());
+}
+
+TEST_F(SerialPortOnALine, CountsAndDiscardsWaitingBytes)
+{
+    open();
+    line.write("abc");
+    waitForInput(3);
+    EXPECT_EQ(port.bytesAvailable(), 3);
+    EXPECT_EQ(onlyLine(), traceLine("3 bytes to read on serial port"));
+    port.discardBufferedData();
+    EXPECT_EQ(port.bytesAvailable(), 0);
+}
+
+TEST_F(SerialPortOnALine, AShortReadIsAFailure)
+{
+    open();
+    line.write("ab");
+    waitForInput(2);
+    char buffer[3] = {};
+    EXPECT_FALSE(port.read(buffer, 3));
+    EXPECT_THAT(onlyLine(), StartsWith(errorLine("Error during reading of 3 byte, 2 bytes read - ")));
+}
+
+TEST_F(SerialPortOnALine, AShortWriteIsAFailureAlsoWhenNothingIsLogged)
+{
+    const testsupport::TempDir directory;
+    const std::string path = directory.write("no-terminal", "");
+    SerialPort file = makePort(path);
+    EXPECT_FALSE(file.openDevice());
+    EXPECT_TRUE(file.isOpen()) << "a port whose settings were refused stays open";
+    EXPECT_EQ(log.count("Error setting tty attributes " + path + " - Inappropriate ioctl for device(25)."),
+              1);
+
+    // A file that may grow by three bytes only takes three of five, and then none.
+    constexpr off_t kFileLimit = 1 << 20;
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited = {};
+    ::getrlimit(RLIMIT_FSIZE, &unlimited);
+    const rlimit limited = {kFileLimit, unlimited.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+    ASSERT_EQ(::lseek(file.descriptor(), kFileLimit - 3, SEEK_SET), kFileLimit - 3);
+    log.clear();
+    EXPECT_FALSE(file.write(std::vector<char>(5)));
+    EXPECT_EQ(onlyLine(), errorLine("Only 3 bytes on 5 are written"));
+    LogFacade::setLevel("BriscaService.comm.SerialPort", LogLevel::Crit);
+    log.clear();
+    EXPECT_FALSE(file.write("hello", 5));
+    EXPECT_THAT(log.logLines(), IsEmpty());
+    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+}
+
+TEST_F(SerialPortOnALine, AHungUpLineFailsAtOnce)
+{
+    open();
+    line.hangUp();
+    char one = 'x';
+    char three[3] = {};
+    EXPECT_FALSE(port.read(one));
+    EXPECT_EQ(one, 'x');
+    EXPECT_FALSE(port.read(three, 3));
+    EXPECT_FALSE(port.write('a'));
+    EXPECT_THAT(log.logLines(),
+                ElementsAre(errorLine("Error during reading of one byte"),
+                            errorLine("Error during reading of 3 byte, 0 bytes read - Success(0)")));
+}
+
+TEST_F(SerialPortOnALine, ADeviceThatIsNotThereIsLogged)
+{
+    SerialPort missing = makePort("/nowhere/tty");
+    EXPECT_FALSE(missing.openDevice());
+    EXPECT_FALSE(missing.isOpen());
+    EXPECT_EQ(missing.descriptor(), -1);
+    EXPECT_THAT(log.logLines(), ElementsAre(traceLine("UART: /nowhere/tty"),
+                                            errorLine("Unable to open UART descriptor /nowhere/tty -  "
+                                                      "No such file or directory(2)")));
+}
+
+TEST_F(SerialPortOnALine, AClosedPortTouchesNoDescriptor)
+{
+    struct Row
+    {
+        const char* name;
+        std::function<bool(SerialPort&)> operation;
+        std::vector<std::string> lines;
+    };
+    const std::string badDescriptor = "Bad file descriptor(9)";
+    char buffer[3] = {};
+    const std::vector<Row> rows = {
+        {"write a byte", [](SerialPort& p) { return p.write('x'); }, {}},
+        {"write bytes",
+         [](SerialPort& p) { return p.write("xyz", 3); },
+         {errorLine("Only -1 bytes on 3 are written")}},
+        {"write a vector",
+         [](SerialPort& p) {
+             return p.write(std::vector<char>{'x', 'y'});
+         },
+         {errorLine("Only -1 bytes on 2 are written")}},
+        {"read a byte",
+         [&](SerialPort& p) { return p.read(buffer[0]); },
+         {errorLine("Error during reading of one byte")}},
+        {"read bytes",
+         [&](SerialPort& p) { return p.read(buffer, 3); },
+         {errorLine("Error during reading of 3 byte, -1 bytes read - " + badDescriptor)}},
+        {"read a negative count",
+         [&](SerialPort& p) { return p.read(buffer, -1); },
+         {errorLine("Error during reading of -1 byte, -1 bytes read - " + badDescriptor)}},
+        {"count",
+         [](SerialPort& p) { return p.bytesAvailable() != -1; },
+         {errorLine("Error during get the number of byte available: " + badDescriptor),
+          traceLine("-1 bytes to read on serial port")}},
+        {"flow control",
+         [](SerialPort& p) { return p.setHardwareFlowControl(false); },
+         {errorLine("Error setting tty attributes " + line.slavePath() + " - " + badDescriptor + ".")}},
+    };
+    EXPECT_EQ(port.descriptor(), 0);
+    open();
+    port.closeDevice();
+    port.closeDevice();
+    EXPECT_EQ(onlyLine(), traceLine("UART port closed."));
+
+    // The number of the closed descriptor goes to the next file that is opened.
+    const testsupport::TempDir directory;
+    const testsupport::UniqueFd next(::open(directory.write("pin", "").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(next.get(), port.descriptor());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        log.clear();
+        EXPECT_FALSE(row.operation(port));
+        EXPECT_EQ(log.logLines(), row.lines);
+    }
+    EXPECT_EQ(testsupport::readFile(directory.file("pin")), "");
+}
+
+TEST_F(SerialPortOnALine, IsClosedByItsDestruction)
+{
+    int descriptor = -1;
+    {
+        SerialPort shortLived = makePort(line.slavePath());
+        EXPECT_TRUE(shortLived.openDevice());
+        descriptor = shortLived.descriptor();
+    }
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
+}
+}  // namespace
