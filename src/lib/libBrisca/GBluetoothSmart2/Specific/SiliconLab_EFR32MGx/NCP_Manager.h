@@ -117,7 +117,7 @@ std::uint32_t NCPManager_EndDTMTest(std::uint16_t* out);
 // ---- User messages: the co-processor application's own requests
 // --------------------------------------------
 
-/// Sends a request of the co-processor application. @param length 255 and more are not sent
+/// Sends a request of the co-processor application; any length fits.
 /// @param replyLength,replyData receive the reply when both are given; replyData has room for 255 bytes
 std::uint32_t NCPManager_SendUserMessage(std::uint8_t length, const std::uint8_t* data,
                                          std::uint8_t* replyLength, std::uint8_t* replyData);

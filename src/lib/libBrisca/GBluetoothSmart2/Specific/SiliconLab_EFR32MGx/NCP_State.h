@@ -1,0 +1,82 @@
+#pragma once
+
+// What the co-processor's events change and the NCPManager functions report.
+
+#include "NCP_Manager.h"
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <span>
+
+namespace ncp {
+/// The chip's bonds, filled by one listing. Any thread.
+class BondTable
+{
+public:
+    /// Forgets entries and bytes.
+    void clear();
+    /// Starts a new listing; the bytes of the old entries stay until they are overwritten.
+    void restart();
+    /// Appends an entry; one that finds the table full is dropped.
+    void append(const _tGBS_BondInfo& bond);
+    /// Copies all entries, valid or not.
+    /// @param out room for kBondTableEntries
+    /// @return how many are valid
+    std::uint8_t copyTo(_tGBS_BondInfo* out) const;
+
+private:
+    mutable std::mutex m_lock;
+    std::array<_tGBS_BondInfo, kBondTableEntries> m_entries = {};
+    std::uint8_t m_count = 0;
+};
+
+/// A version in one atomic word, so that its three bytes are always of the same boot.
+class Version
+{
+public:
+    void set(std::uint8_t major, std::uint8_t minor, std::uint8_t patch);
+    void copyTo(std::uint8_t out[kVersionLength]) const;
+
+private:
+    std::atomic<std::uint32_t> m_packed{0};
+};
+
+/// Written by the event task and by the callers of the facade, hence atomic where no lock is named.
+struct ManagerState
+{
+    std::atomic<std::uint8_t> linkState{GBS_LINK_DISABLED};
+    std::atomic<std::uint16_t> waitingTask{kNoWaitingTask};
+    std::atomic<std::int8_t> lastRssi{0};
+    std::atomic<std::uint16_t> dtmPackets{0};
+    Version firmware;
+    Version bootloader;
+    BondTable bonds;  // has its own lock
+
+    std::atomic<tGBS_GATTReadCallback> gattRead{nullptr};
+    std::atomic<tGBS_GATTWriteCallback> gattWrite{nullptr};
+    std::atomic<tGBS_SMDisplayPasskeyCallback> displayPasskey{nullptr};
+    std::atomic<tGBS_SMConfirmPasskeyCallback> confirmPasskey{nullptr};
+    std::atomic<tGBS_DeviceNameCallback> deviceName{nullptr};
+    std::atomic<tGBS_EventCallback> event{nullptr};
+};
+extern ManagerState managerState;
+
+/// Makes the calling task the one that an event wakes, while the object lives. It begins before the command
+/// goes out, because the event may be handled before the command's response has been read.
+class EventWait
+{
+public:
+    EventWait();
+    ~EventWait();
+    EventWait(const EventWait&) = delete;
+    EventWait& operator=(const EventWait&) = delete;
+
+    /// Waits for the event; false, with the GOS errno 22, when it has not come within kEventTimeoutMs. The
+    /// time-out alone ends the wait, also when the line is let go meanwhile.
+    [[nodiscard]] bool completed() const;
+};
+
+/// Wakes the waiting task, if there is one. Event task.
+void wakeWaitingTask();
+}  // namespace ncp
