@@ -1,47 +1,140 @@
 #include "facade/LogEvent.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 namespace {
-// The columns of the output line.
-constexpr int kLineSize = 1024;
-constexpr int kTextLimit = 1022;  // the line feed and the terminator follow
-constexpr int kSourceColumn = 10;
-constexpr int kNodeColumn = 42;
-constexpr int kRootPrefixLength = 7;  // "GLOBAL."
+// The columns of the output line, counted from 0.
+constexpr std::size_t kLineSize = 1024;
+constexpr std::size_t kTextLimit = 1021;  // longest line in front of its line feed
+constexpr std::size_t kSourceColumn = 10;
+constexpr std::size_t kSourceNameWidth = 25;
+constexpr std::size_t kLevelColumn = 42;
+constexpr std::size_t kLevelWidth = 5;
+constexpr std::size_t kNumberWidth = 4;
+constexpr std::size_t kRootPrefixLength = 7;  // "GLOBAL."
+constexpr long kMicrosecondsPerSecond = 1000000;
+constexpr long kMicrosecondsPerTick = 100;
 
-/// Puts spaces behind a field that ended before its column does.
-void padTo(char* line, int from, int column)
+/// Fills a line from left to right. Text that reaches over the limit in force is cut there.
+class LineBuilder
 {
-    if (from < column)
-        std::memset(line + from, ' ', static_cast<std::size_t>(column - from));
+public:
+    explicit LineBuilder(std::size_t limit) : m_limit(limit) {}
+
+    void setLimit(std::size_t limit) { m_limit = limit; }
+    /// Goes on at this column: what has been written behind it is dropped.
+    void seek(std::size_t column) { m_length = column; }
+
+    void append(std::string_view text)
+    {
+        const std::size_t count = std::min(text.size(), m_limit - m_length);
+        std::memcpy(m_text.data() + m_length, text.data(), count);
+        m_length += count;
+    }
+    void padTo(std::size_t column)
+    {
+        if (m_length >= column)
+            return;
+        std::memset(m_text.data() + m_length, ' ', column - m_length);
+        m_length = column;
+    }
+    /// Decimal with at least four digits.
+    void appendNumber(unsigned value)
+    {
+        std::array<char, 16> digits = {'0', '0', '0'};
+        char* const first = digits.data() + kNumberWidth - 1;
+        const char* const end = std::to_chars(first, digits.data() + digits.size(), value).ptr;
+        const auto leadingZeros =
+            std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(kNumberWidth) - (end - first));
+        append({first - leadingZeros, end});
+    }
+    void appendFormatted(const char* format, va_list arguments)
+    {
+        char* const start = m_text.data() + m_length;
+        const std::size_t room = m_limit - m_length;
+        if (std::vsnprintf(start, room + 1, format, arguments) >= 0)
+            m_length += strnlen(start, room);
+    }
+    /// Adds line feed and terminator, for which the limit leaves room.
+    void endLine()
+    {
+        m_text[m_length++] = '\n';
+        m_text[m_length] = '\0';
+    }
+
+    [[nodiscard]] std::string_view text() const { return {m_text.data(), m_length}; }
+
+private:
+    std::size_t m_limit;
+    std::size_t m_length = 0;
+    std::array<char, kLineSize> m_text;
+};
+
+void appendTimestamp(LineBuilder& out)
+{
+    const LogTime elapsed = getTimestamp();
+    out.appendNumber(static_cast<unsigned>(elapsed.seconds));
+    out.append(".");
+    out.appendNumber(static_cast<unsigned>(elapsed.microseconds / kMicrosecondsPerTick));
 }
 
-int boundedLength(const char* line)
+/// Elapsed time and source position: both fields end at fixed columns, whatever their texts' lengths.
+void appendPosition(LineBuilder& out, std::string_view file, int line)
 {
-    return static_cast<int>(strnlen(line, kTextLimit));
+    out.setLimit(kLevelColumn);
+    appendTimestamp(out);
+    out.padTo(kSourceColumn);
+    out.seek(kSourceColumn);
+    out.append(file);
+    out.padTo(kSourceColumn + kSourceNameWidth);
+    out.append(":");
+    out.appendNumber(static_cast<unsigned>(line));
+    out.append(": ");
+    out.padTo(kLevelColumn);
+    out.setLimit(kTextLimit);
+}
+
+void appendNode(LineBuilder& out, const LogNode& node, LogLevel level)
+{
+    std::string_view name(node.fullName(), static_cast<std::size_t>(node.fullNameLength()));
+    if (node.parent() != nullptr)
+        name.remove_prefix(kRootPrefixLength);
+    out.append("<");
+    out.append(level_to_string(level));
+    out.padTo(kLevelColumn + 1 + kLevelWidth);
+    out.append("> [");
+    out.append(name);
+    out.append("] ");
+}
+
+void write(const char* text, const char* end)
+{
+    fwrite_unlocked(text, 1, static_cast<std::size_t>(end - text), stdout);
 }
 
 void writeExpanded(const char* text, const char* end)
 {
-    while (text != end) {
-        const char* mark =
-            static_cast<const char*>(std::memchr(text, '%', static_cast<std::size_t>(end - text)));
-        const char* const plainEnd = mark == nullptr ? end : mark;
-        fwrite_unlocked(text, 1, static_cast<std::size_t>(plainEnd - text), stdout);
-        if (mark == nullptr)
-            return;
-        const char next = mark + 1 == end ? '\0' : mark[1];
-        if (next == 'm')
-            fputs_unlocked(std::strerror(errno), stdout);
-        else
-            putc_unlocked('%', stdout);
-        text = mark + (next == 'm' || next == '%' ? 2 : 1);
+    while (const auto* mark =
+               static_cast<const char*>(std::memchr(text, '%', static_cast<std::size_t>(end - text)))) {
+        const char conversion = mark + 1 == end ? '\0' : mark[1];
+        if (conversion == 'm') {
+            char reason[128];
+            write(text, mark);
+            fputs_unlocked(strerror_r(errno, reason, sizeof reason), stdout);
+        } else {
+            write(text, mark + 1);
+        }
+        text = mark + (conversion == 'm' || conversion == '%' ? 2 : 1);
     }
+    write(text, end);
 }
 }  // namespace
 
@@ -49,28 +142,21 @@ void log_event(const LogNode& node, LogLevel level, const char* file, int line, 
                const char* format, ...)
 {
     const int savedErrno = errno;
-    char buffer[kLineSize] = {};
-    padTo(buffer, timestamp(buffer, kTextLimit), kSourceColumn);
-    const int source = std::snprintf(buffer + kSourceColumn, kTextLimit - kSourceColumn,
-                                     "%-25s:%04d: ", filename(file), line);
-    padTo(buffer, kSourceColumn + source, kNodeColumn);
-    std::snprintf(buffer + kNodeColumn, kTextLimit - kNodeColumn, "<%-5s> [%s] ", level_to_string(level),
-                  node.fullName() + (node.parent() != nullptr ? kRootPrefixLength : 0));
-    int position = boundedLength(buffer);
+    LineBuilder out(kTextLimit);
+    appendPosition(out, filename(file), line);
+    appendNode(out, node, level);
     if (function != nullptr) {
-        std::snprintf(buffer + position, static_cast<std::size_t>(kTextLimit - position), "%s() ", function);
-        position = boundedLength(buffer);
+        out.append(function);
+        out.append("() ");
     }
     errno = savedErrno;  // the caller's format may say %m
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(buffer + position, static_cast<std::size_t>(kTextLimit - position), format, arguments);
+    out.appendFormatted(format, arguments);
     va_end(arguments);
-    position = boundedLength(buffer);
-    buffer[position] = '\n';
-    buffer[position + 1] = '\0';
+    out.endLine();
     errno = savedErrno;
-    log_event(level, buffer, position + 1);
+    log_event(level, out.text().data(), static_cast<int>(out.text().size()));
     errno = savedErrno;
 }
 
@@ -104,15 +190,15 @@ LogTime getTimestamp()
     LogTime elapsed = {now.seconds - start.seconds, now.microseconds - start.microseconds};
     if (elapsed.microseconds < 0) {
         --elapsed.seconds;
-        elapsed.microseconds += 1000000;
+        elapsed.microseconds += kMicrosecondsPerSecond;
     }
     return elapsed;
 }
 
 int timestamp(char* dst, int size)
 {
-    const LogTime elapsed = getTimestamp();
-    return std::snprintf(dst, static_cast<std::size_t>(size), "%04u.%04u",
-                         static_cast<unsigned>(elapsed.seconds),
-                         static_cast<unsigned>(elapsed.microseconds / 100));
+    LineBuilder out(kTextLimit);
+    appendTimestamp(out);
+    return std::snprintf(dst, static_cast<std::size_t>(size), "%.*s", static_cast<int>(out.text().size()),
+                         out.text().data());
 }

@@ -2,13 +2,36 @@
 
 #include "facade/Log.h"
 
+#include <sys/single_threaded.h>
+
 #include <cstring>
 
 BRISCA_LOG_NODE(logNode, "liblog");
 
+namespace {
+/// Frees the tree at process exit, unless threads are left that may still log through it.
+class TreeOwner
+{
+public:
+    TreeOwner() = default;
+    ~TreeOwner()
+    {
+        if (__libc_single_threaded != 0)
+            delete m_root;
+    }
+    TreeOwner(const TreeOwner&) = delete;
+    TreeOwner& operator=(const TreeOwner&) = delete;
+    [[nodiscard]] LogNodeFactory& root() const { return *m_root; }
+
+private:
+    LogNodeFactory* const m_root = new LogNodeFactory;
+};
+}  // namespace
+
 LogNodeFactory& LogFacade::inst()
 {
-    static LogNodeFactory root;
+    static TreeOwner owner;
+    static LogNodeFactory& root = owner.root();
     return root;
 }
 

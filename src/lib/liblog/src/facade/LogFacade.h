@@ -6,8 +6,9 @@
 class LogFacade
 {
 public:
-    /// The root of the tree, built on first use by whichever static initialiser comes first, destroyed at
-    /// process exit. Any thread.
+    /// The root of the tree, built on first use by whichever static initialiser comes first. It is destroyed
+    /// at process exit when no other thread is left; threads that still run may log until the very end. Any
+    /// thread.
     static LogNodeFactory& inst();
 
     /// Sets the level of a node and its subtree, creating the node when it does not exist yet.

@@ -1,0 +1,125 @@
+#include "StdoutCapture.h"
+#include "TempDir.h"
+#include "conf/LogConf.h"
+#include "facade/Log.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using testsupport::TempDir;
+
+class LogConfFile : public testing::Test
+{
+protected:
+    ~LogConfFile() override { LogFacade::inst().setLevel(LogLevel::Notic); }
+    TempDir m_dir;
+};
+
+TEST_F(LogConfFile, SetsLevels)
+{
+    struct Row
+    {
+        const char* name;
+        std::string content;
+        std::map<std::string, int> levels;
+    };
+    const std::string longComment(400, '.');
+    const Row rows[] = {
+        {"a branch", "conf : DEBUG\n", {{"conf", 8}, {"conf.a", 8}, {"conf.a.b", 8}, {"other", 6}}},
+        {"a later line for a part of a branch",
+         "conf:DEBUG\nconf.a:WARN # less\n",
+         {{"conf", 8}, {"conf.a", 5}, {"conf.a.b", 5}}},
+        {"a later line for the whole branch",
+         "conf.a.b:INFO\nconf.a:ERROR\n",
+         {{"conf.a", 4}, {"conf.a.b", 4}}},
+        {"a later line for a leaf", "conf.a:ERROR\nconf.a.b:INFO\n", {{"conf.a", 4}, {"conf.a.b", 7}}},
+        {"a digit for the whole tree", "GLOBAL:3\n", {{"GLOBAL", 3}, {"conf.a", 3}, {"other", 3}}},
+        {"the root's name in front", "GLOBAL.conf.a:9", {{"conf.a", 9}, {"conf", 6}}},
+        {"only the first digit counts", "conf:12\n", {{"conf", 1}}},
+        {"blanks inside words", " \tconf : DE BUG   # comment\n", {{"conf", 8}}},
+        {"prefixes of words and words as prefixes", "other:WARNINGS\nconf:W", {{"conf", 5}, {"other", 5}}},
+        {"a line feed is part of a short word", "conf:W\n", {{"conf", 0}}},
+        {"an unknown word silences", "conf:debug\n", {{"conf", 0}}},
+        {"carriage returns", "\r\nconf:INFO\r\n", {{"conf", 7}}},
+        {"lines that say nothing", "\n   \n\t\n# conf:TRACE\n  #\n#\nconf:INFO\n", {{"conf", 7}}},
+        {"a line without colon", "conf\nDEBUG\nother:INFO\n", {{"conf", 6}, {"other", 7}}},
+        {"no line end at the end", "other:1\nconf:INFO", {{"conf", 7}, {"other", 1}}},
+        {"an over-long line is read as lines of 254 characters",
+         "conf:INFO#" + longComment.substr(0, 244) + "other:DEBUG\n",
+         {{"conf", 7}, {"other", 8}}},
+        {"a new node inherits",
+         "conf:TRACE\nconf.fresh.leaf:INFO\n",
+         {{"conf.fresh", 9}, {"conf.fresh.leaf", 7}}},
+        {"a NUL byte ends its line",
+         std::string("conf:INFO\0:TRACE\nother:5\n", 25),
+         {{"conf", 7}, {"other", 5}}},
+        {"an empty file", "", {{"GLOBAL", 6}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        (void)LogFacade::inst().findOrCreateNode("conf.a.b", -1);
+        (void)LogFacade::inst().findOrCreateNode("other", -1);
+        LogFacade::inst().setLevel(LogLevel::Notic);
+        LogConf::readConf(m_dir.write("log.cfg", row.content).c_str());
+        for (const auto& [name, level] : row.levels) {
+            const LogNode* const found = LogFacade::inst().findNode(name.c_str(), -1);
+            ASSERT_NE(found, nullptr) << name;
+            EXPECT_EQ(static_cast<int>(found->level()), level) << name;
+        }
+    }
+    EXPECT_EQ(LogFacade::inst().findNode("DEBUG\n", -1), nullptr);
+}
+
+TEST_F(LogConfFile, IsFoundAtItsPlace)
+{
+    (void)LogFacade::inst().findOrCreateNode("place", -1);
+    StdoutCapture capture;
+    LogConf::readConf();
+    EXPECT_EQ(capture.logLines(),
+              std::vector<std::string>{"<ERROR> [liblog] Coulnd't open file at path /evse/data/log.cfg"});
+    std::ofstream("/evse/data/log.cfg") << "place:TRACE\n";
+    LogConf::readConf();
+    EXPECT_EQ(LogFacade::inst().findNode("place", -1)->level(), LogLevel::Trace);
+}
+
+TEST_F(LogConfFile, IsSharedWithWhoeverAsks)
+{
+    std::vector<char> shared(512, '?');
+    LOG_SHARED_MEMORY_CONF_PTR = shared.data();
+    LogConf::readConf(m_dir.write("log.cfg", "share : INFO # why\n\n# only\nshare.x:5\n").c_str());
+    EXPECT_STREQ(shared.data(), "share:INFO\nshare.x:5\n");
+    StdoutCapture capture;
+    LogConf::readConf(m_dir.file("missing").c_str());
+    EXPECT_STREQ(shared.data(), "");
+    LOG_SHARED_MEMORY_CONF_PTR = nullptr;
+    EXPECT_TRUE(capture.contains("Coulnd't open file at path " + m_dir.file("missing")));
+}
+
+TEST(LogConfLine, IsCleanedInPlace)
+{
+    struct Row
+    {
+        const char* line;
+        const char* cleaned;
+    };
+    const Row rows[] = {{"a : DE BUG # x\n", "a:DEBUG\n"},
+                        {"#", "\n"},
+                        {"", ""},
+                        {" \t\n", "\n"},
+                        {"a:1\r\n", "a:1\r\n"},
+                        {"a:1", "a:1"}};
+    for (const Row& row : rows) {
+        char line[64];
+        std::strcpy(line, row.line);
+        EXPECT_EQ(LogConf::cleanLine(line), static_cast<int>(std::strlen(row.cleaned))) << row.line;
+        EXPECT_STREQ(line, row.cleaned);
+    }
+}
+}  // namespace

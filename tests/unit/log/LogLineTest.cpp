@@ -1,0 +1,226 @@
+#include "FakeClock.h"
+#include "StdoutCapture.h"
+#include "facade/Log.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+
+LogNode& node(const char* name)
+{
+    return *LogFacade::inst().findOrCreateNode(name, -1);
+}
+
+class LogLine : public testing::Test
+{
+protected:
+    LogLine()
+    {
+        (void)getTimestamp();  // the first call is the start of the elapsed time
+        setElapsed(12, 45678);
+    }
+    ~LogLine() override { setElapsed(0, 0); }
+
+    StdoutCapture m_capture;
+};
+
+TEST_F(LogLine, PutsEveryFieldIntoItsColumns)
+{
+    struct Row
+    {
+        const char* name;
+        long seconds;
+        long microseconds;
+        const char* file;
+        int line;
+        const char* function;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"an ordinary line", 12, 45678, "/src/comm/An760.cpp", 123, nullptr,
+         "0012.0456 An760.cpp                :0123: <INFO > [test.columns] text 7\n"},
+        {"a path without directory, and time zero", 0, 99, "An760.cpp", 1, nullptr,
+         "0000.0000 An760.cpp                :0001: <INFO > [test.columns] text 7\n"},
+        {"no file name", 9999, 999999, "/src/", 9999, nullptr,
+         "9999.9999                          :9999: <INFO > [test.columns] text 7\n"},
+        {"a file name that fills its field", 0, 0, "/FileNameOfTwentyFiveChars", 12, nullptr,
+         "0000.0000 FileNameOfTwentyFiveChars:0012: <INFO > [test.columns] text 7\n"},
+        {"a file name one too long", 0, 0, "/FileNameOfTwentySix_Chars_", 12, nullptr,
+         "0000.0000 FileNameOfTwentySix_Chars_:0012:<INFO > [test.columns] text 7\n"},
+        {"a file name that pushes the line number out", 0, 0, "/FileNameThatReachesOverItsWholeField.cpp", 12,
+         nullptr, "0000.0000 FileNameThatReachesOverItsWholeF<INFO > [test.columns] text 7\n"},
+        {"a line number of five digits", 0, 0, "/a.cpp", 12345, nullptr,
+         "0000.0000 a.cpp                    :12345:<INFO > [test.columns] text 7\n"},
+        {"ten characters of time", 10000, 100, "/a.cpp", 1, nullptr,
+         "10000.0001a.cpp                    :0001: <INFO > [test.columns] text 7\n"},
+        {"eleven characters of time", 123456, 789000, "/a.cpp", 1, nullptr,
+         "123456.789a.cpp                    :0001: <INFO > [test.columns] text 7\n"},
+        {"a function", 0, 0, "/a.cpp", 1, "start",
+         "0000.0000 a.cpp                    :0001: <INFO > [test.columns] start() text 7\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        m_capture.clear();
+        setElapsed(row.seconds, row.microseconds);
+        log_event(node("test.columns"), LogLevel::Info, row.file, row.line, row.function, "text %d", 7);
+        EXPECT_EQ(m_capture.text(), row.expected);
+    }
+}
+
+TEST_F(LogLine, NamesEveryLevelInFiveColumns)
+{
+    std::string expected;
+    for (const char* level :
+         {"NONE ", "EMERG", "FATAL", "CRIT ", "ERROR", "WARN ", "NOTIC", "INFO ", "DEBUG", "TRACE"})
+        expected += std::string("0012.0456 a.c                      :0001: <") + level + "> [test.levels] \n";
+    for (int level = 0; level <= 9; ++level)
+        log_event(node("test.levels"), static_cast<LogLevel>(level), "a.c", 1, nullptr, "%s", "");
+    EXPECT_EQ(m_capture.text(), expected);
+}
+
+TEST_F(LogLine, CutsWhatDoesNotFit)
+{
+    constexpr std::size_t kWholeLine = 1022;  // line feed included
+    const std::string prefix = "0012.0456 a.c                      :0001: <INFO > [test.cut] ";
+    const std::size_t room = kWholeLine - 1 - prefix.size();
+    const auto logged = [&](const char* function, const std::string& message) {
+        m_capture.clear();
+        log_event(node("test.cut"), LogLevel::Info, "a.c", 1, function, "%s", message.c_str());
+        return m_capture.text();
+    };
+    for (const std::size_t length : {room - 1, room}) {
+        const std::string whole(length, 'x');
+        EXPECT_EQ(logged(nullptr, whole), prefix + whole + "\n");
+    }
+    EXPECT_EQ(logged(nullptr, std::string(room + 1, 'x')), prefix + std::string(room, 'x') + "\n");
+    EXPECT_EQ(logged(nullptr, std::string(100000, 'x')), prefix + std::string(room, 'x') + "\n");
+    const std::string function(room - 4, 'f');
+    EXPECT_EQ(logged(function.c_str(), "message"), prefix + function + "() m\n");
+    EXPECT_EQ(logged(std::string(5000, 'f').c_str(), "message"), prefix + std::string(room, 'f') + "\n");
+    const std::string name(3000, 'n');
+    log_event(node(name.c_str()), LogLevel::Info, "a.c", 1, nullptr, "message");
+    EXPECT_EQ(m_capture.lines().back().size(), kWholeLine - 1);
+}
+
+TEST_F(LogLine, EndsTheMessageAtItsFirstNul)
+{
+    log_event(node("test.nul"), LogLevel::Info, "a.c", 1, nullptr, "one%ctwo", '\0');
+    EXPECT_EQ(m_capture.logLines(), std::vector<std::string>{"<INFO > [test.nul] one"});
+}
+
+TEST_F(LogLine, InterpretsOnlyTwoConversionsASecondTime)
+{
+    struct Row
+    {
+        const char* text;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"100%%", "100%"},
+        {"%%%%", "%%"},
+        {"100%", "100%"},
+        {"%s%n%5$d", "%s%n%5$d"},
+        {"%m", "No such file or directory"},
+        {"a%%m%m", "a%mNo such file or directory"},
+        {"%%s", "%s"},
+        {"%", "%"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        m_capture.clear();
+        errno = ENOENT;
+        log_event(node("test.percent"), LogLevel::Info, "a.c", 1, nullptr, "%s", row.text);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(m_capture.logLines(),
+                  std::vector<std::string>{std::string("<INFO > [test.percent] ") + row.expected});
+    }
+}
+
+TEST_F(LogLine, SinkWritesTheGivenLengthAtOnce)
+{
+    log_event(LogLevel::Info, "abcdef", 3);
+    log_event(LogLevel::Info, "%m", 1);
+    log_event(LogLevel::Info, "", 0);
+    log_syslog("nothing");
+    EXPECT_EQ(m_capture.text(), "abc%");
+}
+
+TEST_F(LogLine, TimestampIsBoundedByItsBuffer)
+{
+    char text[8] = "???????";
+    EXPECT_EQ(timestamp(text, 5), 9);
+    EXPECT_STREQ(text, "0012");
+    EXPECT_EQ(text[5], '?');
+    setElapsed(3, 250000);
+    const LogTime elapsed = getTimestamp();
+    EXPECT_EQ(elapsed.seconds, 3);
+    EXPECT_EQ(elapsed.microseconds, 250000);
+}
+
+TEST_F(LogLine, PassesOnlyStatementsAtOrAboveTheNodesLevel)
+{
+    LogNode* const threshold = &node("test.threshold");
+    int evaluated = 0;
+    for (int level = 0; level <= 9; ++level) {
+        for (int statement = 0; statement <= 9; ++statement) {
+            threshold->setLevel(static_cast<LogLevel>(level));
+            evaluated = 0;
+            m_capture.clear();
+            BRISCA_LOG(threshold, static_cast<LogLevel>(statement), "%d", ++evaluated);
+            EXPECT_EQ(evaluated, statement <= level ? 1 : 0) << level << " " << statement;
+            EXPECT_EQ(m_capture.lines().size(), static_cast<std::size_t>(evaluated));
+        }
+    }
+}
+
+TEST_F(LogLine, StaysWholeWhenManyThreadsLog)
+{
+    constexpr int kThreads = 4;
+    constexpr int kLines = 300;
+    const LogNode& shared = node("test.threads");
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kThreads; ++thread) {
+            threads.emplace_back([thread, &shared] {
+                for (int line = 0; line < kLines; ++line)
+                    log_event(shared, LogLevel::Info, "a.c", 1, nullptr, "%d %d 100%% %s", thread, line,
+                              std::string(static_cast<std::size_t>(line), '.').c_str());
+            });
+        }
+    }
+    std::set<std::string> expected;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        for (int line = 0; line < kLines; ++line)
+            expected.insert("<INFO > [test.threads] " + std::to_string(thread) + " " + std::to_string(line) +
+                            " 100% " + std::string(static_cast<std::size_t>(line), '.'));
+    }
+    const auto lines = m_capture.logLines();
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kLines));
+    EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
+}
+
+TEST(LogExit, ThreadsMayLogWhileTheProcessEnds)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileLogging = [] {
+        StdoutCapture quiet;
+        std::thread([busy = &node("test.exit")] {
+            while (true)
+                BRISCA_ERROR(busy, "still here");
+        }).detach();
+        while (!quiet.contains("still here"))
+            std::this_thread::yield();
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitWhileLogging(), testing::ExitedWithCode(0), "");
+}
+}  // namespace

@@ -1,0 +1,113 @@
+#include "StdoutCapture.h"
+#include "facade/Log.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+
+TEST(LogLevels, ReadConfigurationWords)
+{
+    struct Row
+    {
+        const char* text;
+        int level;
+    };
+    const Row rows[] = {{"NONE", 0},    {"EMERG", 1},   {"FATAL", 2}, {"CRIT", 3},      {"ERROR", 4},
+                        {"WARN", 5},    {"WARNING", 5}, {"NOTIC", 6}, {"NOTICE", 6},    {"INFO", 7},
+                        {"DEBUG\n", 8}, {"TRACE", 9},   {"N", 0},     {"NOT", 6},       {"E", 1},
+                        {"D", 8},       {"", 0},        {"7", 7},     {"12", 1},        {"0x9", 0},
+                        {"debug", 0},   {"\n", 0},      {"-1", 0},    {"DEBUGGING", 8}, {"INFX", 0}};
+    for (const Row& row : rows)
+        EXPECT_EQ(static_cast<int>(level_from_string(row.text)), row.level) << row.text;
+}
+
+TEST(LogTree, FindsNodesWithAndWithoutTheRootsName)
+{
+    struct Row
+    {
+        const char* name;
+        int length;
+        const char* fullName;  // null: there is no such node
+    };
+    const Row rows[] = {{"GLOBAL", -1, "GLOBAL"},
+                        {"a", -1, "GLOBAL.a"},
+                        {"GLOBAL.a", -1, "GLOBAL.a"},
+                        {"a.b", -1, "GLOBAL.a.b"},
+                        {"GLOBAL.a.b.c", 10, "GLOBAL.a.b"},
+                        {"a.b.c", -1, "GLOBAL.a.b.c"},
+                        {"[x][y]", -1, "GLOBAL.[x][y]"},
+                        {"b", -1, nullptr},
+                        {"a.b.c.d", -1, nullptr},
+                        {"a.bb", -1, nullptr},
+                        {"a.", -1, nullptr},
+                        {"", -1, nullptr},
+                        {"a.GLOBAL", -1, nullptr},
+                        {"global", -1, nullptr}};
+    LogNodeFactory tree;
+    EXPECT_EQ(tree.findOrCreateNode("GLOBAL.a.b.c.rest", 12), tree.findOrCreateNode("a.b.c", -1));
+    (void)tree.findOrCreateNode("[x][y]", -1);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const LogNode* const found = tree.findNode(row.name, row.length);
+        EXPECT_STREQ(found != nullptr ? found->fullName() : nullptr, row.fullName);
+    }
+}
+
+TEST(LogTree, BuildsTheMissingAncestors)
+{
+    LogNodeFactory tree;
+    tree.setLevel(LogLevel::Crit);
+    const LogNode* const leaf = tree.findOrCreateNode("one.two..four", -1);
+    EXPECT_STREQ(leaf->fullName(), "GLOBAL.one.two..four");
+    EXPECT_STREQ(leaf->shortName(), "four");
+    EXPECT_EQ(leaf->fullNameLength(), 20);
+    EXPECT_EQ(leaf->level(), LogLevel::Crit);
+    EXPECT_STREQ(leaf->parent()->shortName(), "");
+    EXPECT_EQ(leaf->parent()->parent(), tree.findNode("one.two", -1));
+    EXPECT_EQ(tree.shortName(), tree.fullName());
+    EXPECT_EQ(LogNodeFactory().level(), LogLevel::Notic);
+}
+
+TEST(LogTree, SetsTheLevelOfOneSubtreeOnly)
+{
+    LogNodeFactory tree;
+    for (const char* name : {"before", "mid.x.deep", "mid.y", "after"})
+        (void)tree.findOrCreateNode(name, -1);
+    tree.findNode("mid", -1)->setLevel(LogLevel::Trace);
+    tree.findNode("mid.x", -1)->setLevel(LogLevel::Warn);
+    const std::vector<std::pair<const char*, LogLevel>> expected = {
+        {"GLOBAL", LogLevel::Notic}, {"before", LogLevel::Notic},    {"mid", LogLevel::Trace},
+        {"mid.x", LogLevel::Warn},   {"mid.x.deep", LogLevel::Warn}, {"mid.y", LogLevel::Trace},
+        {"after", LogLevel::Notic}};
+    for (const auto& [name, level] : expected)
+        EXPECT_EQ(tree.findNode(name, -1)->level(), level) << name;
+}
+
+TEST(LogTree, PrintsTheNodesBelowOneInPreOrder)
+{
+    LogFacade::setLevel("print.a.deep", LogLevel::Debug);
+    LogFacade::setLevel("print.b", LogLevel::Emerg);
+    StdoutCapture capture;
+    LogFacade::printTree("print");
+    const auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0].substr(10),
+              "LogNode.cpp              :0027: <NOTIC> [liblog] Current log configuration :");
+    EXPECT_EQ(lines[1].substr(10), "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a:NOTIC");
+    EXPECT_EQ(lines[2].substr(10),
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a.deep:DEBUG");
+    EXPECT_EQ(lines[3].substr(10), "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.b:EMERG");
+}
+
+TEST(LogTree, ReportsAnUnknownName)
+{
+    StdoutCapture capture;
+    LogFacade::printTree("no.such.node");
+    EXPECT_EQ(capture.logLines(),
+              std::vector<std::string>{"<ERROR> [liblog] Couldn't find node 'no.such.node'"});
+}
+}  // namespace
