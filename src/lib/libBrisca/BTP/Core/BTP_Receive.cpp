@@ -226,8 +226,10 @@ void judgeSlot(unsigned index)
     if (expected != slot.storedLength) {
         slot.state = SlotState::InProgress;
     } else if (expected != 0) {
-        slot.state = SlotState::Complete;
+        // In this order: a reader that finds the frame before its stamp is set would leave the stamp behind
+        // on an empty slot, where it hides the next frame.
         state.slotStamp[index] = takeStamp();
+        slot.state = SlotState::Complete;
         if (const BTP_RxSignalCallback rxSignal = btp::platform.rxSignal; rxSignal != nullptr)
             rxSignal();
     }

@@ -1,0 +1,90 @@
+#include "BtpFixture.h"
+#include "GOS.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+/// Receiver, reader and manager on threads of their own; run it under ThreadSanitizer.
+class Threads : public testing::Test
+{
+protected:
+    Threads()
+    {
+        BTP_OS_Callback_Init([] {}, GOS_WaitForDelayShort, GOS_WaitForSemaphore, GOS_ReleaseSemaphore);
+        BTP_Clock_Driver_Callback_Init(BTPGetTime, BTPSubTime);
+        BTP_Frame_SEMID(SEM_ID_BTP_FRAME);
+        BTP_Frame_Init();
+    }
+
+    static int GOS_WaitForDelayShort(unsigned)
+    {
+        std::this_thread::yield();
+        return 1;
+    }
+
+    static void send(unsigned number, const Bytes& frame)
+    {
+        const std::size_t count = (frame.size() + 68) / 69;
+        const std::size_t first = frame.size() - 69 * (count - 1);
+        std::size_t at = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t length = i == 0 ? first : 69;
+            Bytes fragment = {btpHeader(i == 0, number, static_cast<unsigned>(count - 1 - i))};
+            fragment.insert(fragment.end(), frame.begin() + static_cast<long>(at),
+                            frame.begin() + static_cast<long>(at + length));
+            call_back_BTP_Receive(fragment.data(), static_cast<unsigned>(fragment.size()));
+            at += length;
+        }
+    }
+};
+
+TEST_F(Threads, DeliverEveryFrameOfAPhoneThatAwaitsItsAnswers)
+{
+    constexpr unsigned kFrames = 3000;
+    std::atomic<unsigned> answered{0};
+    std::thread phone([&] {
+        for (unsigned number = 0; number < kFrames; ++number) {
+            send(number, counting(1 + number * 37 % 1104, number));
+            while (answered <= number)
+                std::this_thread::yield();
+        }
+    });
+    Bytes buffer(kBtpMessageLength + kBtpSlotCapacity);
+    for (unsigned number = 0; number < kFrames; ++number) {
+        unsigned available = 0;
+        while ((available = BTP_RxBytesAvailable()) == 0)
+            std::this_thread::yield();
+        const unsigned length = BTP_Receive(buffer.data(), available, 10);
+        EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + length), counting(1 + number * 37 % 1104, number));
+        ++answered;
+    }
+    phone.join();
+}
+
+TEST_F(Threads, SurviveAPhoneThatFloodsAndALinkThatFlaps)
+{
+    std::atomic<bool> done{false};
+    std::thread phone([&] {
+        for (unsigned number = 0; number < 20000; ++number)
+            send(number, counting(1 + number * 37 % 300, number));
+        done = true;
+    });
+    std::thread manager([&] {
+        while (!done) {
+            EraseBTPFrameBuffer();
+            std::this_thread::yield();
+        }
+        EraseBTPFrameBuffer();
+    });
+    Bytes buffer(kBtpMessageLength + kBtpSlotCapacity);
+    while (!done) {
+        const unsigned available = BTP_RxBytesAvailable();
+        ASSERT_LE(available, kBtpSlots * kBtpSlotCapacity);
+        // Asking for less than a frame reads in part, and so drops frames, too.
+        ASSERT_LE(BTP_Receive(buffer.data(), available / 2, 0), kBtpMessageLength + kBtpSlotCapacity);
+    }
+    phone.join();
+    manager.join();
+}
+}  // namespace
