@@ -1,8 +1,8 @@
 #include "Brisca.h"
 
-#include "facade/Log.h"
-
-BRISCA_LOG_NODE(logNode, "Brisca");
+#include "BridgePipes.h"
+#include "BridgeTasks.h"
+#include "GBSSlave.h"
 
 std::mutex Brisca::s_identityLock;
 QString Brisca::m_DeviceName;
@@ -13,7 +13,51 @@ Brisca::Brisca()
 {
 }
 
-Brisca::~Brisca() = default;
+Brisca::~Brisca()
+{
+    BridgeTasks::forget(*this);
+}
+
+int Brisca::init(const char* uart, ManufacturerData data, const QString& name, EventsCallback callback)
+{
+    m_started = false;
+    if (GBSSlave_Init(uart) != 1 || CreatePipes() != 1)
+        return 0;
+    {
+        const std::lock_guard lock(s_identityLock);
+        m_manufacturerData = data;
+        m_DeviceName = name;
+    }
+    m_AppEventsCallback = callback;
+    return 1;
+}
+
+int Brisca::CreatePipes()
+{
+    const bool created = BridgePipes::instance().create(m_txPipePath.toLocal8Bit().constData(),
+                                                        m_rxPipePath.toLocal8Bit().constData());
+    return created ? 1 : 0;
+}
+
+int Brisca::startStack()
+{
+    BridgeTasks::startOnce(*this);
+    m_started = true;
+    GBSSlave_ResumeEvents();
+    return 1;
+}
+
+int Brisca::getBriscaState() const
+{
+    constexpr int kUnknown = -1;
+    const int state = GBSSlave_GetState();
+    return state <= GBS_LINK_CONNECTED ? state : kUnknown;
+}
+
+bool Brisca::isStarted() const
+{
+    return m_started && GBSSlave_IsLineHeld();
+}
 
 QString Brisca::GetDeviceName()
 {
@@ -24,4 +68,10 @@ QString Brisca::GetDeviceName()
 Brisca::EventsCallback Brisca::GetEventsCallback()
 {
     return m_AppEventsCallback;
+}
+
+Brisca::ManufacturerData Brisca::manufacturerData() const
+{
+    const std::lock_guard lock(s_identityLock);
+    return m_manufacturerData;
 }

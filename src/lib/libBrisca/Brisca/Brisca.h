@@ -74,7 +74,6 @@ public:
 private:
     [[nodiscard]] int CreatePipes();
     [[nodiscard]] ManufacturerData manufacturerData() const;
-    void createTasksOnce();
 
     const QString m_txPipePath;           // the application writes, the bridge reads
     const QString m_rxPipePath;           // the bridge writes, the application reads

@@ -1,0 +1,52 @@
+#include "BridgePipes.h"
+
+#include "facade/Log.h"
+
+BRISCA_LOG_NODE(logNode, "Brisca");
+
+BridgePipes& BridgePipes::instance()
+{
+    // Never destroyed: the tasks that use it run until the process ends.
+    static BridgePipes& pipes = *new BridgePipes;
+    return pipes;
+}
+
+bool BridgePipes::create(const char* txPath, const char* rxPath)
+{
+    BRISCA_DEBUG(logNode, "Create pipes");
+    const std::scoped_lock lock(m_txLock, m_rxLock);
+    if (!_writeHandle.make(txPath) || !_readHandle.make(rxPath) || !_writeHandle.open(txPath) ||
+        !_readHandle.open(rxPath))
+        return false;
+    drain();
+    return true;
+}
+
+void BridgePipes::drain()
+{
+    m_reader.reset();
+    m_writer.reset();
+    const std::size_t answers = _writeHandle.drain();
+    const std::size_t requests = _readHandle.drain();
+    if (answers + requests != 0)
+        BRISCA_INFO(logNode, "Discarded %zu bytes from and %zu bytes for an earlier application", answers,
+                    requests);
+}
+
+PipeFrameReader::Status BridgePipes::receive()
+{
+    const std::lock_guard lock(m_txLock);
+    return m_reader.poll(_writeHandle);
+}
+
+PipeFrameWriter::Written BridgePipes::send(std::size_t length)
+{
+    const std::lock_guard lock(m_rxLock);
+    return m_writer.write(_readHandle, length);
+}
+
+bool BridgePipes::finishSending()
+{
+    const std::lock_guard lock(m_rxLock);
+    return m_writer.finish(_readHandle);
+}

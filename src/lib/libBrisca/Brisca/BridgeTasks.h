@@ -1,0 +1,14 @@
+#pragma once
+
+class Brisca;
+
+/// Bodies and creation of the bridge's five tasks. They live until the process ends.
+namespace BridgeTasks {
+/// Creates and starts the tasks on the first call of the process; later calls only give the stack the event
+/// callback of the latest Brisca::init(). Main thread.
+/// @param stack whose station is kept on the air from now on
+void startOnce(Brisca& stack);
+
+/// The stack object goes away: nobody keeps its station on the air any more.
+void forget(const Brisca& stack);
+}  // namespace BridgeTasks
