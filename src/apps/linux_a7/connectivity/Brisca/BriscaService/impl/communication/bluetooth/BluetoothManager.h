@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 #include <atomic>
+#include <mutex>
 
 /// The one object through which the rest of the service reaches the BLE stack.
 ///
@@ -65,14 +66,19 @@ private:
     BluetoothManager();
     ~BluetoothManager() override;
 
-    void onBoot();
-    void onConnectionOpened();
-    void onConnectionClosed();
+    /// Handlers of the chip's events; each gets the number of resets that came before its event.
+    void onBoot(unsigned resets);
+    void onConnectionOpened(unsigned resets);
+    void onConnectionClosed(unsigned resets);
+    void announceBoot(unsigned resets);
+    void advertise();
 
     QString m_uartName;
     QString m_bleName;
     Brisca::ManufacturerData m_manufacturerData;
     Brisca m_stack;
     std::atomic<bool> m_connected{false};
-    std::atomic<bool> m_bleStarted{false};
+    std::atomic<bool> m_bleStarted{false};  // set under m_resetLock
+    std::mutex m_resetLock;
+    unsigned m_resets = 0;  // guarded by m_resetLock
 };
