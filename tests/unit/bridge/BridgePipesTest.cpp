@@ -1,0 +1,231 @@
+#include "BridgePipes.h"
+
+#include "StdoutCapture.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
+#include "facade/LogFacade.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <numeric>
+#include <string>
+#include <thread>
+
+namespace {
+using testsupport::UniqueFd;
+using Status = PipeFrameReader::Status;
+
+std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+class BridgePipesTest : public testing::Test
+{
+protected:
+    BridgePipesTest() { LogFacade::setLevel("Brisca", LogLevel::Debug); }
+
+    bool create() { return pipes.create(tx.c_str(), rx.c_str()); }
+    static UniqueFd openEnd(const std::string& path)
+    {
+        return UniqueFd(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    }
+    static void put(const UniqueFd& end, const std::string& bytes)
+    {
+        ASSERT_EQ(::write(end.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    static std::string take(const UniqueFd& end)
+    {
+        std::string bytes(100'000, '\0');
+        const ssize_t count = ::read(end.get(), bytes.data(), bytes.size());
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return bytes;
+    }
+    static mode_t modeOf(const std::string& path)
+    {
+        struct stat status = {};
+        ::lstat(path.c_str(), &status);
+        return status.st_mode & 07777;
+    }
+
+    testsupport::TempDir directory;
+    const std::string tx = directory.file("tx");
+    const std::string rx = directory.file("rx");
+    testsupport::StdoutCapture capture;
+    BridgePipes pipes;
+};
+
+TEST_F(BridgePipesTest, ANewPipeIsOpenToEverybodyWhateverTheUmask)
+{
+    const mode_t before = ::umask(077);
+    const bool created = create();
+    ::umask(before);
+    ASSERT_TRUE(created);
+    EXPECT_EQ(modeOf(tx), 0666U);
+    EXPECT_EQ(modeOf(rx), 0666U);
+    EXPECT_EQ(capture.count("<NOTIC> [Brisca] Open Tx pipe"), 1);
+    EXPECT_EQ(capture.count("<NOTIC> [Brisca] Open Rx pipe"), 1);
+}
+
+TEST_F(BridgePipesTest, APipeThatExistsIsUsedAsItIs)
+{
+    ASSERT_EQ(::mkfifo(tx.c_str(), 0600), 0);
+    ASSERT_TRUE(create());
+    EXPECT_EQ(capture.count("<INFO > [Brisca] Device Tx Already exist"), 1);
+    EXPECT_FALSE(capture.contains("Device Rx Already exist"));
+    EXPECT_EQ(modeOf(tx), 0600U) << "its mode is the choice of whoever made it";
+}
+
+TEST_F(BridgePipesTest, AnythingButAPipeIsRefusedWithOneLine)
+{
+    const std::string real = directory.file("real");
+    ASSERT_EQ(::mkfifo(real.c_str(), 0666), 0);
+    const std::pair<const char*, std::function<void(const std::string&)>> cases[] = {
+        {"regular file",
+         [](const std::string& path) { UniqueFd(::open(path.c_str(), O_CREAT | O_RDWR, 0666)); }},
+        {"directory", [](const std::string& path) { std::filesystem::create_directory(path); }},
+        {"link to a pipe", [&](const std::string& path) { std::filesystem::create_symlink(real, path); }},
+        {"dangling link", [](const std::string& path) { std::filesystem::create_symlink("/nowhere", path); }},
+    };
+    for (const std::string& path : {tx, rx}) {
+        for (const auto& [name, make] : cases) {
+            SCOPED_TRACE(name);
+            make(path);
+            capture.clear();
+            const std::size_t before = openDescriptors();
+            BridgePipes fresh;
+            EXPECT_FALSE(fresh.create(tx.c_str(), rx.c_str()));
+            EXPECT_EQ(capture.count("<ERROR> [Brisca] " + path + " cannot be used as a named pipe"), 1);
+            EXPECT_LE(openDescriptors(), before + (path == rx ? 1 : 0));
+            std::filesystem::remove_all(tx);
+            std::filesystem::remove_all(rx);
+        }
+    }
+}
+
+TEST_F(BridgePipesTest, APipeThatCannotBeMadeIsReportedWithItsErrno)
+{
+    EXPECT_FALSE(pipes.create((directory.path() + "/none/tx").c_str(), rx.c_str()));
+    EXPECT_EQ(capture.count("<INFO > [Brisca] Device Error Pipe tx creation: " + std::to_string(ENOENT)), 1);
+}
+
+TEST_F(BridgePipesTest, DescriptorsAreKeptOverAnyNumberOfStarts)
+{
+    ASSERT_TRUE(create());
+    const std::size_t before = openDescriptors();
+    for (int round = 0; round < 10; ++round)
+        ASSERT_TRUE(create());
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(capture.count("Open Tx pipe"), 1);
+}
+
+TEST_F(BridgePipesTest, ARemovedPipeIsMadeAgainUnderTheSameDescriptor)
+{
+    ASSERT_TRUE(create());
+    const std::size_t before = openDescriptors();
+    ASSERT_TRUE(std::filesystem::remove(tx));
+    ASSERT_TRUE(create());
+    EXPECT_EQ(openDescriptors(), before);
+    const UniqueFd application = openEnd(tx);
+    put(application, std::string("\0\0\0\1x", 5));
+    EXPECT_EQ(pipes.receive(), Status::Frame);
+}
+
+TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
+{
+    ASSERT_TRUE(create());
+    const UniqueFd writes = openEnd(tx);
+    const UniqueFd reads = openEnd(rx);
+    const struct
+    {
+        const char* name;
+        std::string left;
+    } cases[] = {{"half a header", "abc"},
+                 {"a header without its payload", std::string("\0\0\0\5", 4)},
+                 {"a whole answer", std::string("\0\0\0\1x", 5)}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        put(writes, row.left.substr(0, 3));
+        EXPECT_EQ(pipes.receive(), Status::Nothing);
+        if (row.left.size() > 3)
+            put(writes, row.left.substr(3));
+        pipes.payload()[0] = 'r';
+        pipes.send(1);
+        ASSERT_TRUE(create());
+        EXPECT_EQ(take(reads), "");
+        put(writes, std::string("\0\0\0\2hi", 6));
+        ASSERT_EQ(pipes.receive(), Status::Frame);
+        EXPECT_EQ(pipes.received().message().size(), 4U);
+        EXPECT_EQ(pipes.received().message()[2], 'h');
+    }
+    EXPECT_EQ(capture.count("<INFO > [Brisca] Discarded"), 3);
+}
+
+TEST_F(BridgePipesTest, AnApplicationThatReadsAgainFindsWholeRequestsOnly)
+{
+    ASSERT_TRUE(create());
+    const UniqueFd application = openEnd(rx);
+    const std::size_t length = 4416;
+    std::iota(pipes.payload().begin(), pipes.payload().begin() + length, std::uint8_t{0});
+    std::size_t accepted = 0;
+    while (pipes.finishSending() && pipes.send(length).header != -1)
+        ++accepted;
+    EXPECT_GT(accepted, 5U);
+
+    std::string stream = take(application);
+    while (!pipes.finishSending())
+        stream += take(application);
+    stream += take(application);
+    ASSERT_EQ(stream.size(), accepted * (length + 2));
+    for (std::size_t offset = 0; offset < stream.size(); offset += length + 2)
+        EXPECT_EQ(stream.substr(offset, 3), std::string("\x40\x11\0", 3));
+    pipes.payload()[0] = 'x';
+    EXPECT_EQ(pipes.send(1).payload, 1) << "there is room again";
+}
+
+TEST_F(BridgePipesTest, StartsMayComeWhileTheTasksAreInTheMiddleOfAFrame)
+{
+    ASSERT_TRUE(create());
+    const UniqueFd writes = openEnd(tx);
+    std::atomic<bool> stop = false;
+    std::thread application([&] {
+        const std::string frame("\0\0\0\3abc", 7);
+        while (!stop)
+            (void)!::write(writes.get(), frame.data(), frame.size());
+    });
+    std::atomic<int> wrong = 0;
+    std::atomic<int> frames = 0;
+    std::thread toPhone([&] {
+        while (!stop) {
+            const Status status = pipes.receive();
+            if (status != Status::Frame)
+                continue;
+            ++frames;
+            const auto message = pipes.received().message();
+            if (message.size() != 5 || message[0] != 0 || message[1] != 3)
+                ++wrong;
+        }
+    });
+    std::thread toApplication([&] {
+        while (!stop)
+            if (pipes.finishSending())
+                pipes.send(4000);
+    });
+    for (int round = 0; round < 200 || frames < 1000; ++round)
+        ASSERT_TRUE(create());
+    stop = true;
+    for (std::thread* thread : {&application, &toPhone, &toApplication})
+        thread->join();
+    const UniqueFd reads = openEnd(rx);
+    ASSERT_TRUE(create());
+    EXPECT_EQ(take(reads), "");
+    EXPECT_EQ(wrong, 0);
+}
+}  // namespace
