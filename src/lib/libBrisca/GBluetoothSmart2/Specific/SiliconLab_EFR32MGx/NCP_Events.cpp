@@ -64,6 +64,9 @@ void onBoot(PayloadReader in)
     managerState.bootloader.set(static_cast<std::uint8_t>(bootloader >> 24),
                                 static_cast<std::uint8_t>(bootloader >> 16),
                                 static_cast<std::uint8_t>(bootloader >> 8));
+    // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
+    if (managerState.linkState != GBS_LINK_DISABLED)
+        managerState.linkState = GBS_LINK_READY;
     BRISCA_DEBUG(logNode, "Event: NCP boot up. version:%u.%u.%u, build=%u, bootloader=0X%08X, hw=%u",
                  majorVersion, minorVersion, patch, build, bootloader, hardware);
 }
