@@ -11,7 +11,6 @@ constexpr std::uint8_t kTechnologyMask = 0x78;
 constexpr std::uint8_t kBluetooth = 0x20;
 constexpr std::uint8_t kTypeMask = 0xF8;  // message type and technology
 constexpr std::uint8_t kEvent = 0xA0;
-constexpr std::uint8_t kResponse = 0x20;
 constexpr std::uint32_t kResponseDelayMs = 10;
 constexpr int kResponseTries = 100;
 
