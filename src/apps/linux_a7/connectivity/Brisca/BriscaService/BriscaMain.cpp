@@ -1,0 +1,46 @@
+#include "BriscaService.h"
+#include "FatalSignals.h"
+#include "StopSignals.h"
+#include "SystemdWatchdog.h"
+#include "conf/LogConf.h"
+#include "facade/Log.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <QCoreApplication>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+BRISCA_LOG_NODE(logNode, "BriscaService.main");
+
+namespace {
+void run(int& argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    stopOnSignals();
+    LogConf::readConf();
+    LogFacade::inst().printTree();
+    BriscaService service(&application);
+    service.init();
+    service.start();
+    if (sd_notify(0, "READY=1") <= 0)
+        BRISCA_WARN(logNode, "Fail to notify systemd");
+    feedSystemdWatchdog(&application);
+    QCoreApplication::exec();
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    installFatalSignalHandler();
+    blockStopSignals();
+    run(argc, argv);
+    BRISCA_NOTIC(logNode, "Service stopped");
+    std::fflush(nullptr);
+    // Not by return: the tasks of the BLE stack still run, and static objects must not be destroyed under
+    // them.
+    _exit(EXIT_SUCCESS);
+}

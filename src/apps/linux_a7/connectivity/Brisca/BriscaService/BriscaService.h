@@ -1,0 +1,42 @@
+#pragma once
+
+#include "An760.h"
+#include "BootloaderState.h"
+#include "BriscaDbus.h"
+#include "BriscaStateManager.h"
+#include "DisabledState.h"
+#include "ErrorState.h"
+#include "FirmwareState.h"
+#include "IoEfr32Manager.h"
+#include "LinuxOutputPin.h"
+
+#include <QObject>
+
+/// Builds, owns and wires every long-lived object of the service. Main thread only.
+class BriscaService : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Builds the objects and names the UART of the BLE stack; touches neither devices nor bus.
+    explicit BriscaService(QObject* parent);
+    ~BriscaService() override = default;
+
+    /// Exports the interface on the system bus and registers the states. A bus or a name that cannot be had
+    /// is no error: the service then runs unreachable.
+    void init();
+    /// Enters BOOTLOADER; returns when that entry has finished, whatever its outcome.
+    void start();
+
+private:
+    // In the order of construction; destroyed in reverse.
+    BriscaStateManager m_stateManager;
+    LinuxOutputPin m_resetPin;
+    IoEfr32Manager m_ioEfr32Manager;
+    An760 m_bootloader;
+    BootloaderState m_bootloaderState;
+    FirmwareState m_firmwareState;
+    DisabledState m_disabledState;
+    ErrorState m_errorState;
+    BriscaDbus m_dbus;
+};

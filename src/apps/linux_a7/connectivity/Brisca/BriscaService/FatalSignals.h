@@ -1,0 +1,13 @@
+#pragma once
+
+/// Installs sig_handler() for SIGABRT, SIGSEGV and SIGILL on a signal stack of its own, so that a stack
+/// overflow is reported too. Main thread, first of all; other threads bring their own signal stack.
+void installFatalSignalHandler();
+
+/// Handler of the fatal signals, on whichever thread faulted: leaves one FATAL line and the backtrace and
+/// ends the process with status 1. The first thread to fault reports; a fault inside the report, a fault
+/// inside exit() or a report that cannot finish ends the process with the same status.
+[[noreturn]] void sig_handler(int signal);
+
+/// Writes the innermost 20 entries of the current call stack to standard error.
+void displayBacktrace();

@@ -1,0 +1,63 @@
+#include "StopSignals.h"
+
+#include "facade/Log.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <QCoreApplication>
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <thread>
+
+BRISCA_LOG_NODE(logNode, "BriscaService.main");
+
+namespace {
+sigset_t stopSignals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    return set;
+}
+
+[[noreturn]] void endWithoutCeremony(int)
+{
+    _exit(EXIT_SUCCESS);  // the kernel kills the CoAP application with its parent
+}
+
+/// Armed before anything that can block, the log included: its reader may be gone.
+void limitStopTime()
+{
+    std::signal(SIGALRM, endWithoutCeremony);
+    const itimerval limit = {{0, 0}, {kStopLimitMs / 1000, kStopLimitMs % 1000 * 1000}};
+    setitimer(ITIMER_REAL, &limit, nullptr);
+}
+
+void waitForStop()
+{
+    const sigset_t set = stopSignals();
+    int signal = 0;
+    while (sigwait(&set, &signal) != 0) {
+    }
+    limitStopTime();
+    // Posted, not called: exec() forgets a quit() that came before it, during the first state entry.
+    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    sd_notify(0, "STOPPING=1");
+    BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
+}
+}  // namespace
+
+void blockStopSignals()
+{
+    const sigset_t set = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+void stopOnSignals()
+{
+    std::thread(waitForStop).detach();
+}
