@@ -13,10 +13,10 @@ namespace efr32sim {
 /// How a chip is built. Everything has a value with which it works; empty paths leave that side out.
 struct ChipOptions
 {
-    std::string ttyPath;    ///< symbolic link to the serial line that start() makes and stop() removes
-    std::string resetPath;  ///< FIFO on which '0' and '1' arrive; made when it is missing
-    bool pace = false;      ///< bytes take their real time: ten bit times each at the line's speed
-    bool checkLine = true;  ///< a wrong speed or format garbles the line, as it would a real one
+    std::string ttyPath = {};    ///< symbolic link to the serial line that start() makes and stop() removes
+    std::string resetPath = {};  ///< FIFO on which '0' and '1' arrive; made when it is missing
+    bool pace = false;           ///< bytes take their real time: ten bit times each at the line's speed
+    bool checkLine = true;       ///< a wrong speed or format garbles the line, as it would a real one
     Mode powerOn = Mode::Bootloader;  ///< Held, Bootloader or Firmware (Booting counts as Firmware)
     /// From '2' on the console (or a reboot) to the boot event. The co-processor host discards what
     /// arrives in the first 150 ms after it opened the line: a shorter delay loses the boot event.
@@ -41,9 +41,9 @@ struct ChipOptions
     std::uint16_t characteristic = 26;  ///< handle of the characteristic that carries the phone's data
     std::uint16_t attMtu = 247;
 
-    std::size_t history = 65536;             ///< events kept
-    std::optional<std::uint64_t> chaosSeed;  ///< random faults, the same ones for the same seed
-    double chaosRate = 0.02;                 ///< probability of a fault at each opportunity, 0 to 1
+    std::size_t history = 65536;                  ///< events kept
+    std::optional<std::uint64_t> chaosSeed = {};  ///< random faults, the same ones for the same seed
+    double chaosRate = 0.02;                      ///< probability of a fault at each opportunity, 0 to 1
 };
 
 /// A phone, as the chip sees it. Called on the chip's thread while the chip is locked: implementations
@@ -78,6 +78,8 @@ public:
     /// The pseudo-terminal's slave, "/dev/pts/N". Changes with hangUp() and plugIn(); ttyPath follows it.
     [[nodiscard]] std::string slavePath() const;
     [[nodiscard]] Mode mode() const;
+    /// Handle of the characteristic that carries the phone's data.
+    [[nodiscard]] std::uint16_t characteristic() const;
 
     /// Events from now on.
     [[nodiscard]] EventCursor follow() const;

@@ -36,12 +36,12 @@ enum class FaultKind {
 struct Fault
 {
     FaultKind kind = FaultKind::Silence;
-    unsigned count = 1;                ///< how many times; 0 = until the faults are cleared
-    unsigned skip = 0;                 ///< opportunities that pass unharmed first
-    std::optional<CommandId> command;  ///< only for this command; none = for any
+    unsigned count = 1;                               ///< how many times; 0 = until the faults are cleared
+    unsigned skip = 0;                                ///< opportunities that pass unharmed first
+    std::optional<CommandId> command = std::nullopt;  ///< only for this command; none = for any
     Milliseconds delay{500};
     std::uint16_t result = 0x0181;
     std::size_t length = 3;
-    Bytes bytes;
+    Bytes bytes = {};
 };
 }  // namespace efr32sim

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "UniqueFd.h"
+#include "Wait.h"
+#include "efr32sim/Chip.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Settings of the host's end; eight data bits, no parity.
+struct HostSettings
+{
+    unsigned baud = 230400;
+    bool rtsCts = false;
+    bool twoStopBits = false;
+};
+
+/// The host's end of the serial line, as a program would open it.
+class HostLine
+{
+public:
+    static constexpr HostSettings kConsole{};
+    static constexpr HostSettings kCoprocessor{115200, true, false};
+
+    explicit HostLine(const std::string& path, const HostSettings& settings = kConsole);
+
+    void set(const HostSettings& settings);
+    void send(std::string_view bytes) const;
+    void send(std::initializer_list<int> bytes) const;
+    /// Reads until @p text has come; everything read so far, or what came before the time was up.
+    std::string readUntil(std::string_view text, std::chrono::milliseconds limit = testsupport::kPatience);
+    std::string read(std::size_t count, std::chrono::milliseconds limit = testsupport::kPatience);
+    /// Reads one packet, header included, as hexadecimal text.
+    std::string readPacket();
+    /// Sends a command packet and reads one packet.
+    std::string command(int classId, int id, std::initializer_list<int> payload = {});
+    void sendCommand(int classId, int id, std::initializer_list<int> payload = {}) const;
+    [[nodiscard]] int fd() const { return m_fd.get(); }
+
+private:
+    bool fill(std::chrono::steady_clock::time_point deadline);
+    testsupport::UniqueFd m_fd;
+    std::string m_received;
+};
+
+/// A chip whose firmware has booted, with the host's line open and the boot event read.
+struct RunningChip
+{
+    explicit RunningChip(efr32sim::ChipOptions options = {});
+    efr32sim::Chip chip;
+    std::optional<HostLine> host;
+    std::string bootEvent;
+};
