@@ -7,7 +7,7 @@ build=(g++ cmake ninja-build pkg-config ccache git qtbase5-dev libsystemd-dev)
 tests=(libgtest-dev libgmock-dev bubblewrap dbus-daemon libglib2.0-bin systemd lrzsz python3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev)
 bench=(libbenchmark-dev libspdlog-dev)
-tools=(libcoap3-dev)
+tools=(libcoap3-dev libboost-dev)
 packaging=(dpkg-dev lintian)
 
 missing=()
