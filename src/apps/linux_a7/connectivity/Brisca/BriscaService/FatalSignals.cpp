@@ -54,7 +54,8 @@ void installFatalSignalHandler()
     // The first call loads the unwinder's library, which must not happen inside the handler.
     void* entry = nullptr;
     backtrace(&entry, 1);
-    static const SignalStack mainThreadStack;
+    // Never destroyed: static destructors run on it when the handler calls exit().
+    [[maybe_unused]] static const SignalStack& mainThreadStack = *new SignalStack;
     struct sigaction action = {};
     action.sa_handler = sig_handler;
     // Nothing is masked: a second fault must reach the handler, not the kernel's default action.

@@ -1,0 +1,119 @@
+// Each case crashes a process of its own and looks at what it leaves.
+#include "FatalSignals.h"
+#include "facade/Log.h"
+#include "thread/Thread.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+/// Part of each entry of the backtrace, whichever program this is.
+constexpr const char* kBacktrace = ".*fatal_signals_test.*\\[0x";
+constexpr const char* kSegvLine = "Signal 11 detected in brisca service";
+
+void crash()
+{
+    std::raise(SIGSEGV);
+}
+
+/// Uses its frame after the call, so that no optimiser can make a loop of it.
+int overflow(int depth)
+{
+    volatile char room[4096];
+    room[0] = static_cast<char>(depth);
+    return depth == INT_MAX ? 0 : overflow(depth + 1) + room[0];
+}
+void overflowStack()
+{
+    std::exit(overflow(0));
+}
+
+class CrashingThread : public Thread
+{
+public:
+    explicit CrashingThread(void (*body)()) : Thread("crashing"), m_body(body) {}
+    void Execute(void*) override { m_body(); }
+
+private:
+    void (*m_body)();
+};
+void onThread(void (*body)())
+{
+    CrashingThread thread(body);
+    thread.Start();
+    thread.Join();
+}
+
+void crashInsideExit()
+{
+    std::atexit(crash);
+    crash();
+}
+void abortInsideExit()
+{
+    std::atexit(std::abort);
+    std::abort();
+}
+void waitInsideExit()
+{
+    std::atexit([] {
+        for (;;)
+            pause();
+    });
+    crash();
+}
+void crashOnManyThreads()
+{
+    for (int count = 0; count < 8; ++count)
+        std::thread(crash).detach();
+    for (;;)
+        pause();
+}
+
+struct Case
+{
+    const char* name;
+    void (*body)();
+    const char* line;
+};
+void PrintTo(const Case& row, std::ostream* out)
+{
+    *out << row.name;
+}
+class Crash : public testing::TestWithParam<Case>
+{
+protected:
+    /// The log goes where death tests look.
+    void run() const
+    {
+        ::dup2(STDERR_FILENO, STDOUT_FILENO);
+        installFatalSignalHandler();
+        GetParam().body();
+        std::exit(0);
+    }
+};
+
+TEST_P(Crash, LeavesItsLineABacktraceAndStatusOne)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(run(), testing::ExitedWithCode(1), std::string(GetParam().line) + kBacktrace);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, Crash,
+    testing::Values(Case{"SIGSEGV", crash, kSegvLine},
+                    Case{"SIGABRT", std::abort, "Signal 6 detected in brisca service"},
+                    Case{"SIGILL", [] { std::raise(SIGILL); }, "Signal 4 detected in brisca service"},
+                    Case{"stack overflow", overflowStack, kSegvLine},
+                    Case{"stack overflow on a task", [] { onThread(overflowStack); }, kSegvLine},
+                    Case{"a second fault inside exit", crashInsideExit, kSegvLine},
+                    Case{"abort inside exit", abortInsideExit, "Signal 6 detected in brisca service"},
+                    Case{"an exit that never ends", waitInsideExit, kSegvLine},
+                    Case{"many threads at once", crashOnManyThreads, kSegvLine}));
+}  // namespace
