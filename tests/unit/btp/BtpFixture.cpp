@@ -32,13 +32,7 @@ BtpFixture::BtpFixture()
     onDelay = nullptr;
     frameSignals = 0;
     s_nowMs = 0;
-    BTP_LowLevel_callback_Init([](std::uint8_t connection, std::uint16_t characteristic, std::uint8_t length,
-                                  const std::uint8_t* data) -> std::uint32_t {
-        EXPECT_EQ(connection, 0);
-        EXPECT_EQ(characteristic, 26);
-        sent.emplace_back(data, data + length);
-        return !accept || accept() ? 1 : 0;
-    });
+    BTP_LowLevel_callback_Init(notify);
     BTP_OS_Callback_Init([] { ++frameSignals; },
                          [](unsigned milliseconds) {
                              delays.push_back(milliseconds);
@@ -56,6 +50,15 @@ BtpFixture::BtpFixture()
         GClockSubTime);
     BTP_Frame_SEMID(SEM_ID_BTP_FRAME);
     BTP_Frame_Init();
+}
+
+std::uint32_t BtpFixture::notify(std::uint8_t connection, std::uint16_t characteristic, std::uint8_t length,
+                                 const std::uint8_t* data)
+{
+    EXPECT_EQ(connection, 0);
+    EXPECT_EQ(characteristic, 26);
+    sent.emplace_back(data, data + length);
+    return !accept || accept() ? 1 : 0;
 }
 
 void BtpFixture::restartFrameNumbers()

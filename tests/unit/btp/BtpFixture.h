@@ -29,6 +29,8 @@ protected:
     static int frameSignals;
     static std::uint32_t nowSeconds() { return s_nowMs / 1000; }
 
+    static std::uint32_t notify(std::uint8_t connection, std::uint16_t characteristic, std::uint8_t length,
+                                const std::uint8_t* data);
     /// Sends 1-byte messages until the next frame bears the number 0.
     static void restartFrameNumbers();
     /// One write of the phone.
