@@ -53,6 +53,8 @@ int TransferLine::receive(unsigned char& byte)
 // Ends by the line (ready, hung up or invalid: the call that follows tells which) or by the cancellation.
 int TransferLine::waitFor(short events)
 {
+    if (m_descriptor < 0)
+        return 0;  // poll() would ignore it and wait for ever
     pollfd entries[] = {{m_descriptor, events, 0}, {m_cancelDescriptor, POLLIN, 0}};
     if (TEMP_FAILURE_RETRY(::poll(entries, std::size(entries), -1)) < 0)
         return failure();
