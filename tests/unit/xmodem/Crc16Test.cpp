@@ -1,0 +1,49 @@
+#include "crc16.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string_view>
+#include <vector>
+
+namespace {
+unsigned short definition(const std::vector<unsigned char>& data)
+{
+    return crc16(data.data(), static_cast<unsigned short>(data.size()));
+}
+
+TEST(Crc16, GivesThePublishedCheckValue)
+{
+    constexpr std::string_view text = "123456789";
+    const std::vector<unsigned char> digits(text.begin(), text.end());
+    EXPECT_EQ(definition(digits), 0x31C3);
+    EXPECT_EQ(crc16_block(digits), 0x31C3);
+    EXPECT_EQ(definition({}), 0);
+    EXPECT_EQ(crc16_block({}), 0);
+}
+
+TEST(Crc16, ShiftsBitsInFromBelow)
+{
+    EXPECT_EQ(crc_update(0x0000, 1), 0x0001);
+    EXPECT_EQ(crc_update(0x0001, 0), 0x0002);
+    EXPECT_EQ(crc_update(0x4000, 0x80), 0x8001) << "any bit but 0 is a 1";
+    EXPECT_EQ(crc_update(0x8000, 0), 0x1021);
+    EXPECT_EQ(crc_update(0xFFFF, 1), 0xEFDE);
+    EXPECT_EQ(swap16(0x12FE), 0xFE12);
+}
+
+TEST(Crc16, TheTableAgreesWithTheDefinition)
+{
+    for (int value = 0; value < 256; ++value) {
+        const std::vector<unsigned char> one(1, static_cast<unsigned char>(value));
+        EXPECT_EQ(crc16_block(one), definition(one)) << "byte " << value;
+    }
+    std::mt19937 random(20240117);
+    for (std::size_t length = 0; length < 600; ++length) {
+        std::vector<unsigned char> data(length);
+        for (unsigned char& byte : data)
+            byte = static_cast<unsigned char>(random());
+        EXPECT_EQ(crc16_block(data), definition(data)) << length << " bytes";
+    }
+}
+}  // namespace

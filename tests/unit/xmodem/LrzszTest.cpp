@@ -1,0 +1,143 @@
+#include "Pty.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
+#include "xymodem.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <random>
+#include <thread>
+
+namespace {
+/// lrzsz's XMODEM receiver in CRC mode on a pseudo-terminal; the test holds the line's other end.
+class Rx
+{
+public:
+    Rx(const std::string& linePath, std::string outputPath, const std::vector<std::string>& options)
+    {
+        std::vector<std::string> words = {"rx", "--xmodem", "--with-crc", "--binary", "--quiet"};
+        words.insert(words.end(), options.begin(), options.end());
+        words.push_back(std::move(outputPath));
+        std::vector<char*> arguments;
+        for (std::string& word : words)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
+
+        posix_spawn_file_actions_t files;
+        ::posix_spawn_file_actions_init(&files);
+        ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, linePath.c_str(), O_RDWR | O_NOCTTY, 0);
+        ::posix_spawn_file_actions_adddup2(&files, STDIN_FILENO, STDOUT_FILENO);
+        ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        EXPECT_EQ(::posix_spawnp(&m_pid, "rx", &files, nullptr, arguments.data(), environ), 0)
+            << "lrzsz is not installed";
+        ::posix_spawn_file_actions_destroy(&files);
+    }
+    /// True when rx sleeps, which it does in a read only, or has ended.
+    [[nodiscard]] bool isWaiting() const
+    {
+        const std::string status = testsupport::readFile("/proc/" + std::to_string(m_pid) + "/stat");
+        const std::size_t state = status.rfind(") ");
+        return state == std::string::npos || status[state + 2] == 'S' || status[state + 2] == 'Z';
+    }
+    [[nodiscard]] int exitStatus() const
+    {
+        int status = -1;
+        ::waitpid(m_pid, &status, 0);
+        return status;
+    }
+
+private:
+    pid_t m_pid = -1;
+};
+
+/// The line between the sender and rx, which throws its input away right after each of its answers. The
+/// latency of a real line hides that; here, what the sender sends is held back until rx waits for it.
+class Line
+{
+public:
+    explicit Line(const std::string& outputPath, const std::vector<std::string>& options)
+        : receiver(m_receiverEnd.slavePath(), outputPath, options),
+          m_senderSlave(::open(m_senderEnd.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)),
+          m_relay([this](const std::stop_token& stop) { relay(stop); })
+    {
+    }
+    [[nodiscard]] int sender() const { return m_senderSlave.get(); }
+
+private:
+    static void forward(const testsupport::Pty& from, const testsupport::Pty& to)
+    {
+        char bytes[512];
+        const ssize_t count = ::read(from.master(), bytes, sizeof bytes);
+        if (count > 0)
+            to.write({bytes, static_cast<std::size_t>(count)});
+    }
+    void relay(const std::stop_token& stop) const
+    {
+        pollfd ends[] = {{m_senderEnd.master(), POLLIN, 0}, {m_receiverEnd.master(), POLLIN, 0}};
+        while (!stop.stop_requested()) {
+            ::poll(ends, 2, 10);
+            if (ends[1].revents != 0)
+                forward(m_receiverEnd, m_senderEnd);
+            if (ends[0].revents != 0) {
+                while (!receiver.isWaiting())
+                    std::this_thread::yield();
+                forward(m_senderEnd, m_receiverEnd);
+            }
+        }
+    }
+
+    testsupport::Pty m_senderEnd;
+    testsupport::Pty m_receiverEnd;
+
+public:
+    const Rx receiver;
+
+private:
+    testsupport::UniqueFd m_senderSlave;
+    std::jthread m_relay;
+};
+
+std::string randomImage(std::size_t size)
+{
+    std::mt19937 random(static_cast<unsigned>(size));
+    std::string image(size, '\0');
+    for (char& byte : image)
+        byte = static_cast<char>(random());
+    return image;
+}
+
+struct Transfer
+{
+    const char* name;
+    std::size_t size;
+    std::vector<std::string> options;
+};
+class LrzszReceiver : public testing::TestWithParam<Transfer>
+{
+};
+
+TEST_P(LrzszReceiver, GetsTheFile)
+{
+    const testsupport::TempDir directory;
+    std::string image = randomImage(GetParam().size);
+    const std::string path = directory.write("image", image);
+    const Line line(directory.file("received"), GetParam().options);
+    EXPECT_EQ(xymodem_send(line.sender(), path.c_str(), true), 0);
+    EXPECT_EQ(line.receiver.exitStatus(), 0);
+
+    image.resize((image.size() + 127) / 128 * 128, '\xFF');
+    EXPECT_TRUE(testsupport::readFile(directory.file("received")) == image) << "received another file";
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, LrzszReceiver,
+                         testing::Values(Transfer{"1", 1, {}}, Transfer{"127", 127, {}},
+                                         Transfer{"128", 128, {}}, Transfer{"129", 129, {}},
+                                         Transfer{"WithNumberWrap", 32'773, {}},
+                                         Transfer{"Megabyte", 1'000'000, {}},
+                                         Transfer{"OverABadLine", 32'773, {"--errors", "12001"}}),
+                         [](const auto& row) { return row.param.name; });
+}  // namespace

@@ -1,0 +1,293 @@
+#include "Pty.h"
+#include "StdoutCapture.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
+#include "Wait.h"
+#include "crc16.h"
+#include "facade/LogFacade.h"
+#include "xymodem.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+
+#include <cerrno>
+#include <functional>
+#include <future>
+
+namespace {
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using testing::ElementsAre;
+
+constexpr char kAck = '\x06';
+constexpr char kNak = '\x15';
+constexpr std::size_t kPacketLength = 133;
+
+std::string imageOf(std::size_t size)
+{
+    std::string image(size, '\0');
+    for (std::size_t at = 0; at < size; ++at)
+        image[at] = static_cast<char>(at * 7 + at / 251);
+    return image;
+}
+
+/// The packet that carries block @p index (from 0) of an image.
+std::string packetOf(const std::string& image, std::size_t index)
+{
+    std::string data = image.substr(index * 128, 128);
+    data.resize(128, '\xFF');
+    const auto number = static_cast<char>(index + 1);
+    const unsigned short crc = crc16(reinterpret_cast<const unsigned char*>(data.data()), 128);
+    return "\x01"s + number + static_cast<char>(~number) + data + static_cast<char>(crc >> 8) +
+           static_cast<char>(crc);
+}
+
+class XmodemSender : public testing::Test
+{
+protected:
+    XmodemSender() { LogFacade::setLevel("BriscaService.comm.xmodem", LogLevel::Debug); }
+
+    void start(const std::string& path, bool waitForReceiver = true)
+    {
+        sender = std::async(std::launch::async, [this, path, waitForReceiver] {
+            return xymodem_send(slave.get(), path.c_str(), waitForReceiver, cancel.get());
+        });
+    }
+    /// The next packet or single byte of the sender; empty when it has ended.
+    [[nodiscard]] std::string receive()
+    {
+        std::string bytes;
+        while (bytes.empty()) {
+            const bool ended = sender.wait_for(0s) == std::future_status::ready;
+            bytes = line.read(1, 10ms);
+            if (bytes.empty() && ended)
+                return bytes;
+        }
+        return bytes == "\x01" ? bytes + line.read(kPacketLength - 1) : bytes;
+    }
+    /// Answers each packet with the next byte of @p answers, and with ACK when they are used up.
+    [[nodiscard]] std::vector<std::string> play(const std::string& opening, const std::string& answers)
+    {
+        line.write(opening);
+        std::vector<std::string> received;
+        for (std::string got = receive(); !got.empty(); got = receive()) {
+            if (got.size() == kPacketLength)
+                line.write({received.size() < answers.size() ? &answers[received.size()] : &kAck, 1});
+            received.push_back(got);
+        }
+        return received;
+    }
+    void refuse(int times)
+    {
+        for (int count = 0; count < times; ++count) {
+            EXPECT_EQ(receive().size(), kPacketLength);
+            line.write({&kNak, 1});
+        }
+    }
+    void waitUntilInputIsTaken() const
+    {
+        EXPECT_TRUE(testsupport::waitUntil([&] {
+            int waiting = -1;
+            return ::ioctl(slave.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+        }));
+    }
+
+    testsupport::TempDir directory;
+    testsupport::Pty line;
+    testsupport::UniqueFd slave{::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+    testsupport::UniqueFd cancel{::eventfd(0, EFD_CLOEXEC)};
+    std::future<int> sender;
+};
+
+struct Dialogue
+{
+    const char* name;
+    std::size_t size;
+    std::string opening;
+    std::string answers;
+    int result;
+    std::vector<std::size_t> times;  ///< how often each block is sent
+};
+class XmodemDialogue : public XmodemSender, public testing::WithParamInterface<Dialogue>
+{
+};
+
+TEST_P(XmodemDialogue, SendsEachBlockAsOftenAsItIsAskedFor)
+{
+    const Dialogue& row = GetParam();
+    const std::string image = imageOf(row.size);
+    start(directory.write("image", image));
+    const auto received = play(row.opening, row.answers);
+
+    std::vector<std::string> expected;
+    for (std::size_t block = 0; block < row.times.size(); ++block)
+        expected.insert(expected.end(), row.times[block], packetOf(image, block));
+    if (row.result == 0)
+        expected.emplace_back("\x04");
+    EXPECT_EQ(received, expected);
+    EXPECT_EQ(sender.get(), row.result);
+}
+
+const std::string kMenu = "\r\nbegin upload\r\n"s + '\0' + kAck + kNak + "\x18 B"s;
+const std::string k55 = std::string(55, '!');
+INSTANTIATE_TEST_SUITE_P(
+    Rows, XmodemDialogue,
+    testing::Values(Dialogue{"AnEmptyFileIsOnlyEnded", 0, "C", "", 0, {}},
+                    Dialogue{"OneByteIsFilledUp", 1, "C", "", 0, {1}},
+                    Dialogue{"AFullBlockHasNoFilling", 128, "C", "", 0, {1}},
+                    Dialogue{"OneByteMoreTakesAnotherBlock", 129, "C", "", 0, {1, 1}},
+                    Dialogue{
+                        "TheNumberWrapsAfter255", 258 * 128, "C", "", 0, {std::vector<std::size_t>(258, 1)}},
+                    Dialogue{"WhatComesBeforeTheFirstCIsSkipped", 1, kMenu + "C", "", 0, {1}},
+                    Dialogue{"ANakRepeatsTheBlock", 129, "C", {kNak, kNak, kAck, kNak}, 0, {3, 2}},
+                    Dialogue{"NaksAreNotCounted", 1, "C", std::string(300, kNak), 0, {301}},
+                    Dialogue{"ACancelIsAnUnexpectedByte", 1, "C", "\x18\x18", 0, {3}},
+                    Dialogue{"ZeroBytesAreNotCounted", 1, "C", std::string(60, '\0'), 0, {61}},
+                    Dialogue{"55UnexpectedBytesAreBorne", 1, "C", k55, 0, {56}},
+                    Dialogue{"56UnexpectedBytesEndIt", 129, "C", k55 + "!", -1, {56}},
+                    Dialogue{"AZeroByteDoesNotForgetThem", 1, "C", k55 + '\0' + "!", -1, {57}},
+                    Dialogue{"ANakForgetsThem", 1, "C", k55 + kNak + k55, 0, {112}},
+                    Dialogue{"AnAckForgetsThem", 129, "C", k55 + kAck + k55, 0, {56, 56}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(XmodemSender, StartsAtOnceWhenItIsNotToWait)
+{
+    const std::string image = imageOf(200);
+    start(directory.write("image", image), false);
+    EXPECT_THAT(play("", ""), ElementsAre(packetOf(image, 0), packetOf(image, 1), "\x04"));
+    EXPECT_EQ(sender.get(), 0);
+}
+
+TEST_F(XmodemSender, LogsItsProgress)
+{
+    const std::string path = directory.write("image", "x");
+    const testsupport::StdoutCapture log;
+    start(path);
+    (void)play("C", {kNak, '!', '\0'});
+    EXPECT_EQ(sender.get(), 0);
+    const std::string head = "<DEBUG> [BriscaService.comm.xmodem] ";
+    EXPECT_THAT(log.logLines(),
+                ElementsAre(head + "Waiting for receiver ping ...", head + "done.",
+                            head + "Sending " + path + " ", head + "N\tanswer: " + kNak,
+                            head + "?\tanswer: !", head + "?\tanswer: ", head + ".\tanswer: " + kAck));
+}
+
+TEST_F(XmodemSender, LogsTheReceiversWordsWhenItGivesUp)
+{
+    const std::string path = directory.write("image", "x");
+    const testsupport::StdoutCapture log;
+    start(path);
+    (void)play("C", k55 + "f");
+    EXPECT_EQ(sender.get(), -1);
+    EXPECT_EQ(log.count("Error: " + k55 + "f"), 1);
+}
+
+TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
+{
+    const std::string path = directory.write("image", imageOf(1000));
+    for (const bool beforeTheStart : {true, false}) {
+        SCOPED_TRACE(beforeTheStart ? "before the 'C'" : "after two blocks");
+        line = testsupport::Pty();
+        slave = testsupport::UniqueFd(::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+        const testsupport::StdoutCapture log;
+        start(path);
+        if (!beforeTheStart) {
+            line.write("C");
+            EXPECT_EQ(receive().size(), kPacketLength);
+            line.write({&kAck, 1});
+            EXPECT_EQ(receive().size(), kPacketLength);
+        }
+        line.hangUp();
+        EXPECT_EQ(sender.get(), -EIO);
+        EXPECT_EQ(log.count("<ERROR> [BriscaService.comm.xmodem] Reading error during waiting 'C' character"),
+                  beforeTheStart ? 1 : 0);
+    }
+}
+
+TEST_F(XmodemSender, SendsOnlyRegularFiles)
+{
+    ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
+    struct Row
+    {
+        std::string path;
+        int result;
+    };
+    for (const Row& row : {Row{directory.file("missing"), -ENOENT}, Row{directory.file("fifo"), -EINVAL},
+                           Row{directory.path(), -EINVAL}, Row{"/dev/null", -EINVAL}}) {
+        SCOPED_TRACE(row.path);
+        EXPECT_EQ(xymodem_send(slave.get(), row.path.c_str(), true), row.result);
+    }
+    EXPECT_EQ(line.readAvailable(), "");
+}
+
+TEST_F(XmodemSender, AFileThatShrinksEndsTheTransfer)
+{
+    // To nothing, within the page that is being sent, and within a later one.
+    for (const off_t newSize : {0, 200, 5000}) {
+        SCOPED_TRACE(newSize);
+        const std::string image = imageOf(20000);
+        const std::string path = directory.write("image", image);
+        start(path);
+        line.write("C");
+        EXPECT_EQ(receive(), packetOf(image, 0));
+        ASSERT_EQ(::truncate(path.c_str(), newSize), 0);
+        const auto rest = play({&kAck, 1}, "");
+        const auto wholeBlocks = static_cast<std::size_t>(newSize / 128);
+        EXPECT_EQ(rest.size(), wholeBlocks > 0 ? wholeBlocks - 1 : 0) << "a block was sent that is not there";
+        EXPECT_EQ(sender.get(), -EIO);
+    }
+}
+
+TEST_F(XmodemSender, AClosedDescriptorIsReported)
+{
+    const std::string path = directory.write("image", "x");
+    EXPECT_EQ(xymodem_send(-1, path.c_str(), true), -EBADF);
+    EXPECT_EQ(xymodem_send(-1, path.c_str(), false), -EBADF);
+}
+
+TEST_F(XmodemSender, CanBeEndedInEveryWait)
+{
+    struct Row
+    {
+        const char* name;
+        std::function<void()> reachTheWait;
+    };
+    const std::vector<Row> rows = {
+        {"no receiver", [&] { line.write("menu"); }},
+        {"no answer",
+         [&] {
+             line.write("C");
+             EXPECT_EQ(receive().size(), kPacketLength);
+         }},
+        {"refused again and again",
+         [&] {
+             line.write("C");
+             refuse(20);
+         }},
+        {"a stopped line",
+         [&] {
+             ASSERT_EQ(::tcflow(slave.get(), TCOOFF), 0);
+             line.write("C");
+             waitUntilInputIsTaken();
+         }},
+    };
+    const std::string path = directory.write("image", imageOf(1000));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const testsupport::StdoutCapture log;
+        cancel = testsupport::UniqueFd(::eventfd(0, EFD_CLOEXEC));
+        start(path);
+        row.reachTheWait();
+        ASSERT_EQ(::eventfd_write(cancel.get(), 1), 0);
+        EXPECT_EQ(sender.wait_for(testsupport::kPatience), std::future_status::ready);
+        EXPECT_EQ(sender.get(), -ECANCELED);
+        EXPECT_EQ(::fcntl(slave.get(), F_GETFL) & O_NONBLOCK, 0) << "the port was left in another mode";
+        EXPECT_FALSE(log.contains("<ERROR>"));
+        (void)line.readAvailable();
+    }
+}
+}  // namespace
