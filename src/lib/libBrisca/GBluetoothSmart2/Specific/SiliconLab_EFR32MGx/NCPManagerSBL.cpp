@@ -149,7 +149,7 @@ std::uint32_t sendImage(std::span<const std::uint8_t> image)
     for (std::size_t sent = 0; sent < image.size();) {
         const auto piece = image.subspan(sent, std::min(data.size(), image.size() - sent));
         auto* const end = std::copy(piece.begin(), piece.end(), data.begin());
-        // One pad byte only: the rest of the block before stays behind it, and the bootloader skips it.
+        // One pad byte only, by design; behind it stays what the block before left there.
         if (end != data.end())
             *end = kPad;
         sent += piece.size();

@@ -1,0 +1,232 @@
+#include "NCPDriver.h"
+#include "Pty.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
+#include "facade/Log.h"
+#include "uart_posix.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+
+#include <filesystem>
+#include <thread>
+
+namespace {
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testsupport::Pty;
+using testsupport::StdoutCapture;
+using testsupport::UniqueFd;
+
+constexpr std::uint32_t kBaud = 115200;
+
+std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+class SerialLine : public testing::Test
+{
+protected:
+    ~SerialLine() override
+    {
+        const StdoutCapture quiet;
+        uartClose();
+    }
+    /// The terminal behind the code's back.
+    [[nodiscard]] UniqueFd slave() const
+    {
+        return UniqueFd(::open(pty.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    }
+    void open() const { ASSERT_EQ(uartOpen(pty.slavePath().c_str(), kBaud, 1, 100), 0); }
+
+    Pty pty;
+};
+
+struct TermiosCase
+{
+    const char* name;
+    std::uint32_t baud;
+    std::uint32_t flowControl;
+    std::int32_t timeoutMs;
+    speed_t speed;
+    unsigned vmin;
+    unsigned vtime;
+};
+
+class Termios : public SerialLine, public testing::WithParamInterface<TermiosCase>
+{
+};
+
+TEST_P(Termios, IsInForceAfterOpen)
+{
+    const UniqueFd line = slave();
+    termios strange = {};
+    ::tcgetattr(line.get(), &strange);
+    strange.c_iflag = ICRNL | IXON | ISTRIP;
+    strange.c_oflag = OPOST | ONLCR;
+    strange.c_lflag = ICANON | ECHO | ISIG;
+    strange.c_cflag |= CSTOPB | CRTSCTS;
+    ::tcsetattr(line.get(), TCSANOW, &strange);
+
+    ASSERT_EQ(
+        uartOpen(pty.slavePath().c_str(), GetParam().baud, GetParam().flowControl, GetParam().timeoutMs), 0);
+
+    termios found = {};
+    ::tcgetattr(line.get(), &found);
+    EXPECT_EQ(found.c_iflag, tcflag_t{IGNBRK});
+    EXPECT_EQ(found.c_oflag, 0U);
+    EXPECT_EQ(found.c_lflag, 0U);
+    const tcflag_t flow = GetParam().flowControl != 0 ? CRTSCTS : 0;
+    EXPECT_EQ(found.c_cflag & (PARENB | CSTOPB | CSIZE | CREAD | CLOCAL | CRTSCTS),
+              CS8 | CREAD | CLOCAL | flow);
+    EXPECT_EQ(::cfgetispeed(&found), GetParam().speed);
+    EXPECT_EQ(::cfgetospeed(&found), GetParam().speed);
+    EXPECT_EQ(found.c_cc[VMIN], GetParam().vmin);
+    EXPECT_EQ(found.c_cc[VTIME], GetParam().vtime);
+    int exclusive = 0;
+    ::ioctl(line.get(), TIOCGEXCL, &exclusive);
+    EXPECT_EQ(exclusive, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Termios,
+                         testing::Values(TermiosCase{"AsForTheCoProcessor", 115200, 1, 100, B115200, 0, 1},
+                                         TermiosCase{"BlockingReads", 9600, 0, -1, B9600, 1, 0},
+                                         TermiosCase{"ReadsThatDoNotWait", 300, 1, 0, B300, 0, 0},
+                                         TermiosCase{"LongestTimeout", 57600, 0, 1000000, B57600, 0, 255}),
+                         [](const auto& row) { return row.param.name; });
+
+struct RefusedCase
+{
+    const char* name;
+    const char* path;
+    std::uint32_t baud;
+    const char* line;
+};
+
+class Refused : public SerialLine, public testing::WithParamInterface<RefusedCase>
+{
+};
+
+TEST_P(Refused, IsLoggedAndLeavesNoLine)
+{
+    open();  // what was open before is given up, too
+    const std::size_t before = openDescriptors();
+    errno = 0;
+    StdoutCapture log;
+    std::uint8_t byte = 0;
+
+    EXPECT_EQ(uartOpen(GetParam().path, GetParam().baud, 1, 100), -1);
+    EXPECT_EQ(uartRx(1, &byte), -1);
+    EXPECT_EQ(uartTx(1, &byte), -1);
+    EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
+    EXPECT_EQ(uartRxPeek(), -1);
+
+    EXPECT_THAT(log.logLines(), ElementsAre(std::string("<ERROR> [serial_brisca] ") + GetParam().line,
+                                            "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
+                                            "<ERROR> [serial_brisca] [uartRx] Invalid handle",
+                                            "<ERROR> [serial_brisca] [uartTx] Invalid handle"));
+    EXPECT_EQ(openDescriptors(), before - 1 + 2) << "two of them are the capture's";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Refused,
+    testing::Values(RefusedCase{"ConsoleBaudRate", "/dev/null", 230400,
+                                "Baud rate not supported /dev/null - Success(0)."},
+                    RefusedCase{
+                        "MissingDevice", "/dev/no-such-line", kBaud,
+                        "Error opening serial port /dev/no-such-line - No such file or directory(2)."},
+                    RefusedCase{"FileThatIsNoTerminal", "/dev/null", kBaud,
+                                "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
+{
+    pty.write("stale text of the bootloader, 45 bytes long..");
+    open();
+    EXPECT_EQ(uartRxPeek(), 0);
+
+    std::thread chip([this] {
+        pty.write("ab");
+        EXPECT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 0; }))
+            << "the first piece was not taken";
+        pty.write("cde");
+    });
+    std::uint8_t bytes[4] = {};
+    EXPECT_EQ(uartRx(4, bytes), 4);
+    chip.join();
+    EXPECT_EQ(std::string(std::begin(bytes), std::end(bytes)), "abcd");
+    EXPECT_EQ(uartRxNonBlocking(4, bytes), 1);
+    EXPECT_EQ(uartRxNonBlocking(4, bytes), 0) << "the time-out of one read";
+}
+
+TEST_F(SerialLine, LogsTransfersAtDebugLevel)
+{
+    LogFacade::setLevel("serial_brisca", LogLevel::Debug);
+    open();
+    StdoutCapture log;
+    const std::uint8_t bytes[] = {0x20, 0x00, 0x01, 0x00};
+    std::uint8_t none = 0;
+    EXPECT_EQ(uartTx(sizeof bytes, bytes), 4);
+    EXPECT_EQ(uartRx(0, &none), 0);
+    EXPECT_EQ(pty.read(4), std::string("\x20\0\x01\0", 4));
+    LogFacade::setLevel("serial_brisca", LogLevel::Info);
+    EXPECT_THAT(log.logLines(),
+                ElementsAre("<DEBUG> [serial_brisca]  Write 4 bytes to serial port",
+                            "<DEBUG> [serial_brisca] [uartRx] Read 0 bytes from serial port"));
+}
+
+TEST_F(SerialLine, EndsAReadWhenTheLineHangsUp)
+{
+    open();
+    StdoutCapture log;
+    std::thread reader([] {
+        std::uint8_t byte = 0;
+        EXPECT_EQ(uartRx(1, &byte), -1);
+    });
+    pty.hangUp();
+    reader.join();
+    EXPECT_EQ(uartRxPeek(), -1);
+    const std::uint8_t byte = 0;
+    EXPECT_EQ(uartTx(1, &byte), -1);
+    EXPECT_THAT(log.logLines(),
+                ElementsAre("<ERROR> [serial_brisca] [uartRx] Failed to read from serial port",
+                            "<ERROR> [serial_brisca] [uartTx] Failed to write to serial port"));
+}
+
+TEST_F(SerialLine, IsReleasedByClosingOnce)
+{
+    open();
+    const std::size_t before = openDescriptors();
+    EXPECT_EQ(uartClose(), 0);
+    EXPECT_EQ(openDescriptors(), before - 1);
+    int exclusive = 1;
+    ::ioctl(slave().get(), TIOCGEXCL, &exclusive);
+    EXPECT_EQ(exclusive, 0);
+
+    StdoutCapture log;
+    EXPECT_EQ(uartClose(), -1);
+    EXPECT_THAT(log.logLines(),
+                ElementsAre("<ERROR> [serial_brisca] Error opening serial port - Bad file descriptor(9)."));
+}
+
+TEST_F(SerialLine, RxAllTakesWhatWaitsWithinItsBounds)
+{
+    open();
+    std::uint8_t bytes[kRxAllCapacity + 1] = {};
+    EXPECT_EQ(NCPDriver_RxAll(bytes), 0U);
+    pty.write(std::string(kRxAllCapacity + 44, 'x'));
+    ASSERT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 300; }));
+    EXPECT_EQ(NCPDriver_RxAll(bytes, 4), 4U);
+    EXPECT_EQ(NCPDriver_RxAll(bytes), kRxAllCapacity);
+    EXPECT_EQ(bytes[kRxAllCapacity], 0) << "beyond the buffer's capacity";
+    EXPECT_EQ(NCPDriver_RxAll(bytes), 40U);
+    uartClose();
+    EXPECT_EQ(NCPDriver_RxAll(bytes), 0U);
+}
+}  // namespace
