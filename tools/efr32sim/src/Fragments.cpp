@@ -8,7 +8,6 @@ namespace {
 constexpr std::uint8_t kFirstFlag = 0x80;
 constexpr std::size_t kLengthBytes = 2;
 constexpr std::size_t kStationFrameFragments = 17;
-constexpr std::size_t kStationFrameOddPiece = kStationFrame - (kStationFrameFragments - 1) * kFragmentPayload;
 
 std::uint8_t frameNumber(std::uint8_t header)
 {
@@ -75,11 +74,15 @@ std::size_t Reassembler::remaining() const
 std::size_t Reassembler::fragmentsOf(ByteSpan fragment) const
 {
     const std::size_t number = fragmentNumber(fragment[0]);
-    const ByteSpan payload = fragment.subspan(1);
-    if (number != 0 || payload.size() != kStationFrameOddPiece)
+    if (number != 0)
         return number + 1;
-    const std::size_t left = m_announced ? remaining() : announcedLength(payload);
-    return left >= kStationFrame ? kStationFrameFragments : 1;
+    // Number 0 opens a frame of one fragment, or one of seventeen by its odd piece of 1 to 16 bytes. A
+    // message begins with its two length bytes, so one byte alone is no frame.
+    const ByteSpan payload = fragment.subspan(1);
+    if (!m_announced && payload.size() < kLengthBytes)
+        return kStationFrameFragments;
+    const std::size_t frame = std::min(m_announced ? remaining() : announcedLength(payload), kStationFrame);
+    return frame == kPhoneFrame + payload.size() ? kStationFrameFragments : 1;
 }
 
 void Reassembler::startFrame(ByteSpan fragment, Result& result)
