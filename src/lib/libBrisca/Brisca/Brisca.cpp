@@ -21,6 +21,7 @@ Brisca::~Brisca()
 int Brisca::init(const char* uart, ManufacturerData data, const QString& name, EventsCallback callback)
 {
     m_started = false;
+    ++m_run;
     if (GBSSlave_Init(uart) != 1 || CreatePipes() != 1)
         return 0;
     {

@@ -79,6 +79,7 @@ private:
     const QString m_rxPipePath;           // the bridge writes, the application reads
     ManufacturerData m_manufacturerData;  // guarded by s_identityLock
     std::atomic<bool> m_started{false};
+    std::atomic<unsigned> m_run{0};  // counts the calls of init()
 
     static std::mutex s_identityLock;
     static QString m_DeviceName;  // guarded by s_identityLock

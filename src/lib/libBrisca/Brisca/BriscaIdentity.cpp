@@ -94,15 +94,16 @@ int Brisca::UpdateManufacturerSpecificData()
 
 void Brisca::startAdvertising(unsigned short interval)
 {
+    const unsigned run = m_run;
     if (UpdateManufacturerSpecificData() == 0) {
         BRISCA_ERROR(logNode, "Failed to update manufacturer specific data");
         return;
     }
     // Endless, but for the chip that agrees or the line that is taken away for a reset: from then on it would
-    // knock on a line that belongs to the bootloader client.
+    // knock on a line that belongs to the bootloader client, or to the next run of the stack.
     while (true) {
         const std::uint32_t result = GBSSlave_MakeDiscoverable(kDiscoverMode, interval);
-        if (result == 1 || !GBSSlave_IsLineHeld())
+        if (result == 1 || !GBSSlave_IsLineHeld() || run != m_run)
             return;
         if (result == 0)
             GOS_WaitForDelay(kAdvertisingRetryMs);
