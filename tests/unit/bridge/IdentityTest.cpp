@@ -1,0 +1,178 @@
+// What the station says about itself, on the air of a simulated chip.
+
+#include "DeviceName.h"
+#include "SimulatedStation.h"
+#include "Wait.h"
+
+#include <QByteArray>
+#include <string>
+#include <thread>
+
+namespace {
+using efr32sim::Bytes;
+using efr32sim::CommandId;
+using efr32sim::EventKind;
+using efr32sim::Fault;
+using efr32sim::FaultKind;
+
+constexpr CommandId kSetAdvertisingData{0x03, 0x0C};
+constexpr CommandId kStartAdvertising{0x03, 0x14};
+constexpr CommandId kGetAddress{0x01, 0x03};
+
+class IdentityTest : public SimulatedStation
+{
+protected:
+    static bool is(const efr32sim::Event& event, CommandId command)
+    {
+        return event.number("class") == command.classId && event.number("id") == command.id;
+    }
+    /// How often the chip was asked to advertise since the cursor was made.
+    static int starts(efr32sim::EventCursor& events)
+    {
+        int count = 0;
+        while (const auto event = events.next(std::chrono::milliseconds(0)))
+            if (event->kind == EventKind::Command && is(*event, kStartAdvertising))
+                ++count;
+        return count;
+    }
+};
+
+TEST_F(IdentityTest, TheAdvertisingDataIsFlagsAndManufacturerData)
+{
+    ASSERT_TRUE(init());
+    stack().startAdvertising(7);
+    const efr32sim::AirState air = chip.air();
+    EXPECT_TRUE(air.advertising);
+    EXPECT_EQ(air.advertisingData, (Bytes{0x02, 0x01, 0x05,                                // flags
+                                          0x0D, 0xFF, 0xFF, 0xFF, 0xF4, 0x4C, 0x01, 0x00,  // company, values
+                                          0x01, 0x02, 0x03, 0x04, 0x05, 0x06}));           // address
+    EXPECT_EQ(air.discoverMode, 4);
+    EXPECT_EQ(air.duration, 7);
+    EXPECT_EQ(stack().getBriscaState(), 2);
+}
+
+struct NameCase
+{
+    const char* name;
+    QString deviceName;
+    std::string given;  // to the stack
+    std::string onAir;  // in the scan response; empty: no name there
+};
+
+std::string repeated(const char* piece, int count)
+{
+    return QString::fromUtf8(piece).repeated(count).toStdString();
+}
+
+class NameTest : public IdentityTest, public testing::WithParamInterface<NameCase>
+{
+};
+
+TEST_P(NameTest, OnTheAir)
+{
+    const NameCase& row = GetParam();
+    ASSERT_TRUE(init(row.deviceName));
+    stack().startAdvertising(0);
+    std::uint8_t length = 0xFF;
+    const std::uint8_t* const name = giveDeviceName(&length);
+    EXPECT_EQ(std::string(name, name + length), row.given);
+    Bytes expected;
+    if (!row.onAir.empty()) {
+        expected = {static_cast<std::uint8_t>(row.onAir.size() + 1), 0x09};
+        expected.insert(expected.end(), row.onAir.begin(), row.onAir.end());
+    }
+    EXPECT_EQ(chip.air().scanResponse, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, NameTest,
+    testing::Values(NameCase{"NoNameBecomesTheDefault", "", "", "EFR32_NCP"},
+                    NameCase{"OneCharacter", "V", "V", "V"},
+                    NameCase{"TheLongestThatFitsTheScanResponse", QString(29, 'n'), std::string(29, 'n'),
+                             std::string(29, 'n')},
+                    NameCase{"ThirtyOneDoNotFitTheScanResponse", QString(31, 'n'), std::string(31, 'n'), ""},
+                    NameCase{"ThirtyTwoAreCut", QString(32, 'n'), std::string(31, 'n'), ""},
+                    NameCase{"FortyAreCut", QString(40, 'n'), std::string(31, 'n'), ""},
+                    NameCase{"SixtyFourFillTheBuffer", QString(64, 'n'), std::string(31, 'n'), ""},
+                    NameCase{"AThousandStayInTheBuffer", QString(1000, 'n'), std::string(31, 'n'), ""},
+                    NameCase{"MultiByteCharacters", QString::fromUtf8("S\xC3\xA4ule \xE2\x9A\xA1"),
+                             "S\xC3\xA4ule \xE2\x9A\xA1", "S\xC3\xA4ule \xE2\x9A\xA1"},
+                    NameCase{"AMultiByteCharacterIsCutAtTheLimit", QString::fromUtf8("\xC3\xA9").repeated(32),
+                             repeated("\xC3\xA9", 15) + "\xC3", ""},
+                    NameCase{"ALeadingNulIsNoName", QString(QChar(0)) + "name", "", "EFR32_NCP"}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_F(IdentityTest, TheNameNeedsAPlaceForItsLength)
+{
+    EXPECT_EQ(giveDeviceName(nullptr), nullptr);
+}
+
+TEST_F(IdentityTest, TheAddressIsTextWithItsMostSignificantByteFirst)
+{
+    ASSERT_TRUE(init());
+    EXPECT_EQ(stack().getBLEAddress(), QStringLiteral("060504030201"));
+    chip.inject(Fault{.kind = FaultKind::LostResponse, .command = kGetAddress});
+    EXPECT_EQ(stack().getBLEAddress(), QString());
+    EXPECT_EQ(capture.count("<ERROR> [Brisca] Failed to get BLE address"), 1);
+}
+
+TEST_F(IdentityTest, RefusedAdvertisingDataIsNotAdvertised)
+{
+    ASSERT_TRUE(init());
+    auto events = chip.follow();
+    chip.inject(Fault{.kind = FaultKind::ErrorResponse, .skip = 1, .command = kSetAdvertisingData});
+    stack().startAdvertising(0);
+    EXPECT_EQ(capture.count("<ERROR> [Brisca] Failed to update manufacturer specific data"), 1);
+    EXPECT_EQ(starts(events), 0);
+}
+
+TEST_F(IdentityTest, ARefusedScanResponseIsOnlyTraced)
+{
+    ASSERT_TRUE(init());
+    chip.inject(Fault{.kind = FaultKind::ErrorResponse, .command = kSetAdvertisingData});
+    stack().startAdvertising(0);
+    EXPECT_TRUE(chip.air().advertising);
+    EXPECT_EQ(capture.count("<TRACE> [Brisca] GBSSlave_UpdateAdvertisingData scanning = 0 "), 1);
+}
+
+TEST_F(IdentityTest, AnUnreadableAddressIsAdvertisedAsZero)
+{
+    ASSERT_TRUE(init());
+    chip.inject(Fault{.kind = FaultKind::LostResponse, .command = kGetAddress});
+    stack().startAdvertising(0);
+    const Bytes data = chip.air().advertisingData;
+    ASSERT_EQ(data.size(), 17U);
+    EXPECT_EQ(Bytes(data.begin() + 11, data.end()), Bytes(6, 0));
+}
+
+TEST_F(IdentityTest, AdvertisingIsAskedForUntilTheChipAgrees)
+{
+    ASSERT_TRUE(init());
+    auto events = chip.follow();
+    chip.inject(Fault{.kind = FaultKind::ErrorResponse, .count = 5, .command = kStartAdvertising});
+    stack().startAdvertising(0);
+    EXPECT_TRUE(chip.air().advertising);
+    EXPECT_EQ(starts(events), 6);
+}
+
+TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
+{
+    ASSERT_TRUE(init());
+    auto events = chip.follow();
+    chip.inject(Fault{.kind = FaultKind::ErrorResponse, .count = 0, .command = kStartAdvertising});
+    std::thread eventTask([] { stack().startAdvertising(0); });
+    for (int asked = 0; asked < 3; ++asked)
+        EXPECT_TRUE(events.waitFor(EventKind::Command,
+                                   [](const auto& event) { return is(event, kStartAdvertising); }));
+    GBSSlave_LetGoLine();
+    events = chip.follow();
+    eventTask.join();
+    EXPECT_EQ(starts(events), 0) << "the line belongs to the bootloader client";
+    EXPECT_FALSE(chip.air().advertising);
+}
+
+TEST_F(IdentityTest, ALineThatCannotBeOpenedFailsTheStart)
+{
+    EXPECT_EQ(stack().init("/nowhere", {}, QStringLiteral("Voltra"), onEvent), 0);
+}
+}  // namespace
