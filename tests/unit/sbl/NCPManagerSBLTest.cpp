@@ -1,0 +1,163 @@
+#include "LineOwner.h"
+#include "NCPDriver.h"
+#include "NCPManagerSBL.h"
+#include "Pty.h"
+#include "StdoutCapture.h"
+#include "efr32sim/Chip.h"
+
+#include <gmock/gmock.h>
+
+#include <thread>
+
+namespace {
+using efr32sim::Bytes;
+using testing::HasSubstr;
+using testsupport::StdoutCapture;
+
+Bytes makeImage(std::size_t size)
+{
+    Bytes image(size);
+    for (std::size_t i = 0; i < size; ++i)
+        image[i] = static_cast<std::uint8_t>(i * 7 + i / 128);
+    return image;
+}
+
+/// A chip whose firmware runs, with the line to it held.
+class SerialBootloader : public testing::Test
+{
+protected:
+    SerialBootloader() : chip(options())
+    {
+        chip.start();
+        auto events = chip.followFromStart();
+        EXPECT_TRUE(events.waitFor(efr32sim::EventKind::BootSent));
+        EXPECT_EQ(NCPDriver_Init(chip.slavePath().c_str()), 1U);
+    }
+    ~SerialBootloader() override
+    {
+        if (HasFailure())
+            std::puts(chip.events().dump().c_str());
+        LineOwner::letGo();
+    }
+    static efr32sim::ChipOptions options()
+    {
+        efr32sim::ChipOptions result;
+        result.powerOn = efr32sim::Mode::Firmware;
+        result.checkLine = false;  // this path keeps the co-processor's line settings in the bootloader
+        result.bootDelay = efr32sim::Milliseconds(0);
+        return result;
+    }
+
+    efr32sim::Chip chip;
+};
+
+struct UpgradeCase
+{
+    const char* name;
+    std::size_t size;
+    std::size_t blocks;
+    std::string progress;
+};
+
+class Upgrade : public SerialBootloader, public testing::WithParamInterface<UpgradeCase>
+{
+};
+
+TEST_P(Upgrade, BringsTheImageIntoTheChipAndStartsIt)
+{
+    const Bytes image = makeImage(GetParam().size);
+    // One pad byte behind the image, and behind that what the block before left in its place.
+    Bytes expected = image;
+    if (image.size() % kSblBlockDataSize != 0)
+        expected.push_back(0x1A);
+    while (expected.size() < GetParam().blocks * kSblBlockDataSize)
+        expected.push_back(expected.size() < kSblBlockDataSize ? 0
+                                                               : image[expected.size() - kSblBlockDataSize]);
+
+    const StdoutCapture output;
+    EXPECT_EQ(NCPManagerSBL_FWUpgrade(image.data(), static_cast<std::uint32_t>(image.size())), 1U);
+    EXPECT_EQ(chip.imageCount(), 1U);
+    EXPECT_EQ(chip.image(), expected);
+    EXPECT_EQ(chip.mode(), efr32sim::Mode::Firmware);
+    EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 0);
+
+    std::string progress = output.text();
+    EXPECT_THAT(progress, HasSubstr("\nForce to bootloader"));
+    EXPECT_THAT(progress, HasSubstr("\nNCP is at boot loader modeStart upgrade..."));
+    EXPECT_THAT(progress, HasSubstr("C\nStart upgrade success!"));
+    EXPECT_THAT(progress, HasSubstr("\nSend EOT!06H \r\nSerial upload complete"));
+    EXPECT_THAT(progress, HasSubstr("\nRun exploit..."));
+    EXPECT_THAT(progress, testing::EndsWith("Run exploit SUCCESS!!!"));
+    // What lies between start and end is the progress and the echo of each acknowledgement.
+    progress.erase(progress.find("\nSend EOT!"));
+    progress.erase(0, progress.find("success!") + 8);
+    EXPECT_EQ(progress, GetParam().progress);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Upgrade,
+    testing::Values(UpgradeCase{"WholeBlocksWithoutPadding", 256, 2, "\r50%06H \r100%06H "},
+                    UpgradeCase{"LastBlockKeepsTheRestOfTheOneBefore", 130, 2, "\r98%06H \r100%06H "},
+                    UpgradeCase{"ProgressIsRoundedDown", 1000, 8,
+                                "\r12%06H \r25%06H \r38%06H \r51%06H \r64%06H \r76%06H \r89%06H \r100%06H "}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(SerialBootloader, StopsAtABlockThatIsRefusedAndStaysInTheBootloader)
+{
+    const Bytes image = makeImage(300);
+    const StdoutCapture output;
+    chip.inject({.kind = efr32sim::FaultKind::CorruptBlock});
+    EXPECT_EQ(NCPManagerSBL_FWUpgrade(image.data(), static_cast<std::uint32_t>(image.size())), 0U);
+    EXPECT_THAT(output.text(), HasSubstr("\r42%15H "));
+    EXPECT_THAT(output.text(), testing::EndsWith("Can't receive ACK"));
+    EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 1);
+    EXPECT_EQ(chip.imageCount(), 0U);
+}
+
+/// A peer that says nothing by itself.
+class SilentPeer : public testing::Test
+{
+protected:
+    SilentPeer() { EXPECT_EQ(NCPDriver_Init(pty.slavePath().c_str()), 1U); }
+    ~SilentPeer() override { LineOwner::letGo(); }
+
+    testsupport::Pty pty;
+};
+
+TEST_F(SilentPeer, GetsThreeResetsAndNothingElse)
+{
+    StdoutCapture output;
+    EXPECT_EQ(NCPManagerSBL_GotoBootloader(), 0U);
+    const std::string reset("\x20\x01\x00\x00\x01", 5);
+    EXPECT_EQ(pty.readAvailable(), reset + reset + reset);
+    const std::string failed = "\nNCP goto bootloader failed!!!";
+    EXPECT_EQ(output.text(), "\nForce to bootloader" + failed + failed + failed);
+
+    output.clear();
+    const std::uint8_t block[kSblBlockDataSize] = {};
+    EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 0);
+    EXPECT_EQ(NCPManagerSBL_StartUpgrade(), 0U);
+    EXPECT_EQ(NCPManagerSBL_SendBlock(block), 0U);
+    EXPECT_EQ(NCPManagerSBL_SendEOT(), 0U);
+    EXPECT_EQ(NCPManagerSBL_RunApp(), 0U);
+    EXPECT_EQ(pty.readAvailable(), "");
+    EXPECT_EQ(output.text(), "");
+}
+
+TEST_F(SilentPeer, KeepsTheModeWhenThePromptComesBackInsteadOfTheApplication)
+{
+    const StdoutCapture output;
+    std::thread bootloader([this] {
+        EXPECT_EQ(pty.read(5).size(), 5U);
+        pty.write("BL >");
+        EXPECT_EQ(pty.read(1), "2");
+        pty.write(std::string("\x01\xFF\0No application\r\nBL > ", 24));
+    });
+    EXPECT_EQ(NCPManagerSBL_GotoBootloader(), 1U);
+    EXPECT_EQ(NCPManagerSBL_RunApp(), 0U);
+    bootloader.join();
+    EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 1);
+    EXPECT_THAT(output.text(), testing::EndsWith("\nRun exploit...01H \xFF"
+                                                 "00H No application\r\nBL > Run exploit FAILED!"));
+}
+}  // namespace
