@@ -3,6 +3,7 @@
 # programs which use the station's fixed paths can run side by side on any machine.
 # usage: sandbox.sh COMMAND [ARGUMENT...]
 # BRISCA_SANDBOX_BIND: directories (separated by ':') that stay shared and writable.
+# BRISCA_SANDBOX_ARGUMENTS: further options of bwrap, separated by blanks.
 set -euo pipefail
 
 arguments=(--unshare-pid --die-with-parent --tmpfs / --proc /proc --dev /dev)
@@ -13,7 +14,7 @@ for directory in /bin /etc /home /lib /lib32 /lib64 /opt /root /sbin /srv /sys /
         arguments+=(--ro-bind "$directory" "$directory")
     fi
 done
-arguments+=(--tmpfs /tmp --tmpfs /run --dir /evse/data --dir /evse/app/bin --dir /dev/evse)
+arguments+=(--perms 1777 --tmpfs /tmp --tmpfs /run --dir /evse/data --dir /evse/app/bin --dir /dev/evse)
 # The build and source trees may lie anywhere, also below /tmp.
 here=$(cd "$(dirname "$0")/../.." && pwd)
 arguments+=(--bind "$here" "$here")
@@ -21,4 +22,6 @@ IFS=: read -ra shared <<<"${BRISCA_SANDBOX_BIND:-}"
 for directory in "${shared[@]}"; do
     arguments+=(--bind "$directory" "$directory")
 done
+read -ra further <<<"${BRISCA_SANDBOX_ARGUMENTS:-}"
+arguments+=("${further[@]}")
 exec bwrap "${arguments[@]}" --chdir "$PWD" "$@"
