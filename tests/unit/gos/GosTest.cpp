@@ -1,0 +1,206 @@
+#include "GOS.h"
+
+#include "StdoutCapture.h"
+#include "facade/LogFacade.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using Lines = std::vector<std::string>;
+
+std::string delays;  // what has been asked of the system
+}  // namespace
+
+extern "C" unsigned __wrap_sleep(unsigned seconds)
+{
+    delays += "sleep " + std::to_string(seconds) + " ";
+    return 0;
+}
+
+extern "C" int __wrap_usleep(useconds_t microseconds)
+{
+    delays += "usleep " + std::to_string(microseconds) + " ";
+    return 0;
+}
+
+namespace {
+TEST(Gos, DelaysInSecondsAndTheRestInMicroseconds)
+{
+    struct Row
+    {
+        unsigned milliseconds;
+        const char* calls;
+    };
+    const Row rows[] = {{0, ""},
+                        {2, "usleep 2000 "},
+                        {999, "usleep 999000 "},
+                        {1000, "sleep 1 "},
+                        {2500, "sleep 2 usleep 500000 "},
+                        {4294967295, "sleep 4294967 usleep 295000 "}};
+    for (const Row& row : rows) {
+        delays.clear();
+        EXPECT_EQ(GOS_WaitForDelay(row.milliseconds), 1);
+        EXPECT_EQ(delays, row.calls);
+    }
+}
+
+TEST(Gos, MeasuresStringsUpToALimit)
+{
+    struct Row
+    {
+        const char* text;
+        std::uint16_t limit;
+        std::uint16_t length;
+    };
+    const std::string longText(70000, 'x');
+    const Row rows[] = {{"abc", 1, 2},      {"abc", 0, 1},
+                        {"abc", 2, 3},      {"abc", 3, 3},
+                        {"abc", 31, 3},     {"", 0, 0},
+                        {nullptr, 5, 0},    {"abc", 0xFFFF, 0},
+                        {"abc", 0xFFFE, 3}, {longText.c_str(), 0xFFFE, 0xFFFF}};
+    for (const Row& row : rows)
+        EXPECT_EQ(StrLenMax(row.text, row.limit), row.length) << row.limit;
+}
+
+TEST(Gos, LocksEachNumberedSemaphoreByItself)
+{
+    for (unsigned id = 0; id <= 4; ++id)
+        GOS_WaitForSemaphore(id);
+    int shared = 0;
+    std::thread waiter([&] {
+        for (unsigned id = 0; id <= 4; ++id)
+            GOS_WaitForSemaphore(id);
+        ++shared;
+    });
+    ++shared;
+    for (unsigned id = 0; id <= 4; ++id)
+        GOS_ReleaseSemaphore(id);
+    waiter.join();
+    EXPECT_EQ(shared, 2);
+    for (unsigned id = 0; id <= 4; ++id)
+        GOS_ReleaseSemaphore(id);  // any thread may release
+}
+
+TEST(Gos, ContinuesAtOnceOnASemaphoreThatDoesNotExist)
+{
+    StdoutCapture capture;
+    GOS_WaitForSemaphore(5);
+    GOS_ReleaseSemaphore(0xFFFFFFFF);
+    EXPECT_EQ(capture.logLines(), (Lines{"<FATAL> [[KORA][GOS]] SemaphoreID 5 don't exist",
+                                         "<FATAL> [[KORA][GOS]] SemaphoreID -1 don't exist"}));
+}
+
+TEST(Gos, HasStubsThatOnlyTrace)
+{
+    LogFacade::setLevel("[KORA][GOS]", LogLevel::Trace);
+    StdoutCapture capture;
+    GOS_GetCommonData()->exceptionCode = 7;
+    EXPECT_EQ(GOS_GetException(), 0);
+    GOS_SetErrno(16);
+    EXPECT_EQ(capture.logLines(), (Lines{"<TRACE> [[KORA][GOS]] Stub : GOS_GetCommonData",
+                                         "<TRACE> [[KORA][GOS]] Stub : GOS_GetCommonData",
+                                         "<TRACE> [[KORA][GOS]] Stub : GOS_SetErrno 16"}));
+}
+
+TEST(Gos, IsNoTaskOnTheMainThread)
+{
+    StdoutCapture capture;
+    EXPECT_EQ(GOS_GetCurrentTaskId(), 0xFFFF);
+    EXPECT_EQ(GOS_WaitForSignal(1, 0), -1);
+    EXPECT_EQ(GOS_GetTaskID("nobody"), -1);
+    char buffer[4] = "x";
+    GOS_SendSignal(1, 77);
+    GOS_WaitForMail(77, buffer);
+    EXPECT_EQ(GOS_RequestSendMail(77, buffer), 1);
+    EXPECT_EQ(capture.logLines(), (Lines{"<ERROR> [RTapi.TASKS] Failed to get current task Id",
+                                         "<FATAL> [[KORA][GOS]] Failed to find current task id",
+                                         "<FATAL> [RTapi.TASKS] Failed to find current task",
+                                         "<ERROR> [RTapi.TASKS] Failed to find task 'nobody'",
+                                         "<ERROR> [RTapi.TASKS] Failed to send signal '1' to task '77'",
+                                         "<FATAL> [RTapi.TASKS] Failed to find current task",
+                                         "<ERROR> [RTapi.TASKS] Failed to send mail 'x' to task '77'"}));
+}
+
+int signalsSeen = 0;
+std::string mailSeen;
+std::atomic<int> guarded = 0;
+int maximumInside = 0;
+
+void enterAndLeave()
+{
+    for (int round = 0; round < 200; ++round) {
+        GOS_WaitForSemaphore(SEM_ID_BTP_TX);
+        maximumInside = std::max(maximumInside, ++guarded);
+        --guarded;
+        GOS_ReleaseSemaphore(SEM_ID_BTP_TX);
+    }
+}
+
+void serve()
+{
+    const int self = GOS_GetCurrentTaskId();
+    signalsSeen = GOS_WaitForSignal(0x2, 0);
+    char mail[4] = {};
+    GOS_WaitForMail(self, mail);
+    mailSeen.assign(mail, sizeof mail);
+    GOS_SendSignal(0x10, GOS_GetTaskID("client"));
+    enterAndLeave();
+}
+
+void ask()
+{
+    char mail[] = "ping and more";
+    GOS_RequestSendMail(GOS_GetTaskID("server"), mail);
+    GOS_SendSignal(0x3, GOS_GetTaskID("server"));
+    EXPECT_EQ(GOS_WaitForSignal(0x10, 0), 0x10);
+    EXPECT_EQ(GOS_GetException(), 0);
+    enterAndLeave();
+}
+
+TEST(Gos, RunsTasksThatSignalAndMailEachOther)
+{
+    GOS_CreateTask("server", serve, 4);
+    GOS_CreateTask("client", ask, 4);
+    EXPECT_EQ(GOS_GetTaskID("client"), 1);
+    GOS_StartTasks();
+    GOS_Join();
+    EXPECT_EQ(signalsSeen, 3);
+    EXPECT_EQ(mailSeen, "ping");
+    EXPECT_EQ(maximumInside, 1);
+}
+
+TEST(LogNodes, OfEveryLinkedFloorAreInTheTree)
+{
+    const std::set<std::string> expected = {"GLOBAL.liblog",
+                                            "GLOBAL.Utils",
+                                            "GLOBAL.Utils.StringUtils",
+                                            "GLOBAL.RTapi",
+                                            "GLOBAL.RTapi.TASKS",
+                                            "GLOBAL.RTapi.TASK",
+                                            "GLOBAL.RTapi.THREAD",
+                                            "GLOBAL.RTapi.FIFO_MUTEX",
+                                            "GLOBAL.[RTapi][MAILBOX]",
+                                            "GLOBAL.[RTapi][MUTEX]",
+                                            "GLOBAL.[RTapi][SEM]",
+                                            "GLOBAL.[RTapi][SIGNAL]",
+                                            "GLOBAL.[KORA][GOS]"};
+    StdoutCapture capture;
+    LogFacade::inst().printTree();
+    std::set<std::string> printed;
+    for (const std::string& line : capture.logLines()) {
+        const auto name = line.find("GLOBAL.");
+        if (name != std::string::npos)
+            printed.insert(line.substr(name, line.rfind(':') - name));
+    }
+    EXPECT_EQ(printed, expected);
+}
+}  // namespace

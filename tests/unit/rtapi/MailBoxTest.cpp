@@ -1,0 +1,220 @@
+#include "FakeSystem.h"
+#include "StdoutCapture.h"
+#include "mailbox/MailBox.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using Lines = std::vector<std::string>;
+
+/// A lock that can be made to fail.
+class TestLock : public FifoMutexI
+{
+public:
+    bool Take() override { return works; }
+    void Give() override {}
+    void SetName(const char*) override {}
+    bool works = true;
+};
+
+TEST(Fifo, KeepsTheOrderAroundTheEndOfItsRing)
+{
+    TestLock lock;
+    Fifo fifo(2, lock);
+    const auto text = [](int number) { return std::string{static_cast<char>('A' + number % 26), 'x'}; };
+    int next = 0;
+    for (int round = 0; round < 5; ++round) {
+        for (int count = 0; count < 20; ++count)
+            EXPECT_TRUE(fifo.push(text(round * 20 + count).c_str()));
+        for (int count = 0; count < 20; ++count) {
+            EXPECT_EQ(fifo.front(), text(next++));
+            fifo.pop();
+        }
+        EXPECT_TRUE(fifo.isEmpty());
+    }
+}
+
+TEST(Fifo, DropsThe33rdMessage)
+{
+    TestLock lock;
+    Fifo fifo(1, lock);
+    for (char letter = 'A'; letter < 'A' + 32; ++letter) {
+        EXPECT_FALSE(fifo.isFull());
+        EXPECT_TRUE(fifo.push(&letter, 1));
+    }
+    EXPECT_TRUE(fifo.isFull());
+    EXPECT_FALSE(fifo.push("z"));
+    EXPECT_EQ(std::string(fifo.front()) + fifo.back(), "A`");
+    fifo.pop();
+    EXPECT_TRUE(fifo.push("z"));
+    EXPECT_EQ(std::string(fifo.front()) + fifo.back(), "Bz");
+}
+
+TEST(Fifo, BoundsEveryMessageToItsSlot)
+{
+    struct Row
+    {
+        const char* name;
+        int length;
+        const char* data;
+        int storedLength;
+        std::string stored;
+    };
+    const Row rows[] = {
+        {"text as long as the slot", 0, "abcd", 4, "abcd"},
+        {"longer text", 0, "abcdefgh", 4, "abcd"},
+        {"shorter text, with what follows it", 0, "a\0cd", 1, std::string("a\0cd", 4)},
+        {"a length of its own", 3, "abcd", 3, "abcd"},
+        {"a length over the slot", 300, "abcdefgh", 4, "abcd"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        TestLock lock;
+        Fifo fifo(4, lock);
+        ASSERT_TRUE(fifo.push(row.data, row.length));
+        for (const bool atFront : {true, false}) {
+            FifoI::Msg message = {};
+            atFront ? fifo.front(message) : fifo.back(message);
+            EXPECT_EQ(message.length, row.storedLength);
+            EXPECT_EQ(std::string(message.data, 4), row.stored);
+            EXPECT_EQ(message.data[4], '\0');
+        }
+    }
+}
+
+TEST(Fifo, IsNeutralWhenEmptyOrWithoutItsLock)
+{
+    TestLock lock;
+    Fifo fifo(4, lock);
+    fifo.pop();
+    FifoI::Msg message = {7, nullptr};
+    fifo.front(message);
+    EXPECT_EQ(message.length, 0);
+    EXPECT_STREQ(message.data, "");
+    EXPECT_STREQ(fifo.back(), "");
+    ASSERT_TRUE(fifo.push("kept"));
+    lock.works = false;
+    EXPECT_TRUE(fifo.isEmpty());
+    EXPECT_TRUE(fifo.isFull());
+    EXPECT_FALSE(fifo.push("lost"));
+    fifo.pop();
+    lock.works = true;
+    EXPECT_STREQ(fifo.front(), "kept");
+    EXPECT_STREQ(fifo.back(), "kept");
+}
+
+class MailBoxTest : public RuntimeTest
+{
+};
+
+TEST_F(MailBoxTest, KeepsThirtyTwoMessagesAndWakesForTheRestWithoutCopying)
+{
+    MailBox mailbox(4, "full");
+    for (int number = 0; number < 34; ++number)
+        mailbox.SendMail(reinterpret_cast<const char*>(&number));
+    for (int expected = 0; expected < 34; ++expected) {
+        int received = -1;
+        mailbox.WaitForMail(reinterpret_cast<char*>(&received));
+        EXPECT_EQ(received, expected < 32 ? expected : -1);
+    }
+}
+
+TEST_F(MailBoxTest, TellsWhatItDoes)
+{
+    LogFacade::setLevel("[RTapi][MAILBOX]", LogLevel::Trace);
+    LogFacade::setLevel("RTapi.FIFO_MUTEX", LogLevel::Debug);
+    StdoutCapture capture;
+    MailBox mailbox(3, "first");
+    mailbox.SetName("lock");
+    mailbox.SetMailboxName("second");
+    mailbox.SendMail("abcd");
+    mailbox.SendMail("xyz");
+    LogFacade::setLevel("RTapi.FIFO_MUTEX", LogLevel::Notic);
+    mailbox.PrintMailboxState();
+    char out[3];
+    mailbox.WaitForMail(out);
+    EXPECT_EQ(std::string(out, 3), "abc");
+    auto lines = capture.logLines();
+    ASSERT_GT(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "<DEBUG> [[RTapi][MAILBOX]]  'second' send mail");
+    EXPECT_EQ(lines[1], "<DEBUG> [RTapi.FIFO_MUTEX] ENTER Take Mutex 'lock'");
+    EXPECT_EQ(lines[2], "<DEBUG> [RTapi.FIFO_MUTEX] ENTER Give Mutex 'lock'");
+    lines.erase(lines.begin(), lines.end() - 3);
+    EXPECT_EQ(lines, (Lines{"<TRACE> [[RTapi][MAILBOX]] second    :         3:         0:         0:abc:xyz",
+                            "<DEBUG> [[RTapi][MAILBOX]] 'second' WaitForMail",
+                            "<DEBUG> [[RTapi][MAILBOX]] 'second' receive mail"}));
+}
+
+/// Several senders and receivers on one mailbox. What the receivers got is counted by message; a receiver
+/// sees 0 when it was woken for a message that had been dropped.
+class MailTraffic
+{
+public:
+    static constexpr unsigned kPairs = 3;
+    static constexpr unsigned kMessages = 500;
+
+    /// @param bounded keeps the mailbox from overflowing
+    explicit MailTraffic(bool bounded)
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned pair = 0; pair < kPairs; ++pair) {
+            threads.emplace_back([=, this] { send(pair, bounded); });
+            threads.emplace_back([=, this] { receive(bounded); });
+        }
+    }
+
+    std::map<unsigned, int> received;
+
+private:
+    void send(unsigned pair, bool bounded)
+    {
+        for (unsigned index = 0; index < kMessages; ++index) {
+            const unsigned message = 1 + pair * kMessages + index;
+            if (bounded)
+                m_room.acquire();
+            m_mailbox.SendMail(reinterpret_cast<const char*>(&message));
+        }
+    }
+    void receive(bool bounded)
+    {
+        for (unsigned index = 0; index < kMessages; ++index) {
+            unsigned message = 0;
+            m_mailbox.WaitForMail(reinterpret_cast<char*>(&message));
+            if (bounded)
+                m_room.release();
+            const std::lock_guard lock(m_mutex);
+            ++received[message];
+        }
+    }
+
+    MailBox m_mailbox{sizeof(unsigned), "traffic"};
+    std::counting_semaphore<32> m_room{32};
+    std::mutex m_mutex;
+};
+
+TEST_F(MailBoxTest, DeliversEveryMessageOnceToSeveralReceivers)
+{
+    const MailTraffic traffic(true);
+    EXPECT_EQ(traffic.received.size(), MailTraffic::kPairs * MailTraffic::kMessages);
+    EXPECT_EQ(traffic.received.count(0), 0u);
+}
+
+TEST_F(MailBoxTest, DeliversNoMessageTwiceWhenItOverflows)
+{
+    const MailTraffic traffic(false);
+    for (const auto& [message, times] : traffic.received) {
+        if (message != 0) {
+            EXPECT_EQ(times, 1) << message;
+        }
+    }
+}
+}  // namespace

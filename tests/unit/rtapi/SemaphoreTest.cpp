@@ -1,0 +1,113 @@
+#include "FakeSystem.h"
+#include "StdoutCapture.h"
+#include "semaphore/MutexPosix.h"
+#include "semaphore/SemPosix.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using Lines = std::vector<std::string>;
+
+TEST(MutexPosix, IsALockThatAnyThreadMayRelease)
+{
+    MutexPosix mutex("lock");
+    EXPECT_EQ(mutex.Getvalue(), 1);
+    EXPECT_EQ(mutex.Lock(), 0);
+    EXPECT_EQ(mutex.Getvalue(), 0);
+    int valueAfterRelease = 0;
+    std::thread([&] { valueAfterRelease = mutex.Unlock(); }).join();
+    EXPECT_EQ(valueAfterRelease, 1);
+}
+
+TEST(MutexPosix, ExcludesOtherThreads)
+{
+    MutexPosix mutex;
+    int counter = 0;
+    const auto count = [&] {
+        for (int round = 0; round < 5000; ++round) {
+            const MutexPosixGuard guard(mutex);
+            ++counter;
+        }
+    };
+    {
+        std::jthread first(count);
+        std::jthread second(count);
+    }
+    EXPECT_EQ(counter, 10000);
+}
+
+TEST(MutexPosix, ReportsAFailedWait)
+{
+    MutexPosix mutex;
+    mutex.SetMutexName("renamed");
+    StdoutCapture capture;
+    fakesystem::semWaitError = EINVAL;
+    EXPECT_EQ(mutex.Lock(), -1);
+    EXPECT_EQ(capture.logLines(), Lines{"<FATAL> [[RTapi][MUTEX]] Getvalue failed on 'renamed', errno = 22"});
+}
+
+TEST(MutexPosix, WaitsOnWhenASignalHandlerInterruptsIt)
+{
+    MutexPosix mutex;
+    StdoutCapture capture;
+    fakesystem::semWaitError = EINTR;
+    EXPECT_EQ(mutex.Lock(), 0);
+    EXPECT_EQ(mutex.Getvalue(), 0);
+    EXPECT_EQ(capture.text(), "");
+}
+
+class SemPosixTest : public RuntimeTest
+{
+};
+
+TEST_F(SemPosixTest, CountsEventsAndShowsEachLook)
+{
+    LogFacade::setLevel("[RTapi][SEM]", LogLevel::Debug);
+    StdoutCapture capture;
+    SemPosix events("events");
+    events.Post();
+    events.Post();
+    events.Wait();
+    events.SetSemaphoreName("renamed");
+    EXPECT_EQ(events.Getvalue(), 1);
+    EXPECT_EQ(capture.logLines(),
+              (Lines{"<DEBUG> [[RTapi][SEM]]  events:1 ", "<DEBUG> [[RTapi][SEM]]  events:2 ",
+                     "<DEBUG> [[RTapi][SEM]]  events:2 ", "<DEBUG> [[RTapi][SEM]]  renamed:1 "}));
+}
+
+TEST_F(SemPosixTest, GivesUpAtADeadline)
+{
+    SemPosix events;
+    const timespec past = {1, 0};
+    EXPECT_EQ(events.Wait(past), ETIMEDOUT);
+    EXPECT_EQ(events.Wait({1, 1000000000}), EINVAL);
+    events.Post();
+    EXPECT_EQ(events.Wait(past), 0);
+    EXPECT_EQ(events.Getvalue(), 0);
+}
+
+template <class Semaphore>
+void createWithoutSystemMemory()
+{
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    fakesystem::semInitError = ENOMEM;
+    const Semaphore semaphore("mine");
+}
+
+TEST(Semaphores, EndTheProcessWithStatus0WhenTheyCannotBeCreated)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(createWithoutSystemMemory<MutexPosix>(), testing::ExitedWithCode(0),
+                "<FATAL> .*MUTEX.* Create failed on mine, errno = 12\n");
+    EXPECT_EXIT(createWithoutSystemMemory<SemPosix>(), testing::ExitedWithCode(0),
+                "<FATAL> .*SEM.* Create failed on mine, errno = 12\n");
+}
+}  // namespace

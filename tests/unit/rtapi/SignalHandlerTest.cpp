@@ -1,0 +1,140 @@
+#include "FakeSystem.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
+#include "signalHandler/SignalHandler.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <string>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using testsupport::waitUntil;
+using Lines = std::vector<std::string>;
+
+/// A moment of a second at which a timed wait of up to 999 ms can be expressed, as every one of these starts.
+constexpr long kStartOfSecond = 0;
+constexpr long kEndOfSecond = 999'999'999;
+
+std::string stateOf(SignalHandler& handler)
+{
+    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Trace);
+    StdoutCapture capture;
+    handler.PrintSignalState();
+    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Notic);
+    return capture.logLines().at(0);
+}
+
+class SignalHandlerTest : public RuntimeTest
+{
+};
+
+TEST_F(SignalHandlerTest, ReturnsAndClearsTheWholePendingSet)
+{
+    struct Row
+    {
+        const char* name;
+        std::vector<std::uint32_t> sent;
+        std::uint32_t mask;
+        int timeoutMs;
+        std::uint32_t received;
+    };
+    const Row rows[] = {
+        {"the bit waited for", {0x2}, 0x2, 0, 0x2},
+        {"bits outside the mask with it", {0x3}, 0x2, 0, 0x3},
+        {"a wake-up outside the mask waits on", {0x1, 0x4}, 0x4, 0, 0x5},
+        {"any bit of the mask", {0x80000000}, 0x80000001, 0, 0x80000000},
+        {"the same bit twice", {0x8, 0x8}, 0x8, 0, 0x8},
+        {"a bit in time", {0x8}, 0xC, 500, 0x8},
+        {"a time-out", {}, 0x2, 100, 0},
+        {"a time-out clears bits outside the mask", {0x1}, 0x2, 100, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        SignalHandler handler("rows");
+        const fakesystem::NanosecondsAre now(kStartOfSecond);
+        for (const std::uint32_t bits : row.sent)
+            handler.SendSignal(bits);
+        EXPECT_EQ(handler.WaitForSignal(row.mask, row.timeoutMs), row.received);
+        EXPECT_EQ(stateOf(handler), "<TRACE> [[RTapi][SIGNAL]] rows      : 0");
+    }
+}
+
+TEST_F(SignalHandlerTest, TimesOutNotBeforeItsTime)
+{
+    // Only a start in the first half of a second can express the deadline.
+    ASSERT_TRUE(waitUntil([] {
+        timespec now = {};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return now.tv_nsec < 500'000'000;
+    }));
+    SignalHandler handler("time");
+    handler.SendSignal(0x1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(handler.WaitForSignal(0x2, 100), 0u);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(95));
+}
+
+TEST_F(SignalHandlerTest, AddsTheTimeoutWithoutCarry)
+{
+    timespec before = {};
+    clock_gettime(CLOCK_REALTIME, &before);
+    SignalHandler handler("deadline");
+    const fakesystem::NanosecondsAre now(kEndOfSecond);
+    handler.SendSignal(0x1);
+    EXPECT_EQ(handler.WaitForSignal(0x1, 5999), 0x1u);
+    EXPECT_GE(fakesystem::deadline.tv_sec, before.tv_sec + 5);
+    EXPECT_EQ(fakesystem::deadline.tv_nsec, 1'998'999'999);
+}
+
+TEST_F(SignalHandlerTest, SpinsOnADeadlineThatCannotBeExpressedUntilABitComes)
+{
+    SignalHandler handler("spin");
+    const int refusedBefore = fakesystem::refusedDeadlines();
+    auto received = std::async(std::launch::async, [&] {
+        const fakesystem::NanosecondsAre now(kEndOfSecond);
+        return handler.WaitForSignal(0x6, 1);
+    });
+    EXPECT_TRUE(waitUntil([&] { return fakesystem::refusedDeadlines() > refusedBefore + 10; }));
+    handler.SendSignal(0x1);
+    handler.SendSignal(0x2);
+    EXPECT_EQ(received.get(), 0x3u);
+}
+
+TEST_F(SignalHandlerTest, TellsWhatItDoes)
+{
+    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Debug);
+    StdoutCapture capture;
+    SignalHandler handler("first");
+    handler.SetSignalHandlerName("second");
+    handler.SendSignal(0xFFFFFFFF);
+    (void)handler.WaitForSignal(0x1, 0);
+    const fakesystem::NanosecondsAre now(kStartOfSecond);
+    (void)handler.WaitForSignal(0x1, 1);
+    EXPECT_EQ(capture.logLines(), (Lines{"<DEBUG> [[RTapi][SIGNAL]] 'second' SendSignal '-1'",
+                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' WaitForSignal",
+                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' received signals -1",
+                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' WaitForSignal",
+                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' timeout"}));
+}
+
+TEST_F(SignalHandlerTest, LosesNoBitOfManySenders)
+{
+    SignalHandler handler("many");
+    std::vector<std::future<void>> senders;
+    for (unsigned sender = 0; sender < 4; ++sender) {
+        senders.push_back(std::async(std::launch::async, [&handler, sender] {
+            for (unsigned bit = 0; bit < 8; ++bit)
+                handler.SendSignal(1u << (sender * 8 + bit));
+        }));
+    }
+    std::uint32_t received = 0;
+    while (received != 0xFFFFFFFF)
+        received |= handler.WaitForSignal(~received, 0);
+    for (auto& sender : senders)
+        sender.get();
+}
+}  // namespace

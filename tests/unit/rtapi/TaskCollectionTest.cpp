@@ -1,0 +1,198 @@
+#include "FakeSystem.h"
+#include "StdoutCapture.h"
+#include "thread/TaskCollection.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace {
+using testsupport::StdoutCapture;
+using Lines = std::vector<std::string>;
+
+constexpr int kMessageSize = 4;
+TaskCollection* running = nullptr;  // what the bodies of the tasks work with
+
+class Tasks : public RuntimeTest
+{
+protected:
+    Tasks() { running = &m_tasks; }
+
+    void run()
+    {
+        m_tasks.StartTasks();
+        m_tasks.Join();
+    }
+
+    TaskCollection m_tasks;
+};
+
+void idle() {}
+
+TEST_F(Tasks, HaveTheirPositionAsId)
+{
+    for (const char* name : {"zero", "one", "two"})
+        m_tasks.CreateTask(name, idle, kMessageSize);
+    EXPECT_EQ(m_tasks.GetTaskId("zero"), 0);
+    EXPECT_EQ(m_tasks.GetTaskId("two"), 2);
+    StdoutCapture capture;
+    EXPECT_EQ(m_tasks.GetTaskId("tw"), -1);
+    EXPECT_EQ(capture.logLines(), Lines{"<ERROR> [RTapi.TASKS] Failed to find task 'tw'"});
+}
+
+TEST_F(Tasks, OfOneNameShareTheLaterId)
+{
+    for (const char* name : {"twin", "other", "twin"})
+        m_tasks.CreateTask(name, idle, kMessageSize);
+    EXPECT_EQ(m_tasks.GetTaskId("twin"), 2);
+    m_tasks.SendSignal(0x40, 2);
+    StdoutCapture capture;
+    m_tasks.SendSignal(0x1, 0);
+    EXPECT_EQ(capture.logLines(), Lines{"<ERROR> [RTapi.TASKS] Failed to send signal '1' to task '0'"});
+    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Trace);
+    LogFacade::setLevel("RTapi.TASKS", LogLevel::Trace);
+    capture.clear();
+    m_tasks.PrintModelState();
+    EXPECT_EQ(capture.count("] twin      :64"), 1);
+    EXPECT_LT(capture.text().find("] twin      :64"), capture.text().find("] other     : 0"));
+}
+
+TEST_F(Tasks, ThatDoNotExistGetALineInTheLog)
+{
+    m_tasks.CreateTask("only", idle, kMessageSize);
+    char buffer[] = "mail";
+    for (const int id : {-1, 1, 99}) {
+        StdoutCapture capture;
+        m_tasks.SendSignal(5, id);
+        m_tasks.WaitForMail(buffer, id);
+        m_tasks.SendMail(buffer, id);
+        const std::string number = std::to_string(id);
+        EXPECT_EQ(capture.logLines(),
+                  (Lines{"<ERROR> [RTapi.TASKS] Failed to send signal '5' to task '" + number + "'",
+                         "<FATAL> [RTapi.TASKS] Failed to find current task",
+                         "<ERROR> [RTapi.TASKS] Failed to send mail 'mail' to task '" + number + "'"}));
+    }
+}
+
+TEST_F(Tasks, AreNotTheThreadsThatOnlyCall)
+{
+    m_tasks.CreateTask("only", idle, kMessageSize);
+    StdoutCapture capture;
+    EXPECT_EQ(m_tasks.GetCurrentTaskId(), -1);
+    EXPECT_EQ(m_tasks.WaitForSignal(1, 0), -1);
+    EXPECT_EQ(capture.logLines(), (Lines{"<ERROR> [RTapi.TASKS] Failed to get current task Id",
+                                         "<FATAL> [RTapi.TASKS] Failed to find current task"}));
+    run();
+    EXPECT_EQ(m_tasks.GetCurrentTaskId(), -1);
+}
+
+std::array<std::atomic<int>, 8> timesSeen;
+
+TEST_F(Tasks, KnowTheirIdFromTheirFirstStatement)
+{
+    for (auto& times : timesSeen)
+        times = 0;
+    const auto countOwnId = [] { ++timesSeen.at(static_cast<std::size_t>(running->GetCurrentTaskId())); };
+    for (int round = 0; round < 20; ++round) {
+        TaskCollection tasks;
+        running = &tasks;
+        for (std::size_t index = 0; index < timesSeen.size(); ++index)
+            tasks.CreateTask(("task" + std::to_string(index)).c_str(), countOwnId, kMessageSize);
+        tasks.StartTasks();
+        tasks.Join();
+    }
+    for (const auto& times : timesSeen)
+        EXPECT_EQ(times, 20);
+}
+
+constexpr int kRounds = 200;
+int deliveredInOrder = 0;
+
+void requester()
+{
+    const int worker = running->GetTaskId("worker");
+    for (int round = 1; round <= kRounds; ++round) {
+        running->SendMail(reinterpret_cast<char*>(&round), worker);
+        running->SendSignal(0x4, worker);
+        while ((running->WaitForSignal(0x8, 0) & 0x8) == 0) {
+        }
+    }
+}
+
+void worker()
+{
+    const int self = running->GetCurrentTaskId();
+    for (int round = 1; round <= kRounds; ++round) {
+        int mail = 0;
+        EXPECT_EQ(running->WaitForSignal(0x4, 0), 0x4);
+        running->WaitForMail(reinterpret_cast<char*>(&mail), self);
+        deliveredInOrder += mail == round ? 1 : 0;
+        running->SendSignal(0x8, running->GetTaskId("requester"));
+    }
+}
+
+TEST_F(Tasks, ExchangeSignalsAndMail)
+{
+    deliveredInOrder = 0;
+    m_tasks.CreateTask("requester", requester, kMessageSize);
+    m_tasks.CreateTask("worker", worker, kMessageSize);
+    run();
+    EXPECT_EQ(deliveredInOrder, kRounds);
+}
+
+void sendToSelf()
+{
+    char mail[kMessageSize + 1] = "mail";  // nothing behind the message itself may be looked at
+    mail[kMessageSize] = '!';
+    running->SendSignal(0x2, 0);
+    (void)running->WaitForSignal(0x2, 0);
+    running->SendMail(mail, 0);
+    running->WaitForMail(mail, 0);
+}
+
+TEST_F(Tasks, TellWhatTheyDo)
+{
+    LogFacade::setLevel("RTapi", LogLevel::Debug);
+    LogFacade::setLevel("RTapi.FIFO_MUTEX", LogLevel::Notic);
+    StdoutCapture capture;
+    m_tasks.CreateTask("talker", sendToSelf, kMessageSize);
+    run();
+    EXPECT_EQ(capture.logLines(), (Lines{"<DEBUG> [RTapi.TASKS] Create task 'talker' with mailboxsize 4",
+                                         "<DEBUG> [RTapi.TASK] Start task 'talker'",
+                                         "<DEBUG> [RTapi.THREAD] Start thread 'talker'",
+                                         "<DEBUG> [RTapi.TASK] Task 'talker' send signal '2'",
+                                         "<DEBUG> [RTapi.TASK] Task 'talker' wait for signal '2'",
+                                         "<DEBUG> [RTapi.TASK] Task 'talker' send mail 'mail'",
+                                         "<DEBUG> [RTapi.TASK] Task 'talker' wait for mail"}));
+}
+
+TEST_F(Tasks, AreShownInThreeTables)
+{
+    LogFacade::inst().setLevel(LogLevel::Trace);
+    m_tasks.CreateTask("a", idle, kMessageSize);
+    m_tasks.CreateTask("longer_name", idle, 2);
+    m_tasks.SendSignal(5, 1);
+    char mail[] = "post";
+    m_tasks.SendMail(mail, 0);
+    LogFacade::inst().setLevel(LogLevel::Notic);
+    for (const char* node : {"RTapi.TASKS", "[RTapi][SIGNAL]", "[RTapi][MAILBOX]"})
+        LogFacade::setLevel(node, LogLevel::Trace);
+    StdoutCapture capture;
+    m_tasks.PrintModelState();
+    EXPECT_EQ(capture.logLines(),
+              (Lines{"<TRACE> [RTapi.TASKS] -------Task table-------",
+                     "<TRACE> [RTapi.TASKS] Name      :threadId            :TaskId",
+                     "<TRACE> [RTapi.TASKS] a         :0                    : 0",
+                     "<TRACE> [RTapi.TASKS] longer_name:0                    : 1",
+                     "<TRACE> [RTapi.TASKS] -------Signal Handler table-------",
+                     "<TRACE> [RTapi.TASKS] Name      :receivedSignals",
+                     "<TRACE> [[RTapi][SIGNAL]] a         : 0", "<TRACE> [[RTapi][SIGNAL]] longer_name: 5",
+                     "<TRACE> [RTapi.TASKS] -------Mailbox table-------",
+                     "<TRACE> [RTapi.TASKS] Name      :MaxDataSize:IsEmpty:IsFull:FifoFrontData:FifoBackData",
+                     "<TRACE> [[RTapi][MAILBOX]] a         :         4:         0:         0:post:post",
+                     "<TRACE> [[RTapi][MAILBOX]] longer_name:         2:         1:         0::"}));
+}
+}  // namespace
