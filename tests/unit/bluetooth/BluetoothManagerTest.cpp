@@ -1,0 +1,306 @@
+// The Bluetooth manager over a simulated chip and phone.
+
+#include "BluetoothManager.h"
+
+#include "GBSSlave.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
+#include "efr32sim/Chip.h"
+#include "efr32sim/Phone.h"
+#include "facade/LogFacade.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <QCoreApplication>
+#include <QThread>
+
+#include <functional>
+#include <iostream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace {
+using efr32sim::CommandId;
+using efr32sim::EventKind;
+using efr32sim::Phone;
+using testsupport::waitUntil;
+using Names = std::vector<std::string>;
+
+constexpr CommandId kConfigureSecurity{0x0F, 0x01};
+constexpr CommandId kStartAdvertising{0x03, 0x14};
+
+/// The order in which signals came, on whatever thread.
+class Recorder
+{
+public:
+    explicit Recorder(BluetoothManager& manager)
+    {
+        record(manager, &BluetoothManager::newDeviceConnected, "newDeviceConnected");
+        record(manager, &BluetoothManager::deviceDisconnected, "deviceDisconnected");
+        record(manager, &BluetoothManager::communicationError, "communicationError");
+        record(manager, &BluetoothManager::bleIsStarted, "bleIsStarted");
+    }
+    [[nodiscard]] Names names() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_names;
+    }
+    [[nodiscard]] bool waitFor(const Names& names) const
+    {
+        return waitUntil([&] { return this->names() == names; });
+    }
+    void clear()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_names.clear();
+    }
+
+private:
+    void record(BluetoothManager& manager, void (BluetoothManager::*signal)(), const char* name)
+    {
+        QObject::connect(
+            &manager, signal, &m_context,
+            [this, name] {
+                const std::lock_guard lock(m_mutex);
+                m_names.emplace_back(name);
+            },
+            Qt::DirectConnection);
+    }
+
+    QObject m_context;
+    mutable std::mutex m_mutex;
+    Names m_names;
+};
+
+class BluetoothManagerTest : public testing::Test
+{
+protected:
+    BluetoothManagerTest()
+    {
+        LogFacade::setLevel("BriscaService", LogLevel::Trace);
+        chip.start();
+        auto booted = chip.followFromStart();
+        EXPECT_TRUE(booted.waitFor(EventKind::BootSent));
+        manager.setUartName(chip.slavePath().c_str());
+    }
+    ~BluetoothManagerTest() override
+    {
+        manager.resetBleStartedFlag();
+        manager.onConnectionStatusChanged(false);
+        if (HasFailure())
+            std::cerr << capture.text() << chip.events().dump();
+    }
+
+    /// As the firmware state enters: reset, initialise, start; the chip boots meanwhile.
+    bool enter()
+    {
+        manager.resetBleStartedFlag();
+        const bool started = manager.initBleCom() && manager.start();
+        chip.reboot();
+        return started;
+    }
+    bool enterAndWait()
+    {
+        return enter() && waitUntil([this] { return chip.air().advertising; });
+    }
+    int count(const char* text) const
+    {
+        return capture.count(std::string("[BriscaService.comm.BluetoothManager] ") + text);
+    }
+
+    efr32sim::Chip chip{{.powerOn = efr32sim::Mode::Firmware}};
+    BluetoothManager& manager = BluetoothManager::instance();
+    testsupport::StdoutCapture capture;
+    Recorder signals{manager};
+};
+
+efr32sim::EventCursor::Filter command(CommandId wanted)
+{
+    return [wanted](const efr32sim::Event& event) {
+        return event.number("class") == wanted.classId && event.number("id") == wanted.id;
+    };
+}
+
+TEST_F(BluetoothManagerTest, WithoutADeviceTheStackIsNotInitialised)
+{
+    manager.setUartName(nullptr);
+    EXPECT_FALSE(manager.initBleCom());
+    EXPECT_EQ(count("Set the UART name before initializing stack"), 1);
+    manager.setUartName("/nowhere");
+    EXPECT_FALSE(manager.initBleCom());
+    EXPECT_EQ(count("Cannot initialize Brisca stack"), 1);
+}
+
+TEST_F(BluetoothManagerTest, TheBootEventConfiguresAnnouncesAndAdvertises)
+{
+    auto events = chip.follow();
+    ASSERT_TRUE(enter());
+    const auto configured = events.waitFor(EventKind::Command);
+    ASSERT_TRUE(configured);
+    EXPECT_TRUE(command(kConfigureSecurity)(*configured));
+    EXPECT_EQ(configured->bytes("payload"), (efr32sim::Bytes{4, 3}));
+    ASSERT_TRUE(events.waitFor(EventKind::Advertising));
+    EXPECT_EQ(chip.air().duration, 0);
+    EXPECT_EQ(signals.names(), Names{"bleIsStarted"});
+    EXPECT_EQ(count("[VoltraEventCallback] Start advertising"), 1);
+
+    EXPECT_FALSE(manager.start());
+    EXPECT_EQ(count("BLE communication already started."), 1);
+}
+
+TEST_F(BluetoothManagerTest, OnlyTheFirstBootIsAnnounced)
+{
+    ASSERT_TRUE(enterAndWait());
+    auto events = chip.follow();
+    chip.reboot();
+    ASSERT_TRUE(
+        events.waitFor(EventKind::Advertising, [](const auto& event) { return event.number("on") == 1; }));
+    EXPECT_EQ(signals.names(), Names{"bleIsStarted"});
+
+    manager.stop();
+    manager.stop();
+    EXPECT_EQ(count("Stop the BLE stack"), 1);
+    chip.reboot();
+    EXPECT_TRUE(signals.waitFor({"bleIsStarted", "bleIsStarted"}));
+
+    ASSERT_TRUE(enter());
+    EXPECT_TRUE(signals.waitFor({"bleIsStarted", "bleIsStarted", "bleIsStarted"}));
+}
+
+TEST_F(BluetoothManagerTest, ConnectionsAreReportedAndTheStationAdvertisesAgain)
+{
+    ASSERT_TRUE(enterAndWait());
+    bool advertisedFirst = false;
+    QObject context;
+    QObject::connect(
+        &manager, &BluetoothManager::deviceDisconnected, &context,
+        [&] { advertisedFirst = chip.air().advertising; }, Qt::DirectConnection);
+    Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected"}));
+    EXPECT_EQ(manager.getBleState(), 4);
+    phone.disconnect();
+    ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected", "deviceDisconnected"}));
+    EXPECT_TRUE(advertisedFirst);
+    EXPECT_EQ(manager.getBleState(), 2);
+}
+
+TEST_F(BluetoothManagerTest, ARepeatedClosedEventIsNoNews)
+{
+    ASSERT_TRUE(enterAndWait());
+    Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected"}));
+    auto events = chip.follow();
+    phone.disconnect();
+    const efr32sim::Bytes closed{0x13, 0x02, 1};
+    ASSERT_TRUE(chip.sendEvent(0x08, 0x01, closed));
+    EXPECT_TRUE(events.waitFor(EventKind::Command, command(kStartAdvertising)));
+    EXPECT_TRUE(events.waitFor(EventKind::Command, command(kStartAdvertising)));
+    EXPECT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected", "deviceDisconnected"}));
+}
+
+TEST_F(BluetoothManagerTest, ABootUnderAConnectionEndsItFirst)
+{
+    ASSERT_TRUE(enterAndWait());
+    const Names connected{"newDeviceConnected"};
+    for (const bool byService : {false, true}) {
+        SCOPED_TRACE(byService);
+        Phone phone(chip);
+        ASSERT_TRUE(phone.connect());
+        ASSERT_TRUE(waitUntil([&] { return signals.names().back() == "newDeviceConnected"; }));
+        signals.clear();
+        if (byService)
+            ASSERT_TRUE(enter());
+        else
+            chip.reboot();
+        EXPECT_TRUE(byService ? signals.waitFor({"deviceDisconnected", "bleIsStarted"})
+                              : signals.waitFor({"deviceDisconnected"}));
+        EXPECT_TRUE(waitUntil([&] { return manager.getBleState() == 2; }));
+    }
+}
+
+TEST_F(BluetoothManagerTest, AResetThatOvertakesABootEventDoesNotBlockTheNextStart)
+{
+    ASSERT_TRUE(enterAndWait());
+    Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected"}));
+    manager.stop();
+    // The handling of the boot event begins by reporting the end of the connection; there it is held until
+    // the reset is over.
+    std::atomic<bool> inBootEvent = false;
+    std::atomic<bool> resetDone = false;
+    QObject context;
+    QObject::connect(
+        &manager, &BluetoothManager::deviceDisconnected, &context,
+        [&] {
+            inBootEvent = true;
+            EXPECT_TRUE(waitUntil([&] { return resetDone.load(); }));
+        },
+        Qt::DirectConnection);
+    chip.reboot();
+    ASSERT_TRUE(waitUntil([&] { return inBootEvent.load(); }));
+    manager.resetBleStartedFlag();
+    resetDone = true;
+    EXPECT_TRUE(waitUntil([&] { return count("[VoltraEventCallback] Start advertising") == 2; }));
+    ASSERT_TRUE(manager.initBleCom());
+    EXPECT_TRUE(manager.start());
+    chip.reboot();
+    EXPECT_TRUE(waitUntil([&] { return signals.names().back() == "bleIsStarted"; }));
+}
+
+TEST_F(BluetoothManagerTest, ANewNameIsOnTheAirAfterTheNextInitialisation)
+{
+    ASSERT_TRUE(enterAndWait());
+    EXPECT_EQ(manager.getBleName(), QStringLiteral("Voltra"));
+    EXPECT_EQ(Phone(chip).scan()->scanResponse.localName(), "Voltra");
+    manager.setBleName(QString::fromUtf8("S\xC3\xA4ule 7"));
+    EXPECT_EQ(count("BLE name changed from Voltra to S\xC3\xA4ule 7."), 1);
+    EXPECT_EQ(Phone(chip).scan()->scanResponse.localName(), "Voltra");
+    ASSERT_TRUE(enter());
+    EXPECT_TRUE(waitUntil([&] { return Phone(chip).scan()->scanResponse.localName() == "S\xC3\xA4ule 7"; }));
+    manager.setBleName(QStringLiteral("Voltra"));
+}
+
+TEST_F(BluetoothManagerTest, ThePhoneCanBeDropped)
+{
+    ASSERT_TRUE(enterAndWait());
+    EXPECT_EQ(manager.getBleMacAddress(), QStringLiteral("060504030201"));
+    Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    EXPECT_EQ(manager.disconnectDevice(), 1U);
+    EXPECT_TRUE(phone.waitDisconnected());
+    EXPECT_EQ(count("Device disconnection asked"), 1);
+    manager.resetBleStartedFlag();
+    EXPECT_EQ(manager.disconnectDevice(), 0U);
+    EXPECT_EQ(manager.getBleMacAddress(), QString());
+}
+
+TEST_F(BluetoothManagerTest, SignalsReachReceiversOnTheirOwnThread)
+{
+    QObject receiver;
+    QThread* deliveredOn = nullptr;
+    QObject::connect(&manager, &BluetoothManager::bleIsStarted, &receiver,
+                     [&] { deliveredOn = QThread::currentThread(); });
+    ASSERT_TRUE(enter());
+    ASSERT_TRUE(signals.waitFor({"bleIsStarted"}));
+    EXPECT_EQ(deliveredOn, nullptr) << "it was emitted on the event task";
+    EXPECT_TRUE(waitUntil([&] {
+        QCoreApplication::processEvents();
+        return deliveredOn != nullptr;
+    }));
+    EXPECT_EQ(deliveredOn, QThread::currentThread());
+}
+}  // namespace
+
+// The stack's tasks run until the process ends, so it ends without destroying what they use.
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    testing::InitGoogleTest(&argc, argv);
+    const int result = RUN_ALL_TESTS();
+    std::fflush(nullptr);
+    ::_exit(result);
+}
