@@ -9,7 +9,7 @@ namespace {
 std::size_t append(char* out, std::size_t used, std::size_t outSize, const char* text)
 {
     const std::size_t count = std::min(std::strlen(text), outSize - 1 - used);
-    std::memcpy(out + used, text, count);
+    std::copy_n(text, count, out + used);
     return used + count;
 }
 }  // namespace

@@ -32,6 +32,11 @@ std::uint32_t readAttribute(const Exchange& exchange, tGBS_Attribute_Data* out)
     return 1;
 }
 
+void flushOutput()
+{
+    static_cast<void>(std::fflush(stdout));  // a diagnosis aid: there is nobody to tell about a failure
+}
+
 /// The link state follows the chip's answer, whatever its result: an advertiser that is already running, or
 /// already stopped, answers with an error.
 std::uint32_t runAndEnter(tGBS_LinkState state, Command command, std::initializer_list<Field> fields)
@@ -94,13 +99,13 @@ std::uint32_t NCPManager_TreatInternalEvent(std::uint32_t milliseconds)
 void NCPManager_PrintData(std::uint32_t size, const std::uint8_t* data)
 {
     std::printf("DataSize= %u: Data= ", size);
-    std::fflush(stdout);
+    flushOutput();
     for (std::uint32_t i = 0; i < size; ++i) {
         std::printf("0x%02X ", data[i]);
-        std::fflush(stdout);
+        flushOutput();
     }
     std::printf("\n");
-    std::fflush(stdout);
+    flushOutput();
 }
 
 std::uint32_t NCPManager_GetNcpSdkVersion(std::uint8_t out[kVersionLength])
