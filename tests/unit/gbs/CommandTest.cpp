@@ -1,0 +1,380 @@
+#include "GBS_Types.h"
+#include "Harness.h"
+#include "NCP_Manager.h"
+#include "StdoutCapture.h"
+
+#include <array>
+#include <chrono>
+
+using namespace gbstest;
+
+namespace {
+enum class Answers { withResult, withoutResult };
+
+constexpr std::array<std::uint8_t, 3> kBytes = {0xA1, 0xB2, 0xC3};
+
+struct CommandCase
+{
+    const char* name;
+    std::function<std::string()> call;  ///< gives the result and, after a success, the outputs
+    const char* sent;
+    const char* answer;  ///< payload of the chip's response
+    const char* outcome;
+    std::string event = {};   ///< what the call waits for
+    const char* main = sent;  ///< the command that gets the answer, where there are several
+    Answers answers = Answers::withResult;
+};
+
+std::string outcome(std::uint32_t result, const std::string& outputs = "")
+{
+    return result == 1 && !outputs.empty() ? "1 " + outputs : std::to_string(result);
+}
+
+template <class Number>
+std::string withNumber(std::uint32_t (*function)(Number*))
+{
+    Number out = 0;
+    const std::uint32_t result = function(&out);
+    return outcome(result, std::to_string(out));
+}
+
+std::string withBytes(std::uint32_t (*function)(std::uint8_t*), std::size_t count)
+{
+    std::uint8_t out[6] = {};
+    const std::uint32_t result = function(out);
+    return outcome(result, toHex({reinterpret_cast<const char*>(out), count}));
+}
+
+std::string attributeOutcome(std::uint32_t result, const tGBS_Attribute_Data& data)
+{
+    return outcome(result, toHex({reinterpret_cast<const char*>(data.value), data.length}));
+}
+
+std::string readValue()
+{
+    tGBS_Attribute_Data data = {};
+    const std::uint32_t result = NCPManager_ReadAttributeValue(0x0102, 0x0304, &data);
+    return attributeOutcome(result, data);
+}
+
+std::string readType()
+{
+    tGBS_Attribute_Data data = {};
+    const std::uint32_t result = NCPManager_ReadAttributeType(0x0102, &data);
+    return attributeOutcome(result, data);
+}
+
+std::string findAttribute()
+{
+    std::uint16_t found = 0;
+    const std::uint32_t result = NCPManager_FindAttribute(0x0102, 2, kBytes.data(), &found);
+    return outcome(result, std::to_string(found));
+}
+
+std::string setTxPowerDbm()
+{
+    std::int16_t set = 0;
+    const std::uint32_t result = NCPManager_SetTxPowerDbm(-200, &set);
+    return outcome(result, std::to_string(set));
+}
+
+std::string sendUserMessage()
+{
+    std::uint8_t length = 0;
+    std::array<std::uint8_t, 255> reply = {};
+    const std::uint32_t result = NCPManager_SendUserMessage(3, kBytes.data(), &length, reply.data());
+    return outcome(result, toHex({reinterpret_cast<const char*>(reply.data()), length}));
+}
+
+std::string getAllBonds()
+{
+    std::array<_tGBS_BondInfo, kBondTableEntries> bonds;
+    std::uint8_t count = 0;
+    const std::uint32_t result = NCPManager_GetAllBonds(bonds.data(), &count);
+    return outcome(result,
+                   toHex({reinterpret_cast<const char*>(bonds.data()), count * sizeof(_tGBS_BondInfo)}));
+}
+
+/// The call of a command that has no outputs.
+template <class... Arguments>
+std::function<std::string()> plain(std::uint32_t (*function)(Arguments...),
+                                   std::type_identity_t<Arguments>... arguments)
+{
+    return [run = call(function, arguments...)] { return outcome(run()); };
+}
+const std::string kDtmDone = event("0E 00", "00 00 2A 01");
+
+// clang-format off
+const std::vector<CommandCase> kCommands = {
+    {"hello", plain(NCPManager_HelloNCP), "01 00:", "00 00", "1"},
+    {"the address has no result code", [] { return withBytes(NCPManager_GetAddress, 6); },
+     "01 03:", "01 02 03 04 05 06", "1 01 02 03 04 05 06", {}, "01 03:", Answers::withoutResult},
+    {"transmit power halts and resumes the radio", setTxPowerDbm,
+     "01 0C: 01 | 01 0A: 38 FF | 01 0C: 00", "9C FF", "1 -100", {}, "01 0A: 38 FF", Answers::withoutResult},
+    {"advertise timing", plain(NCPManager_SetAdvTiming, 0x01020304, 0x05060708, 0x090A),
+     "03 0E: 00 04 03 02 01 08 07 06 05 0A 09 00", "00 00", "1"},
+    {"advertise channel map", plain(NCPManager_SetAdvChannelMap, 7), "03 0F: 00 07", "00 00", "1"},
+    {"connection parameters", plain(NCPManager_SetConnParams, 0x0102, 0x0304, 0x0506, 0x0708),
+     "03 22: 02 01 04 03 06 05 08 07 00 00 FF FF", "00 00", "1"},
+    {"start advertising", plain(NCPManager_StartAdvertising, 4, 2), "03 14: 00 04 02", "00 00", "1"},
+    {"stop advertising", plain(NCPManager_StopAdvertising), "03 15: 00", "00 00", "1"},
+    {"end procedure", plain(NCPManager_EndProc), "03 03:", "00 00", "1"},
+    {"advertising data", plain(NCPManager_SetAdvData, GBS_AD_USAGE_SCAN_RESPONSE, 3, kBytes.data()),
+     "03 0C: 00 01 03 A1 B2 C3", "00 00", "1"},
+    {"disconnect", plain(NCPManager_Disconnect, 3), "08 04: 03", "00 00", "1"},
+    {"RSSI comes with its event", [] { return withNumber(NCPManager_ReadRssi); },
+     "08 01: 01", "00 00", "1 -65", event("08 03", "01 00 BF")},
+    {"characteristic notification", plain(NCPManager_EnableNotification, 3, 0x0102, 2),
+     "09 05: 03 02 01 02", "00 00", "1"},
+    {"attribute value", readValue, "0A 00: 02 01 04 03", "00 00 02 AA BB", "1 AA BB"},
+    {"attribute value whose count passes the packet", readValue, "0A 00: 02 01 04 03",
+     "00 00 FF AA BB CC", "1 AA BB CC"},
+    {"attribute type", readType, "0A 01: 02 01", "00 00 02 00 28", "1 00 28"},
+    {"write attribute value", plain(NCPManager_WriteAttributeValue, 0x0102, 0x0304, 3, kBytes.data()),
+     "0A 02: 02 01 04 03 03 A1 B2 C3", "00 00", "1"},
+    {"find attribute", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C 01", "1 300"},
+    {"find attribute with a response cut short", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C", "1 0"},
+    {"bondable mode", plain(NCPManager_SetBondMode, GBS_BONDABLE), "0F 00: 01", "00 00", "1"},
+    {"security configuration", plain(NCPManager_SMConfigure, 4, 3), "0F 01: 04 03", "00 00", "1"},
+    {"bonding store", plain(NCPManager_ConfigureStoreBond, 8, 2), "0F 02: 08 02", "00 00", "1"},
+    {"increase security", plain(NCPManager_IncreaseSecurity), "0F 04: 01", "00 00", "1"},
+    {"delete a bonding", plain(NCPManager_DeleteBonding, 5), "0F 06: 05", "00 00", "1"},
+    {"delete all bondings", plain(NCPManager_DeleteBondings), "0F 07:", "00 00", "1"},
+    {"enter passkey", plain(NCPManager_EnterPasskey, 123456), "0F 08: 01 40 E2 01 00", "00 00", "1"},
+    {"confirm passkey", plain(NCPManager_ConfirmPasskey, 1), "0F 09: 01 01", "00 00", "1"},
+    {"a passkey confirmation other than 1 refuses", plain(NCPManager_ConfirmPasskey, 2), "0F 09: 01 00", "00 00", "1"},
+    {"list bondings", plain(NCPManager_ListAllBondings), "0F 0B:", "00 00", "1"},
+    {"a bonding confirmation is sent as it is", plain(NCPManager_ConfirmBonding, 2), "0F 0E: 01 02", "00 00", "1"},
+    {"set passkey", plain(NCPManager_SetPasskey, -1), "0F 10: FF FF FF FF", "00 00", "1"},
+    {"direct test transmission", plain(NCPManager_DTMTestTx, 1, 37, 39, 2), "0E 00: 01 25 27 02", "00 00", "1", kDtmDone},
+    {"direct test reception", plain(NCPManager_DTMTestRx, 39, 2), "0E 01: 27 02", "00 00", "1", kDtmDone},
+    {"end of a direct test", [] { return withNumber(NCPManager_EndDTMTest); }, "0E 02:", "00 00", "1 298", kDtmDone},
+    {"user message", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 02 11 22", "1 11 22"},
+    {"user message whose reply's count passes the packet", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 FF 11", "1 11"},
+    {"all bonds", getAllBonds, "0F 0B:", "00 00", "1 07 01 02 03 04 05 06 01 08 06 05 04 03 02 01 00",
+     event("0F 05", "07 01 02 03 04 05 06 01") + event("0F 05", "08 06 05 04 03 02 01 00") + event("0F 06", "")},
+    {"application version", [] { return withBytes(NCPManager_GetNcpAppVersion, 3); },
+     "FF 00: 01 00", "00 00 08 F0 F1 0A F3 0B F5 0C F7", "1 0A 0B 0C"},
+    {"user transmit power", plain(NCPManager_SetTXPower, 9), "FF 00: 02 02 09", "00 00 00", "1"},
+    {"read user transmit power", [] { return withNumber(NCPManager_GetTXPower); },
+     "FF 00: 01 03", "00 00 03 00 00 09", "1 9"},
+    {"power mode", plain(NCPManager_SetPowerMode, 1), "FF 00: 02 04 01", "00 00 00", "1"},
+    {"read power mode", [] { return withNumber(NCPManager_GetPowerMode); },
+     "FF 00: 01 05", "00 00 03 00 00 01", "1 1"},
+    {"channel", plain(NCPManager_SetChannel, 39), "FF 00: 02 06 27", "00 00 00", "1"},
+    {"read channel", [] { return withNumber(NCPManager_GetChannel); }, "FF 00: 01 07", "00 00 03 00 00 27", "1 39"},
+    {"frequency tuning", plain(NCPManager_SetFreqTune, 0x01020304), "FF 00: 05 08 04 03 02 01", "00 00 02 08 00", "1"},
+    {"read frequency tuning", [] { return withNumber(NCPManager_GetFreqTune); },
+     "FF 00: 01 09", "00 00 06 00 00 04 03 02 01", "1 16909060"},
+    {"save frequency tuning", plain(NCPManager_SaveFreqTune, 0x01020304), "FF 00: 05 0A 04 03 02 01", "00 00 00", "1"},
+    {"read saved frequency tuning", [] { return withNumber(NCPManager_GetSavedFreqTune); },
+     "FF 00: 01 0B", "00 00 06 00 00 04 03 02 FF", "1 4278321924"},
+    {"start a transmit stream", plain(NCPManager_StartTxStream, 1), "FF 00: 02 0C 01", "00 00 00", "1"},
+    {"stop the transmit stream", plain(NCPManager_StopTxStream), "FF 00: 01 0D", "00 00 00", "1"},
+    {"RAIL version", [] { return withBytes(NCPManager_GetRAILVersion, 3); },
+     "FF 00: 01 0E", "00 00 0E 00 01 02 03 04 05 0A 0B 0C 09 0A 0B 0C 0D", "1 0A 0B 0C"},
+};
+// clang-format on
+
+class Commands : public testing::Test
+{
+protected:
+    /// Runs a row against a chip that answers its main command with these bytes and accepts the others.
+    std::string run(const CommandCase& row, const std::string& answer)
+    {
+        m_chip.takeCommands();
+        m_chip.answerWith([&row, answer](const std::string& command) {
+            return command == row.main ? answer : accept(command);
+        });
+        auto done = onTask(row.call);
+        return pumpUntilDone(done);
+    }
+
+    FakeChip m_chip;
+};
+}  // namespace
+
+TEST_F(Commands, SendTheirBytesAndReadTheirOutputs)
+{
+    for (const CommandCase& row : kCommands) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(run(row, response(idOf(row.main), row.answer) + row.event), row.outcome);
+        EXPECT_EQ(m_chip.takeCommands(), row.sent);
+    }
+}
+
+TEST_F(Commands, FailOnAnErrorResult)
+{
+    for (const CommandCase& row : kCommands) {
+        SCOPED_TRACE(row.name);
+        std::string answer = row.answer;
+        answer.replace(0, 5, "81 01");
+        if (row.answers == Answers::withResult) {
+            EXPECT_EQ(run(row, response(idOf(row.main), answer)), "0");
+        }
+    }
+}
+
+TEST_F(Commands, FailWhenTheResponseIsLost)
+{
+    for (const CommandCase& row : kCommands) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(run(row, ""), "0");
+    }
+}
+
+TEST_F(Commands, FailOnTheResponseOfAnotherCommand)
+{
+    for (const CommandCase& row : kCommands) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(run(row, response("7F" + idOf(row.main).substr(2), row.answer)), "0");
+        EXPECT_EQ(run(row, response(idOf(row.main).substr(0, 3) + "7F", row.answer)), "0");
+    }
+}
+
+TEST_F(Commands, FailOnAResponseLongerThanAnyResponseIs)
+{
+    m_chip.answerWith([](const std::string&) { return fromHex("21 00 01 00") + std::string(256, '\0'); });
+    EXPECT_EQ(NCPManager_HelloNCP(), 0u);
+}
+
+TEST_F(Commands, AreNotSentWithArraysOrArgumentsOutOfRange)
+{
+    const std::array<std::uint8_t, 255> data = {};
+    std::uint16_t found = 0;
+    const struct
+    {
+        const char* name;
+        std::uint32_t result;
+        std::uint32_t expected;
+        std::size_t length;  // payload bytes on the line, none for a refused one
+    } cases[] = {
+        {"253 bytes of advertising data fit", NCPManager_SetAdvData({}, 253, data.data()), 1, 256},
+        {"254 bytes of advertising data do not", NCPManager_SetAdvData({}, 254, data.data()), 0, 0},
+        {"251 bytes of a value fit", NCPManager_WriteAttributeValue(1, 0, 251, data.data()), 1, 256},
+        {"252 bytes of a value do not", NCPManager_WriteAttributeValue(1, 0, 252, data.data()), 0, 0},
+        {"253 bytes of a type fit", NCPManager_FindAttribute(1, 253, data.data(), &found), 1, 256},
+        {"254 bytes of a type do not", NCPManager_FindAttribute(1, 254, data.data(), &found), 0, 0},
+        {"255 bytes of a user message fit", NCPManager_SendUserMessage(255, data.data(), {}, {}), 1, 256},
+        {"bytes that are not there", NCPManager_SendUserMessage(1, nullptr, {}, {}), 0, 0},
+        {"an empty user message needs none", NCPManager_SendUserMessage(0, nullptr, {}, {}), 1, 1},
+        {"channel 40", NCPManager_SetChannel(40), 0, 0},
+        {"power mode 2", NCPManager_SetPowerMode(2), 0, 0},
+        {"stream mode 2", NCPManager_StartTxStream(2), 0, 0},
+    };
+    const auto commands = m_chip.commands();
+    auto sent = commands.begin();
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.result, row.expected);
+        if (row.length == 0)
+            continue;
+        ASSERT_NE(sent, commands.end());
+        EXPECT_EQ(sent++->size(), std::string("FF 00:").size() + 3 * row.length);
+    }
+    EXPECT_EQ(sent, commands.end());
+}
+
+TEST_F(Commands, WithAReplyOfTheWrongLengthFail)
+{
+    for (const CommandCase& row : kCommands) {
+        const std::string_view answer = row.answer;
+        if (idOf(row.main) != "FF 00" || answer.size() < 12 ||
+            !std::string_view(row.name).find("user message"))
+            continue;
+        SCOPED_TRACE(row.name);
+        const std::string reply(answer.substr(9));
+        const int length = std::stoi(std::string(answer.substr(6, 2)), nullptr, 16);
+        const auto withLength = [&](int count, const std::string& bytes) {
+            return response("FF 00",
+                            "00 00 " + toHex(std::string(1, static_cast<char>(count))) + " " + bytes);
+        };
+        EXPECT_EQ(run(row, withLength(length + 1, reply + " 00")), "0");
+        EXPECT_EQ(run(row, withLength(length - 1, reply.substr(0, reply.size() - 3))), "0");
+        EXPECT_EQ(run(row, withLength(length, reply.substr(0, reply.size() - 3))), "0") << "cut short";
+        std::string longest = toHex(std::string(252, '\x11'));
+        EXPECT_EQ(run(row, withLength(255, longest)), "0") << "a reply that fills the packet";
+    }
+}
+
+TEST_F(Commands, FrequencyTuningFailsOnTheApplicationsStatus)
+{
+    m_chip.answerWith([](const std::string&) { return response("FF 00", "00 00 02 08 01"); });
+    EXPECT_EQ(NCPManager_SetFreqTune(1), 0u);
+}
+
+TEST_F(Commands, MoveTheLinkStateWheneverTheChipAnswers)
+{
+    const auto answerResult = [this](const char* result) {
+        m_chip.answerWith([=](const std::string& command) { return response(idOf(command), result); });
+    };
+    NCPManager_Disable();
+    EXPECT_EQ(NCPManager_GetState(), GBS_LINK_DISABLED);
+    m_chip.answerWith([](const std::string&) { return ""; });
+    EXPECT_EQ(NCPManager_StartAdvertising(4, 2), 0u);
+    EXPECT_EQ(NCPManager_GetState(), GBS_LINK_DISABLED) << "without a response nothing changes";
+    answerResult("81 01");
+    EXPECT_EQ(NCPManager_StartAdvertising(4, 2), 0u);
+    EXPECT_EQ(NCPManager_GetState(), GBS_LINK_ADVERTISING);
+    EXPECT_EQ(NCPManager_StopAdvertising(), 0u);
+    EXPECT_EQ(NCPManager_GetState(), GBS_LINK_READY);
+}
+
+TEST_F(Commands, EnableResetsTheChipAndWaitsForItsBootEvent)
+{
+    NCPManager_Disable();
+    m_chip.answerWith([](const std::string& command) {
+        return command == "01 01: 00"
+                   ? event("08 02", "") + event("01 00", "02 00 0D 00 03 00 40 01 09 07 0B 01 01 00")
+                   : accept(command);
+    });
+    auto done = onTask([] { return outcome(NCPManager_Enable()); });
+    EXPECT_EQ(pumpUntilDone(done), "1");
+    EXPECT_EQ(m_chip.takeCommands(), "01 01: 00");
+    EXPECT_EQ(NCPManager_GetState(), GBS_LINK_READY);
+    EXPECT_EQ(withBytes(NCPManager_GetNcpSdkVersion, 3), "1 02 0D 03");
+    EXPECT_EQ(withBytes(NCPManager_GetNcpSblVersion, 3), "1 01 0B 07");
+}
+
+TEST_F(Commands, AWaitWithoutItsEventEndsAfterFiveSeconds)
+{
+    const LogLevelScope gos("[KORA][GOS]", LogLevel::Trace);
+    const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
+    const testsupport::StdoutCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    auto done = onTask([] { return withNumber(NCPManager_ReadRssi); });
+    EXPECT_EQ(pumpUntilDone(done), "0");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
+    EXPECT_TRUE(log.contains("Stub : GOS_SetErrno 22"));
+    m_chip.send(event("08 03", "01 00 BF"));
+    NCPManager_EventHandler();
+    EXPECT_FALSE(log.contains("SendSignal")) << "an event that comes too late wakes nobody";
+}
+
+TEST_F(Commands, AWaitFromAThreadThatIsNoTaskFailsAtOnce)
+{
+    std::int8_t rssi = 0;
+    EXPECT_EQ(NCPManager_ReadRssi(&rssi), 0u);
+}
+
+TEST_F(Commands, OfSecurityLogTheirResult)
+{
+    const LogLevelScope level("NCP_MANAGER", LogLevel::Debug);
+    const testsupport::StdoutCapture log;
+    EXPECT_EQ(NCPManager_SetBondMode(GBS_BONDABLE), 1u);
+    EXPECT_EQ(NCPManager_SMConfigure(4, 3), 1u);
+    EXPECT_EQ(log.logLines(),
+              (std::vector<std::string>{
+                  "<DEBUG> [NCP_MANAGER] [NCPManager_SetBondMode] is bondable  = 1 ",
+                  "<DEBUG> [NCP_MANAGER] [NCPManager_SetBondMode] Result = 1",
+                  "<DEBUG> [NCP_MANAGER] [NCPManager_SMConfigure] Flags = 4 , IOCapabilities = 3",
+                  "<DEBUG> [NCP_MANAGER] [NCPManager_SMConfigure] Result = 1",
+              }));
+}
+
+TEST_F(Commands, PrintDataWritesTheBytesInHexadecimal)
+{
+    const testsupport::StdoutCapture output;
+    NCPManager_PrintData(3, kBytes.data());
+    EXPECT_EQ(output.text(), "DataSize= 3: Data= 0xA1 0xB2 0xC3 \n");
+}

@@ -1,0 +1,332 @@
+#include "GBSSlave.h"
+#include "GOS.h"
+#include "Harness.h"
+#include "NCP_Manager.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
+#include "gecko.h"
+
+#include <thread>
+
+using namespace gbstest;
+using Lines = std::vector<std::string>;
+
+namespace {
+/// What the application's callbacks were given, in order.
+Lines journal;
+std::uint16_t callbackResult = 1;
+
+std::uint16_t onRead(std::uint16_t characteristic, std::uint8_t* length, std::uint8_t* data)
+{
+    journal.push_back("read " + std::to_string(characteristic));
+    *length = 2;
+    data[0] = 0xAA;
+    data[1] = 0xBB;
+    return callbackResult;
+}
+
+std::uint16_t onWrite(std::uint16_t characteristic, std::uint8_t length, std::uint8_t* data)
+{
+    journal.push_back("write " + std::to_string(characteristic) + ": " +
+                      toHex({reinterpret_cast<const char*>(data), length}));
+    return callbackResult;
+}
+
+void onDisplay(std::uint32_t passkey)
+{
+    journal.push_back("display " + std::to_string(passkey));
+}
+
+std::uint16_t onConfirm(std::uint32_t passkey)
+{
+    journal.push_back("confirm " + std::to_string(passkey));
+    return 0;
+}
+
+void onEvent(std::uint32_t id, gecko_cmd_packet* packet)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "event %08X", id);
+    journal.push_back(text);
+    EXPECT_EQ(gecko_event_id(*packet), id);
+}
+
+std::string linkState()
+{
+    return std::to_string(NCPManager_GetState());
+}
+
+std::string versions()
+{
+    std::uint8_t bytes[6];
+    EXPECT_EQ(NCPManager_GetNcpSdkVersion(bytes), 1u);
+    EXPECT_EQ(NCPManager_GetNcpSblVersion(bytes + 3), 1u);
+    return toHex({reinterpret_cast<const char*>(bytes), sizeof bytes});
+}
+
+struct EventCase
+{
+    const char* name;
+    const char* id;
+    const char* payload;
+    Lines log;  ///< "<level> text" of this event
+    bool wakes = false;
+    Lines callbacks = {};  ///< before the event callback
+    const char* answer = "";
+    std::string (*state)() = [] { return std::string(); };
+    const char* expectedState = "";
+    std::uint16_t callbackResult = 1;
+};
+
+// clang-format off
+const std::vector<EventCase> kEventCases = {
+    {"a boot stores both versions", "01 00", "02 01 0D 00 03 00 40 01 09 07 0B 01 05 00",
+     {"<DEBUG> Event: NCP boot up. version:258.13.3, build=320, bootloader=0X010B0709, hw=5"}, true, {}, "",
+     versions, "02 0D 03 01 0B 07"},
+    {"a boot too short for its versions changes nothing", "01 00", "09 09 09 09 09 09 09 09 09 09 09",
+     {"<WARN > Event: EventId=0X000100A0 has 11 bytes, needs 12. Ignored."}, false, {}, "",
+     versions, "02 0D 03 01 0B 07"},
+    {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, false, {}, "", linkState, "4"},
+    {"a closed connection", "08 01", "16 02 01", {"<NOTIC> Event: Connect closed."}, false, {}, "", linkState, "1"},
+    {"connection parameters", "08 02", "01 18 00 02 00 C8 00 01 FB 00",
+     {"<TRACE> Event: LE connection parameters. interval=24, latency=2, timeout=200, security_mode=1, txsize=251"}},
+    {"connection parameters cut short", "08 02", "01 18 00 02",
+     {"<TRACE> Event: LE connection parameters. interval=24, latency=0, timeout=0, security_mode=0, txsize=0"}},
+    {"RSSI", "08 03", "01 00 BF", {"<TRACE> Event: Receive RSSI = -65."}, true},
+    {"RSSI without its value", "08 03", "01 00",
+     {"<WARN > Event: EventId=0X030800A0 has 2 bytes, needs 3. Ignored."}},
+    {"PHY", "08 04", "01 02", {"<TRACE> Event: Connection phy status. Connect=1, phy=2(1:1M,2:2M,4:125k,8:500k)"}},
+    {"MTU", "09 00", "01 F7 00", {"<TRACE> Event: MTU exchanged. Connect=1, mtu=247"}},
+    {"an attribute value", "0A 00", "01 1A 00 12 00 01 02 AA BB",
+     {"<TRACE> Event: Server attribute value. Connect=1, attribute=26, opcode=18, offset=256",
+      "<TRACE> Length 2 Data : { 0xAA, 0xBB }"}},
+    {"an attribute value whose count passes the packet", "0A 00", "01 1A 00 12 00 00 FF AA",
+     {"<TRACE> Event: Server attribute value. Connect=1, attribute=26, opcode=18, offset=0",
+      "<TRACE> Length 1 Data : { 0xAA }"}},
+    {"a read is answered with the callback's value", "0A 01", "01 1A 00 0C 05 00",
+     {"<TRACE> Event: User read request. Connect=1, char=26, opcode=12, offset=5"}, false,
+     {"read 26"}, "0A 03: 01 1A 00 00 02 AA BB"},
+    {"a read that the callback refuses", "0A 01", "01 1A 00 0A 00 00",
+     {"<TRACE> Event: User read request. Connect=1, char=26, opcode=10, offset=0"}, false,
+     {"read 26"}, "0A 03: 01 1A 00 8C 00", [] { return std::string(); }, "", 0},
+    {"a write request is answered", "0A 02", "01 1A 00 13 00 00 03 01 02 03",
+     {"<TRACE> Event: User write request. Connect=1, char=26, opcode=19, offset=0",
+      "<TRACE> NCP -> GBS : Length 3", "<TRACE> NCP -> GBS : Data { 0x01, 0x02, 0x03 }"}, false,
+     {"write 26: 01 02 03"}, "0A 04: 01 1A 00 00"},
+    {"a write request that the callback refuses", "0A 02", "01 1A 00 13 00 00 00",
+     {"<TRACE> Event: User write request. Connect=1, char=26, opcode=19, offset=0",
+      "<TRACE> NCP -> GBS : Length 0", "<TRACE> NCP -> GBS : Data {  }"}, false,
+     {"write 26: "}, "0A 04: 01 1A 00 01", [] { return std::string(); }, "", 2},
+    {"a write command is not answered, its count clamped", "0A 02", "01 1A 00 52 00 00 FF 01",
+     {"<TRACE> Event: User write request. Connect=1, char=26, opcode=82, offset=0",
+      "<TRACE> NCP -> GBS : Length 1", "<TRACE> NCP -> GBS : Data { 0x01 }"}, false, {"write 26: 01"}},
+    {"a write without its count reaches nobody", "0A 02", "01 1A 00 13 00 00",
+     {"<WARN > Event: EventId=0X020A00A0 has 6 bytes, needs 7. Ignored."}},
+    {"a characteristic status", "0A 03", "01 1A 00 01 01 00",
+     {"<TRACE> Event: Characteristic status. Connect=1, handle=26, status=1(1:config,2:confirm), "
+      "client_config=1(0:disable,1:notification,2:indication)"}},
+    {"a finished direct test", "0E 00", "01 00 2A 01",
+     {"<TRACE> Event: DTM test completed. result=1(0:success, 1:failure), number_of_packets=298"}, true},
+    {"a passkey to display", "0F 00", "01 0C 00 00 00",
+     {"<TRACE> Event: Display passkey. Connect=1, Passkey=000012"}, false, {"display 12"}},
+    {"a passkey request", "0F 01", "01", {"<TRACE> Event: Request passkey. Connect=1"}},
+    {"a passkey to confirm", "0F 02", "01 40 E2 01 00",
+     {"<TRACE> Event: Confirm passkey. Connect=1, Passkey=123456"}, false, {"confirm 123456"}},
+    {"bonded", "0F 03", "01 02", {"<TRACE> Event: SM bonded. Connect=1, bonding=2"}},
+    {"bonding failed", "0F 04", "01 05 03", {"<TRACE> Event: SM bonding failed. Connect=1, reason=0x0305"}},
+    {"a bond", "0F 05", "07 01 02 03 04 05 06 01",
+     {"<TRACE> Event: List bonding entry. handle=7, address=01:02:03:04:05:06, type=1"}},
+    {"the end of the bonds", "0F 06", "", {"<TRACE> Event: List all bonding complete"}, true},
+    {"a bonding to confirm", "0F 09", "01 07", {"<TRACE> Event: Confirm boinding. Connect=1, handle=7"}},
+    {"a user message", "FF 00", "02 11 22",
+     {"<TRACE> Event: User message event.", "<TRACE>  Length : 2 Data : { 0x11, 0x22 }"}},
+    {"an unknown event is only passed on", "7F 7F", "01 02 03", {}},
+};
+// clang-format on
+
+class Events : public testing::Test
+{
+protected:
+    Events()
+    {
+        journal.clear();
+        callbackResult = 1;
+        NCPManager_SetGATTReadCallback(onRead);
+        NCPManager_SetGATTWriteCallback(onWrite);
+        NCPManager_SetSMDisplayPasskeyCallback(onDisplay);
+        NCPManager_SetSMConfirmPasskeyCallback(onConfirm);
+        NCPManager_SetEventCallback(onEvent);
+    }
+    ~Events() override { removeCallbacks(); }
+
+    static void removeCallbacks()
+    {
+        NCPManager_SetGATTReadCallback(nullptr);
+        NCPManager_SetGATTWriteCallback(nullptr);
+        NCPManager_SetSMDisplayPasskeyCallback(nullptr);
+        NCPManager_SetSMConfirmPasskeyCallback(nullptr);
+        NCPManager_SetEventCallback(nullptr);
+    }
+
+    /// Lines of the event handling, without the node's name.
+    static Lines ncpLines(const testsupport::StdoutCapture& log)
+    {
+        const std::string node = "[NCP_MANAGER] ";
+        Lines found;
+        for (std::string line : log.logLines()) {
+            if (line.compare(8, node.size(), node) == 0)
+                found.push_back(line.erase(8, node.size()));
+        }
+        return found;
+    }
+
+    void handle(const std::string& packet)
+    {
+        m_chip.send(packet);
+        NCPManager_EventHandler();
+    }
+
+    FakeChip m_chip;
+};
+
+std::string eventName(std::string id)
+{
+    return "event " + id.substr(3, 2) + id.substr(0, 2) + "00A0";
+}
+}  // namespace
+
+// While each event is handled a task waits in a direct test, so that its wake-up shows.
+TEST_F(Events, AreStoredLoggedAnsweredAndPassedOn)
+{
+    const LogLevelScope ncp("NCP_MANAGER", LogLevel::Trace);
+    const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
+    testsupport::StdoutCapture log;
+    for (const EventCase& row : kEventCases) {
+        SCOPED_TRACE(row.name);
+        auto waiting = onTask([] { return std::to_string(NCPManager_DTMTestRx(1, 1)); });
+        ASSERT_TRUE(testsupport::waitUntil([&] { return log.contains("WaitForSignal"); }));
+        m_chip.takeCommands();
+        journal.clear();
+        log.clear();
+        callbackResult = row.callbackResult;
+
+        handle(event(row.id, row.payload));
+        EXPECT_EQ(ncpLines(log), row.log);
+        EXPECT_EQ(log.contains("'worker' SendSignal '2'"), row.wakes);
+        EXPECT_EQ(m_chip.takeCommands(), row.answer);
+        EXPECT_EQ(row.state(), row.expectedState);
+        Lines expected = row.callbacks;
+        expected.push_back(eventName(row.id));
+        EXPECT_EQ(journal, expected);
+
+        if (!row.wakes)
+            handle(event("0E 00", "00 00 00 00"));
+        EXPECT_EQ(pumpUntilDone(waiting), "1");
+        log.clear();
+    }
+}
+
+TEST_F(Events, OfAnyLengthDoNoHarm)
+{
+    const testsupport::StdoutCapture log;
+    for (const EventCase& row : kEventCases) {
+        SCOPED_TRACE(row.name);
+        for (std::size_t length = 0; length <= 256; length = length < 20 ? length + 1 : length + 59) {
+            journal.clear();
+            const std::string payload = toHex(std::string(length, '\xFF'));
+            handle(event(row.id, payload));
+            ASSERT_FALSE(journal.empty());
+            EXPECT_EQ(journal.back(), eventName(row.id));
+        }
+    }
+}
+
+TEST_F(Events, WithoutCallbacksAreLoggedAsUnprocessedAndNotAnswered)
+{
+    removeCallbacks();
+    const LogLevelScope level("NCP_MANAGER", LogLevel::Trace);
+    testsupport::StdoutCapture log;
+    for (const EventCase& row : kEventCases) {
+        SCOPED_TRACE(row.name);
+        log.clear();
+        handle(event(row.id, row.payload));
+        Lines expected = row.log;
+        expected.push_back("<TRACE> Event: Unprocess EventId=0X" + eventName(row.id).substr(6));
+        EXPECT_EQ(ncpLines(log), expected);
+    }
+    EXPECT_EQ(m_chip.takeCommands(), "");
+}
+
+TEST_F(Events, HandlerWithoutAnEventDoesNothing)
+{
+    NCPManager_EventHandler();
+    EXPECT_EQ(journal, Lines{});
+}
+
+TEST_F(Events, AReadOfMoreThanAPacketHoldsIsNotAnswered)
+{
+    static std::uint8_t length = 0;
+    NCPManager_SetGATTReadCallback([](std::uint16_t, std::uint8_t* out, std::uint8_t* data) -> std::uint16_t {
+        std::fill_n(data, 255, std::uint8_t{0x11});
+        *out = length;
+        return 1;
+    });
+    length = 251;
+    handle(event("0A 01", "01 1A 00 0A 00 00"));
+    EXPECT_EQ(m_chip.takeCommands(), "0A 03: 01 1A 00 00 FB " + toHex(std::string(251, '\x11')));
+    length = 252;
+    handle(event("0A 01", "01 1A 00 0A 00 00"));
+    EXPECT_EQ(m_chip.takeCommands(), "");
+}
+
+TEST_F(Events, ABondListLongerThanTheTableIsCut)
+{
+    m_chip.answerWith([](const std::string& command) {
+        std::string list = accept(command);
+        for (int i = 1; i <= 16; ++i)
+            list += event("0F 05", toHex(std::string(8, static_cast<char>(i))));
+        return list + event("0F 06", "");
+    });
+    auto done = onTask([] {
+        _tGBS_BondInfo bonds[kBondTableEntries];
+        std::uint8_t count = 0;
+        const std::uint32_t result = NCPManager_GetAllBonds(bonds, &count);
+        return std::to_string(result) + " " + std::to_string(count) + " " + std::to_string(bonds[13].bonding);
+    });
+    EXPECT_EQ(pumpUntilDone(done), "1 14 14");
+}
+
+TEST_F(Events, ALateResponseIsPassedOnAsAnEvent)
+{
+    NCPManager_SetEventCallback(
+        [](std::uint32_t id, gecko_cmd_packet*) { journal.push_back(std::to_string(id)); });
+    handle(response("03 14", "00 00"));
+    EXPECT_EQ(journal, Lines{std::to_string(0x14030020)});
+}
+
+TEST_F(Events, AreAnsweredWhileAnotherThreadIsInCommands)
+{
+    constexpr int kRequests = 20;
+    constexpr int kCommands = 40;
+    for (int i = 0; i < kRequests; ++i)
+        m_chip.send(event("0A 02", "01 1A 00 13 00 00 01 " + toHex(std::string(1, static_cast<char>(i)))));
+    int succeeded = 0;
+    std::thread commands([&] {
+        for (int i = 0; i < kCommands; ++i)
+            succeeded += static_cast<int>(GBSSlave_HelloNCP());
+    });
+    EXPECT_TRUE(testsupport::waitUntil([] {
+        GBSSlave_TreatEvent();
+        return journal.size() == 2 * kRequests;
+    }));
+    commands.join();
+    EXPECT_EQ(succeeded, kCommands);
+    Lines expected;
+    for (int i = 0; i < kRequests; ++i) {
+        expected.push_back("write 26: " + toHex(std::string(1, static_cast<char>(i))));
+        expected.push_back(eventName("0A 02"));
+    }
+    EXPECT_EQ(journal, expected);
+    const auto sent = m_chip.commands();
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), "0A 04: 01 1A 00 00"), kRequests);
+}

@@ -1,0 +1,260 @@
+#include "Harness.h"
+
+#include "GBSSlave.h"
+#include "GOS.h"
+#include "LineOwner.h"
+#include "Pty.h"
+#include "Wait.h"
+#include "gecko.h"
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+
+namespace {
+std::array<std::atomic<int>, 5> requests;
+std::array<std::atomic<int>, 5> holders;
+}  // namespace
+
+// The linker puts these in place of the two GOS functions.
+extern "C" {
+void __real_GOS_WaitForSemaphore(unsigned id);
+void __real_GOS_ReleaseSemaphore(unsigned id);
+
+void __wrap_GOS_WaitForSemaphore(unsigned id)
+{
+    ++requests.at(id);
+    __real_GOS_WaitForSemaphore(id);
+    ++holders.at(id);
+}
+
+void __wrap_GOS_ReleaseSemaphore(unsigned id)
+{
+    --holders.at(id);
+    __real_GOS_ReleaseSemaphore(id);
+}
+}
+
+namespace gbstest {
+namespace {
+std::atomic<FakeChip*> boundChip{nullptr};
+
+std::string packet(std::uint8_t type, std::string_view id, std::string_view payload)
+{
+    const std::string body = fromHex(payload);
+    std::string bytes;
+    bytes += static_cast<char>(type | (body.size() >> 8));
+    bytes += static_cast<char>(body.size());
+    return bytes + fromHex(id) + body;
+}
+
+std::string describe(std::string_view command)
+{
+    if (command.size() < 4 ||
+        command.substr(0, 4) !=
+            packet(0x20, toHex(command.substr(2, 2)), toHex(command.substr(4))).substr(0, 4))
+        return "malformed " + toHex(command);
+    const std::string payload = toHex(command.substr(4));
+    return toHex(command.substr(2, 2)) + ":" + (payload.empty() ? "" : " ") + payload;
+}
+
+/// Jobs of the one GOS task; lives until the process ends, like the task.
+struct Jobs
+{
+    std::mutex lock;
+    std::condition_variable added;
+    std::deque<std::packaged_task<std::string()>> queue;
+};
+
+Jobs& jobs()
+{
+    static Jobs& instance = *new Jobs;
+    return instance;
+}
+
+void workerTask()
+{
+    for (;;) {
+        std::packaged_task<std::string()> job;
+        {
+            std::unique_lock lock(jobs().lock);
+            jobs().added.wait(lock, [] { return !jobs().queue.empty(); });
+            job = std::move(jobs().queue.front());
+            jobs().queue.pop_front();
+        }
+        job();
+    }
+}
+
+/// After a test that has let go of the line commands would send nothing.
+void takeLine()
+{
+    if (!LineOwner::isLetGo())
+        return;
+    static const testsupport::Pty line;
+    EXPECT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
+    GBSSlave_ResumeEvents();
+}
+
+void startWorkerOnce()
+{
+    static const bool started = [] {
+        GOS_CreateTask("worker", workerTask, 4);
+        GOS_StartTasks();
+        return true;
+    }();
+    static_cast<void>(started);
+}
+}  // namespace
+
+std::string fromHex(std::string_view text)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < text.size(); i += 3)
+        bytes += static_cast<char>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16));
+    return bytes;
+}
+
+std::string toHex(std::string_view bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        char pair[4];
+        std::snprintf(pair, sizeof pair, "%s%02X", text.empty() ? "" : " ", static_cast<unsigned char>(byte));
+        text += pair;
+    }
+    return text;
+}
+
+std::string response(std::string_view id, std::string_view payload)
+{
+    return packet(0x20, id, payload);
+}
+
+std::string event(std::string_view id, std::string_view payload)
+{
+    return packet(0xA0, id, payload);
+}
+
+FakeChip::FakeChip() : m_answer(accept)
+{
+    boundChip = this;
+    takeLine();
+    bglib_output = output;
+    bglib_input = input;
+    bglib_peek = peek;
+}
+
+FakeChip::~FakeChip()
+{
+    bglib_output = nullptr;
+    bglib_input = nullptr;
+    bglib_peek = nullptr;
+    boundChip = nullptr;
+}
+
+void FakeChip::answerWith(Answer answer)
+{
+    const std::lock_guard lock(m_lock);
+    m_answer = std::move(answer);
+}
+
+void FakeChip::send(std::string_view bytes)
+{
+    const std::lock_guard lock(m_lock);
+    m_toHost += bytes;
+}
+
+std::vector<std::string> FakeChip::commands() const
+{
+    const std::lock_guard lock(m_lock);
+    return m_commands;
+}
+
+std::string FakeChip::takeCommands()
+{
+    const std::lock_guard lock(m_lock);
+    std::string line;
+    for (const std::string& command : m_commands)
+        line += (line.empty() ? "" : " | ") + command;
+    m_commands.clear();
+    return line;
+}
+
+bool FakeChip::allUnderApiLock() const
+{
+    const std::lock_guard lock(m_lock);
+    return m_allUnderApiLock;
+}
+
+std::int32_t FakeChip::output(std::uint32_t length, const std::uint8_t* bytes)
+{
+    FakeChip& chip = *boundChip;
+    const std::lock_guard lock(chip.m_lock);
+    chip.m_commands.push_back(describe({reinterpret_cast<const char*>(bytes), length}));
+    chip.m_allUnderApiLock = chip.m_allUnderApiLock && semaphoreTaken(GBS_API_SEMAPHORE_ID);
+    chip.m_toHost += chip.m_answer(chip.m_commands.back());
+    return static_cast<std::int32_t>(length);
+}
+
+std::int32_t FakeChip::input(std::uint32_t length, std::uint8_t* buffer)
+{
+    FakeChip& chip = *boundChip;
+    const std::lock_guard lock(chip.m_lock);
+    if (chip.m_toHost.size() < length)
+        return -1;
+    std::memcpy(buffer, chip.m_toHost.data(), length);
+    chip.m_toHost.erase(0, length);
+    return static_cast<std::int32_t>(length);
+}
+
+std::int32_t FakeChip::peek()
+{
+    FakeChip& chip = *boundChip;
+    const std::lock_guard lock(chip.m_lock);
+    return static_cast<std::int32_t>(chip.m_toHost.size());
+}
+
+std::string accept(const std::string& command)
+{
+    return response(idOf(command), "00 00");
+}
+
+std::string idOf(const std::string& command)
+{
+    return command.substr(0, 5);
+}
+
+int semaphoreRequests(unsigned id)
+{
+    return requests.at(id);
+}
+
+bool semaphoreTaken(unsigned id)
+{
+    return holders.at(id) > 0;
+}
+
+std::future<std::string> onTask(std::function<std::string()> function)
+{
+    startWorkerOnce();
+    std::packaged_task<std::string()> job(std::move(function));
+    std::future<std::string> done = job.get_future();
+    const std::lock_guard lock(jobs().lock);
+    jobs().queue.push_back(std::move(job));
+    jobs().added.notify_one();
+    return done;
+}
+
+std::string pumpUntilDone(std::future<std::string>& done)
+{
+    const bool inTime = testsupport::waitUntil([&] {
+        GBSSlave_TreatEvent();
+        return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    });
+    return inTime ? done.get() : "still waiting";
+}
+}  // namespace gbstest

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "facade/LogFacade.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace gbstest {
+/// "20 01 FF" <-> the bytes.
+std::string fromHex(std::string_view text);
+std::string toHex(std::string_view bytes);
+
+/// A packet with a header that fits its payload. @param id class and message, "03 14"
+std::string response(std::string_view id, std::string_view payload);
+std::string event(std::string_view id, std::string_view payload);
+
+/// The co-processor at the other end of an in-memory line, which it binds for its lifetime.
+class FakeChip
+{
+public:
+    /// Gets a command as "class id: payload", returns the bytes that the chip sends for it.
+    using Answer = std::function<std::string(const std::string& command)>;
+
+    FakeChip();
+    ~FakeChip();
+    FakeChip(const FakeChip&) = delete;
+    FakeChip& operator=(const FakeChip&) = delete;
+
+    /// Until it is told otherwise the chip answers every command with result 0.
+    void answerWith(Answer answer);
+    /// Puts bytes on the line to the host.
+    void send(std::string_view bytes);
+    /// The commands so far, each "class id: payload"; one with a wrong header reads "malformed".
+    [[nodiscard]] std::vector<std::string> commands() const;
+    /// The same in one line, joined by " | "; then forgets them.
+    std::string takeCommands();
+    /// True when every command so far was sent with GOS semaphore 1 held.
+    [[nodiscard]] bool allUnderApiLock() const;
+
+private:
+    static std::int32_t output(std::uint32_t length, const std::uint8_t* bytes);
+    static std::int32_t input(std::uint32_t length, std::uint8_t* buffer);
+    static std::int32_t peek();
+
+    mutable std::mutex m_lock;
+    Answer m_answer;
+    std::string m_toHost;
+    std::vector<std::string> m_commands;
+    bool m_allUnderApiLock = true;
+};
+
+/// Result 0 for every command.
+std::string accept(const std::string& command);
+/// "03 14" of "03 14: 00 04 02".
+std::string idOf(const std::string& command);
+
+/// How often a semaphore has been asked for since the process began, and whether it is taken now.
+int semaphoreRequests(unsigned id);
+bool semaphoreTaken(unsigned id);
+
+/// A call with its arguments, for the rows of a table.
+using Call = std::function<std::uint32_t()>;
+template <class... Arguments>
+Call call(std::uint32_t (*function)(Arguments...), std::type_identity_t<Arguments>... arguments)
+{
+    return [=] { return function(arguments...); };
+}
+
+/// Runs a function on a GOS task (id 0), as the waiting calls need.
+std::future<std::string> onTask(std::function<std::string()> function);
+/// Handles events until the function that runs on the task is done.
+std::string pumpUntilDone(std::future<std::string>& done);
+
+/// Sets a log level while the object lives.
+class LogLevelScope
+{
+public:
+    LogLevelScope(const char* node, LogLevel level) : m_node(node) { LogFacade::setLevel(node, level); }
+    ~LogLevelScope() { LogFacade::setLevel(m_node, LogLevel::Notic); }
+    LogLevelScope(const LogLevelScope&) = delete;
+    LogLevelScope& operator=(const LogLevelScope&) = delete;
+
+private:
+    const char* m_node;
+};
+}  // namespace gbstest

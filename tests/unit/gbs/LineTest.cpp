@@ -1,0 +1,130 @@
+// The facade on a real terminal: who owns the line, and when events are handled.
+
+#include "GBSSlave.h"
+#include "Harness.h"
+#include "NCPManagerSBL.h"
+#include "Pty.h"
+#include "Wait.h"
+
+#include <atomic>
+#include <thread>
+
+using namespace gbstest;
+
+namespace {
+std::atomic<int> boots{0};
+
+/// The chip on the master side of a terminal: answers every command and can be told to send.
+class PtyChip
+{
+public:
+    PtyChip() : m_thread([this] { run(); }) {}
+    ~PtyChip()
+    {
+        m_stop = true;
+        m_thread.join();
+    }
+
+    [[nodiscard]] const char* path() const { return m_line.slavePath().c_str(); }
+    void send(const std::string& bytes) const { m_line.write(bytes); }
+    [[nodiscard]] int commands() const { return m_commands; }
+
+private:
+    void run()
+    {
+        while (!m_stop) {
+            const std::string command = m_line.read(4, std::chrono::milliseconds(20));
+            if (command.size() < 4)
+                continue;
+            static_cast<void>(m_line.read(static_cast<unsigned char>(command[1])));
+            ++m_commands;
+            const std::string id = toHex(command.substr(2));
+            m_line.write(id == "00 00" ? "\r\nBL > " : response(id, "00 00"));
+        }
+    }
+
+    testsupport::Pty m_line;
+    std::atomic<int> m_commands{0};
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+class Line : public testing::Test
+{
+protected:
+    Line()
+    {
+        boots = 0;
+        GBSSlave_SetEventCallback(
+            [](std::uint32_t id, gecko_cmd_packet*) { boots += id == 0x000100A0 ? 1 : 0; });
+    }
+    ~Line() override
+    {
+        GBSSlave_SetEventCallback(nullptr);
+        GBSSlave_LetGoLine();
+    }
+
+    /// Handles events until so many boots have been seen.
+    static bool pumpUntilBoots(int count)
+    {
+        return testsupport::waitUntil([=] {
+            GBSSlave_TreatEvent();
+            return boots == count;
+        });
+    }
+
+    const std::string m_boot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+    PtyChip m_chip;
+};
+}  // namespace
+
+TEST_F(Line, CommandsAndEventsPassWhileItIsHeld)
+{
+    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
+    GBSSlave_ResumeEvents();
+    EXPECT_TRUE(GBSSlave_IsLineHeld());
+    EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_DISABLED);
+    EXPECT_EQ(GBSSlave_HelloNCP(), 1u);
+    m_chip.send(m_boot);
+    EXPECT_TRUE(pumpUntilBoots(1));
+}
+
+TEST_F(Line, LetGoItTakesNoByteAndHandlesNoEventUntilResumed)
+{
+    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
+    EXPECT_EQ(GBSSlave_HelloNCP(), 1u);
+    const int before = m_chip.commands();
+    GBSSlave_LetGoLine();
+    EXPECT_FALSE(GBSSlave_IsLineHeld());
+    EXPECT_EQ(GBSSlave_HelloNCP(), 0u);
+    EXPECT_EQ(GBSSlave_MakeDiscoverable(4, 0), 0u);
+
+    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
+    EXPECT_TRUE(GBSSlave_IsLineHeld());
+    m_chip.send(m_boot);
+    EXPECT_EQ(GBSSlave_HelloNCP(), 1u) << "commands work before events are resumed";
+    EXPECT_EQ(m_chip.commands(), before + 1) << "nothing was sent meanwhile";
+    GBSSlave_TreatEvent();
+    EXPECT_EQ(boots, 0);
+    GBSSlave_ResumeEvents();
+    EXPECT_TRUE(pumpUntilBoots(1)) << "the boot event has been kept";
+}
+
+TEST_F(Line, ThatCannotBeOpenedIsNotHeld)
+{
+    EXPECT_EQ(GBSSlave_Init("/nonexistent/tty"), 0u);
+    EXPECT_FALSE(GBSSlave_IsLineHeld());
+}
+
+TEST_F(Line, EventsAreLeftAloneWhileTheChipIsInItsSerialBootloader)
+{
+    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
+    GBSSlave_ResumeEvents();
+    ASSERT_EQ(NCPManagerSBL_GotoBootloader(), 1u);
+    m_chip.send(m_boot);
+    GBSSlave_TreatEvent();
+    EXPECT_EQ(boots, 0);
+    EXPECT_EQ(NCPManagerSBL_RunApp(), 1u);  // no prompt comes back; takes what has been sent so far
+    m_chip.send(m_boot);
+    EXPECT_TRUE(pumpUntilBoots(1));
+}
