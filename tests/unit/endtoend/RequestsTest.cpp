@@ -1,0 +1,145 @@
+// From the phone to the application, and whole exchanges.
+
+#include "BTP_Core.h"
+#include "GOS.h"
+#include "StationFixture.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
+#include "facade/LogFacade.h"
+
+#include <cstdlib>
+#include <random>
+
+namespace {
+using endtoend::Bytes;
+using endtoend::message;
+using endtoend::Milliseconds;
+using testsupport::waitUntil;
+using Requests = StationFixture;
+
+Bytes fragment(unsigned header, std::size_t length, unsigned seed = 0)
+{
+    Bytes bytes = message(length, seed);
+    bytes.insert(bytes.begin(), static_cast<std::uint8_t>(header));
+    return bytes;
+}
+
+/// Four frames that are complete before the reader looks for the first time. Needs a process in which no
+/// frame has been received yet, so it stands first.
+TEST_F(Requests, OfSeveralCompleteFramesOnlyTheFirstIsFoundUntilTheOthersAreReplaced)
+{
+    static bool first = true;
+    ASSERT_TRUE(std::exchange(first, false));
+    // The manager task looks at the link before it wakes the reader, and that takes the facade's lock.
+    GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+    const auto frame = [](unsigned number) { return fragment(0x80 | number << 4, 8, number); };
+    for (unsigned number = 0; number < 4; ++number)
+        ASSERT_TRUE(phone.writeCommand(frame(number)));
+    EXPECT_TRUE(waitUntil([] { return BTP_RxBytesAvailable() == 32; }));
+    GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+
+    // The reader has announced 32 bytes. Frames 1 to 3 have lost their stamps: it waits for their successors.
+    Bytes expected = message(8, 0);
+    for (unsigned number = 5; number < 8; ++number) {
+        const unsigned left = 32 - 8 * (number - 4);
+        EXPECT_TRUE(waitUntil([left] { return BTP_RxBytesAvailable() == left; })) << "frame " << number;
+        ASSERT_TRUE(phone.writeCommand(frame(number)));
+        const Bytes found = message(8, number);
+        expected.insert(expected.end(), found.begin(), found.end());
+    }
+    EXPECT_EQ(application().waitRequest(), expected);
+    expectService();
+}
+
+TEST_F(Requests, OfEverySizeArrive)
+{
+    for (const std::size_t size : {1, 10, 67, 68, 69, 70, 71, 137, 138, 139, 1000, 1103, 1104}) {
+        SCOPED_TRACE(size);
+        sendRequest(message(size, static_cast<unsigned>(size)));
+    }
+}
+
+TEST_F(Requests, LongerThanAFrameArriveAsOneRequestAFrame)
+{
+    for (const std::size_t size : {1105, 1118, 2240, 4480}) {
+        const Bytes whole = message(size);
+        for (std::size_t at = 0; at < size; at += efr32sim::kPhoneFrame) {
+            const std::size_t length = std::min(size - at, efr32sim::kPhoneFrame);
+            sendRequest(endtoend::ByteSpan(whole).subspan(at, length));
+        }
+    }
+}
+
+struct WritesRow
+{
+    const char* name;
+    std::vector<Bytes> writes;
+    Bytes request;  // empty: none
+};
+
+TEST_F(Requests, ArriveWhateverHappensToTheirFragments)
+{
+    const Bytes odd = {9};
+    Bytes whole = odd;
+    const Bytes rest = message(69);
+    whole.insert(whole.end(), rest.begin(), rest.end());
+    const std::vector<WritesRow> rows = {
+        {"out of order", {fragment(0x00, 69), fragment(0x81, 1, 9)}, whole},
+        {"repeated", {fragment(0x81, 1, 5), fragment(0x01, 1, 9), fragment(0x00, 69)}, whole},
+        {"oversize", {fragment(0x80, 70)}, {}},
+        {"announcing too much", {fragment(0x8F, 86)}, {}},
+        {"interleaved with an open frame",
+         {fragment(0xA2, 1), fragment(0x91, 1, 9), fragment(0x10, 69)},
+         whole},
+        {"lost", {fragment(0xB1, 1)}, {}},
+    };
+    for (const WritesRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const Bytes& write : row.writes)
+            ASSERT_TRUE(phone.writeCommand(write));
+        if (!row.request.empty()) {
+            EXPECT_EQ(application().waitRequest(), row.request);
+        }
+    }
+    EXPECT_EQ(application().waitRequest(Milliseconds(100)), std::nullopt) << "of a frame that is not whole";
+    expectService();
+}
+
+TEST_F(Requests, OfAPhoneThatHasGoneDoNotReachTheNextOne)
+{
+    LogFacade::setLevel("[BTP_MANAGER_PROCESS]", LogLevel::Debug);
+    const testsupport::StdoutCapture output;
+    expectService();  // the manager task has seen the link
+    ASSERT_TRUE(phone.writeCommand(fragment(0xB1, 1, 7)));
+    ASSERT_TRUE(waitUntil([this] { return station().chip.link().connected; }));
+    phone.disconnect();
+    ASSERT_TRUE(waitUntil([&] { return output.contains("Link closed"); }));
+
+    ASSERT_TRUE(phone.connect());
+    ASSERT_TRUE(phone.writeCommand(fragment(0x30, 69)));
+    expectService();
+    EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
+}
+
+unsigned requestCount()
+{
+    const char* text = std::getenv("BRISCA_ENDTOEND_REQUESTS");
+    return text != nullptr ? static_cast<unsigned>(std::atoi(text)) : BRISCA_ENDTOEND_REQUESTS;
+}
+
+TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
+{
+    std::mt19937 random(1);
+    std::uniform_int_distribution<std::size_t> size(1, 1104);
+    for (unsigned number = 0; number < requestCount(); ++number) {
+        const Bytes request = message(size(random), number);
+        ASSERT_TRUE(phone.writeMessage(request)) << number;
+        const auto received = application().waitRequest();
+        ASSERT_EQ(received, request) << number;
+        application().answer(*received);
+        ASSERT_EQ(phone.waitMessage(), request) << number;
+    }
+    EXPECT_EQ(phone.violations(), std::vector<std::string>{});
+    EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
+}
+}  // namespace
