@@ -147,7 +147,8 @@ void Chip::Impl::step()
 void Chip::Impl::hear()
 {
     if (m_mode == Mode::Held || m_mode == Mode::Booting || silenced()) {
-        m_line.dropInput();
+        if (const std::size_t bytes = m_line.dropInput(); bytes > 0)
+            report(EventKind::Unheard, {{"bytes", number(bytes)}, {"mode", toString(m_mode)}});
         return;
     }
     const Bytes bytes = m_line.receive(Clock::now());

@@ -259,12 +259,15 @@ Bytes SerialLine::receive(Clock::time_point now)
     return bytes;
 }
 
-void SerialLine::dropInput()
+std::size_t SerialLine::dropInput()
 {
     std::array<std::uint8_t, kReadChunk> scratch{};
-    while (plugged() && ::read(m_master.get(), scratch.data(), scratch.size()) > 0) {
-    }
+    std::size_t dropped = 0;
+    ssize_t got = 0;
+    while (plugged() && (got = ::read(m_master.get(), scratch.data(), scratch.size())) > 0)
+        dropped += static_cast<std::size_t>(got);
     m_rx = {};
+    return dropped;
 }
 
 short SerialLine::pollEvents() const

@@ -56,7 +56,8 @@ public:
     void dropOutput();
     /// What the chip has heard up to now, with the line's garbling applied.
     [[nodiscard]] Bytes receive(Clock::time_point now);
-    void dropInput();
+    /// Throws away what the host has sent and returns how many bytes that was.
+    std::size_t dropInput();
     /// Moves bytes that are due into the pseudo-terminal.
     void transmit(Clock::time_point now);
 

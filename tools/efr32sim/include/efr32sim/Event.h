@@ -23,6 +23,7 @@ enum class EventKind {
     LineOpened,    ///< some program opened the serial line
     LineClosed,    ///< some program closed it
     LineMismatch,  ///< bytes went by while the line's settings were wrong for the chip's mode
+    Unheard,       ///< the host spoke while the chip was held, booting or silent
     LineOverrun,   ///< host did not read: bytes of the chip were lost
     LineHungUp,
     LinePlugged,
