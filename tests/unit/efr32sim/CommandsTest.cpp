@@ -163,7 +163,7 @@ const std::vector<Step> kWithPhone{
 
 TEST(Commands, AnswerAsTheFirmwareDoes)
 {
-    RunningChip running({.bootDelay = Milliseconds(50)});
+    RunningChip running;
     running.chip.addBond({0x11, 0x12, 0x13, 0x14, 0x15, 0x16}, 0);
     running.chip.setDtmPackets(1500);
     running.chip.setRssi(-55);

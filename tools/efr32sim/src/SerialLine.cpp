@@ -19,6 +19,7 @@ constexpr std::size_t kOutputLimit = 1 << 20;
 constexpr std::size_t kReadChunk = 4096;
 constexpr std::int64_t kBitsPerByte = 10;
 constexpr std::chrono::milliseconds kSampleInterval{20};
+constexpr int kCertain = 2;
 constexpr std::chrono::milliseconds kPaceStep{1};
 
 struct Speed
@@ -91,7 +92,7 @@ void SerialLine::plug()
         makeLink(m_slavePath, m_config.link);
     m_rx = m_tx = {};
     m_blocked = false;
-    m_lastFit = fit();
+    look(kCertain);
 }
 
 void SerialLine::unplug()
@@ -110,7 +111,7 @@ void SerialLine::unplug()
 void SerialLine::expect(const LineSettings& settings)
 {
     m_expected = settings;
-    m_lastFit = fit();
+    look(kCertain);
 }
 
 LineSettings SerialLine::inForce() const
@@ -131,6 +132,11 @@ SerialLine::Fit SerialLine::fit() const
     if (host.baud == m_expected.baud && host.twoStopBits == m_expected.twoStopBits)
         return Fit::Blocked;
     return Fit::Garbled;
+}
+
+void SerialLine::look(int weight)
+{
+    m_badSamples = fit() == Fit::Good ? 0 : std::min(m_badSamples + weight, kCertain);
 }
 
 std::chrono::nanoseconds SerialLine::timeOf(std::int64_t bytes) const
@@ -249,10 +255,10 @@ Bytes SerialLine::receive(Clock::time_point now)
     if (bytes.empty())
         return bytes;
     // A pseudo-terminal does not hold tcdrain() until the chip has heard: bytes sent just before the host
-    // changed its settings are still good. Hence the fit of a moment ago counts as well.
-    const Fit before = m_lastFit;
-    m_lastFit = fit();
-    if (before != Fit::Good && m_lastFit != Fit::Good) {
+    // changed its settings are still good. Hence settings count as wrong from the second look at them on.
+    if (fit() == Fit::Good) {
+        m_badSamples = 0;
+    } else if (m_badSamples >= kCertain) {
         reportMismatch("to_chip", bytes.size());
         bytes.clear();
     }
@@ -302,7 +308,7 @@ void SerialLine::sample(Clock::time_point now)
     if (!plugged() || now < m_nextSample)
         return;
     m_nextSample = now + kSampleInterval;
-    m_lastFit = fit();
+    look(1);
     // The kept slave would make a user's exclusive mode outlive that user.
     ::ioctl(m_slave.get(), TIOCNXCL);
 }

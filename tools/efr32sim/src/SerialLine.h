@@ -82,6 +82,7 @@ private:
     };
 
     [[nodiscard]] Fit fit() const;
+    void look(int weight);
     [[nodiscard]] std::chrono::nanoseconds timeOf(std::int64_t bytes) const;
     [[nodiscard]] std::size_t due(Schedule& schedule, Clock::time_point now) const;
     void begin(Schedule& schedule, Clock::time_point now) const;
@@ -98,7 +99,7 @@ private:
     Fd m_watch;  // inotify on the slave
     std::string m_slavePath;
     LineSettings m_expected = kConsoleLine;
-    Fit m_lastFit = Fit::Good;
+    int m_badSamples = 0;  // in a row, up to kCertain
     Clock::time_point m_nextSample;
     std::deque<std::uint8_t> m_output;
     bool m_blocked = false;  // the host's input queue is full

@@ -1,0 +1,195 @@
+#include "efr32sim/AdStructures.h"
+#include "efr32sim/Fragments.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+using namespace efr32sim;
+using testing::HasSubstr;
+
+namespace {
+/// Header byte and payload length of a fragment.
+using Shape = std::pair<int, std::size_t>;
+
+Bytes counting(std::size_t size)
+{
+    Bytes bytes(size);
+    std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
+    return bytes;
+}
+
+std::vector<Shape> shapesOf(const std::vector<Bytes>& fragments)
+{
+    std::vector<Shape> shapes;
+    for (const Bytes& fragment : fragments)
+        shapes.emplace_back(fragment[0], fragment.size() - 1);
+    return shapes;
+}
+
+std::vector<Shape> shapes(std::initializer_list<Shape> first, int from, int to)
+{
+    std::vector<Shape> all(first);
+    for (int header = from; header >= to; --header)
+        all.emplace_back(header, 69);
+    return all;
+}
+
+struct Cut
+{
+    const char* name;
+    std::size_t frame;
+    std::size_t size;
+    std::vector<Shape> fragments;
+};
+
+class Encoder : public testing::TestWithParam<Cut>
+{
+};
+
+TEST_P(Encoder, CutsLikeTheFormat)
+{
+    FragmentEncoder encoder(GetParam().frame);
+    const Bytes message = counting(GetParam().size);
+    const std::vector<Bytes> fragments = encoder.encode(message);
+    EXPECT_EQ(shapesOf(fragments), GetParam().fragments);
+    Bytes joined;
+    for (const Bytes& fragment : fragments)
+        joined.insert(joined.end(), fragment.begin() + 1, fragment.end());
+    EXPECT_EQ(joined, message);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, Encoder,
+    testing::Values(Cut{"Nothing", kPhoneFrame, 0, {}}, Cut{"OneByte", kPhoneFrame, 1, {{0x80, 1}}},
+                    Cut{"OneFullFragment", kPhoneFrame, 69, {{0x80, 69}}},
+                    Cut{"OddPieceFirst", kPhoneFrame, 70, {{0x81, 1}, {0x00, 69}}},
+                    Cut{"TwoFullFragments", kPhoneFrame, 138, {{0x81, 69}, {0x00, 69}}},
+                    Cut{"OneFullFrame", kPhoneFrame, 1104, shapes({{0x8F, 69}}, 0x0E, 0x00)},
+                    Cut{"OneByteMore", kPhoneFrame, 1105,
+                        [] {
+                            auto all = shapes({{0x8F, 69}}, 0x0E, 0x00);
+                            all.emplace_back(0x90, 1);
+                            return all;
+                        }()},
+                    Cut{"StationFrame", kStationFrame, 1120, shapes({{0x80, 16}}, 0x0F, 0x00)}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Encoder, FrameNumbersRunModuloEight)
+{
+    FragmentEncoder encoder;
+    std::string headers;
+    for (int i = 0; i < 9; ++i)
+        headers += toHex({encoder.encode(counting(1))[0].data(), 1});
+    EXPECT_EQ(headers, "8090a0b0c0d0e0f080");
+}
+
+/// The fragments of a station's message: shapes filled with the length bytes and counting payload.
+std::vector<Bytes> fill(std::size_t payload, const std::vector<Shape>& fragments)
+{
+    Bytes message{static_cast<std::uint8_t>(payload >> 8), static_cast<std::uint8_t>(payload)};
+    const Bytes rest = counting(payload);
+    message.insert(message.end(), rest.begin(), rest.end());
+    std::vector<Bytes> out;
+    std::size_t at = 0;
+    for (const auto& [header, size] : fragments) {
+        Bytes fragment{static_cast<std::uint8_t>(header)};
+        for (std::size_t i = 0; i < size; ++i, ++at)
+            fragment.push_back(at < message.size() ? message[at] : 0xEE);
+        out.push_back(std::move(fragment));
+    }
+    return out;
+}
+
+std::vector<Shape> operator+(std::vector<Shape> left, const std::vector<Shape>& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+struct Arrival
+{
+    const char* name;
+    std::size_t payload;  // as the message announces it
+    std::vector<Shape> fragments;
+    int messages;                         // how many come out whole
+    std::vector<const char*> violations;  // parts of the texts, in order
+};
+
+class Reassembly : public testing::TestWithParam<Arrival>
+{
+};
+
+TEST_P(Reassembly, DeliversOrComplains)
+{
+    Reassembler reassembler;
+    std::vector<std::string> violations;
+    int messages = 0;
+    for (const Bytes& fragment : fill(GetParam().payload, GetParam().fragments)) {
+        const Reassembler::Result result = reassembler.accept(fragment);
+        violations.insert(violations.end(), result.violations.begin(), result.violations.end());
+        if (!result.message)
+            continue;
+        ++messages;
+        EXPECT_EQ(*result.message, counting(GetParam().payload));
+    }
+    EXPECT_EQ(messages, GetParam().messages);
+    ASSERT_EQ(violations.size(), GetParam().violations.size()) << testing::PrintToString(violations);
+    for (std::size_t i = 0; i < violations.size(); ++i)
+        EXPECT_THAT(violations[i], HasSubstr(GetParam().violations[i]));
+}
+
+const std::vector<Shape> kStationFrame0 = shapes({{0x80, 16}}, 0x0F, 0x00);
+const std::vector<Shape> kStationFrame1 = shapes({{0x90, 16}}, 0x1F, 0x10);
+
+INSTANTIATE_TEST_SUITE_P(
+    Messages, Reassembly,
+    testing::Values(
+        Arrival{"OneFragment", 3, {{0x80, 5}}, 1, {}}, Arrival{"NoPayload", 0, {{0x80, 2}}, 1, {}},
+        Arrival{"LengthSplitBetweenFragments", 68, {{0x81, 1}, {0x00, 69}}, 1, {}},
+        Arrival{"SixteenBytesAreAWholeMessage", 14, {{0x80, 16}}, 1, {}},
+        Arrival{"SixteenBytesAreTheStartOfAStationFrame", 1118, kStationFrame0, 1, {}},
+        Arrival{"SecondFrameOfTwoFragments", 1188, kStationFrame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1, {}},
+        Arrival{"SecondFrameIsAStationFrameToo", 2238, kStationFrame0 + kStationFrame1, 1, {}},
+        Arrival{"LastFrameFilledUpToSixtyNine",
+                1148,
+                kStationFrame0 + std::vector<Shape>{{0x90, 69}},
+                1,
+                {"69 bytes where 30"}},
+        Arrival{"FrameNumbersWrap", 1, {{0xF0, 3}}, 1, {}}),
+    [](const auto& row) { return row.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Violations, Reassembly,
+    testing::Values(
+        Arrival{"HeaderAlone", 3, {{0x80, 0}}, 0, {"fragment of 1 bytes"}},
+        Arrival{"SeventyPayloadBytes", 68, {{0x80, 70}}, 0, {"fragment of 71 bytes"}},
+        Arrival{"NoFirstFragment", 68, {{0x00, 69}}, 0, {"outside any frame"}},
+        Arrival{"FragmentMissing", 137, {{0x82, 1}, {0x00, 69}}, 0, {"fragment 0 where 1"}},
+        Arrival{"FragmentTwice", 137, {{0x82, 1}, {0x01, 69}, {0x01, 69}}, 0, {"fragment 1 where 0"}},
+        Arrival{"ShortFollowingFragment", 68, {{0x81, 1}, {0x00, 68}}, 0, {"68 payload bytes"}},
+        Arrival{"FragmentOfAnotherFrame", 68, {{0x81, 1}, {0x10, 69}}, 0, {"frame 1 inside frame 0"}},
+        Arrival{"FrameBrokenOff", 1, {{0x81, 1}, {0x90, 3}}, 0, {"before the last one", "3 bytes where 258"}},
+        Arrival{"MessageWithoutLength", 1, {{0x80, 1}}, 0, {"too short for its length"}},
+        Arrival{"FrameNumberSkipped",
+                1188,
+                kStationFrame0 + shapes({{0xA1, 1}}, 0x20, 0x20),
+                0,
+                {"frame 2 after frame 0", "a frame of 70 bytes"}},
+        Arrival{"FrameShorterThanAnnounced", 100, {{0x80, 50}}, 0, {"50 bytes where 102"}},
+        Arrival{"FrameLongerThanAnnounced", 10, {{0x80, 40}}, 1, {"40 bytes where 12"}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(AdStructures, ArePartedAndBadLengthsNoticed)
+{
+    const AdStructures good = decodeAdStructures(Bytes{2, 1, 5, 3, 9, 'E', 'V', 0, 0});
+    EXPECT_FALSE(good.malformed);
+    EXPECT_EQ(good.flags(), 5);
+    EXPECT_EQ(good.localName(), "EV");
+    EXPECT_EQ(good.structures.size(), 2U);
+    EXPECT_TRUE(decodeAdStructures(Bytes{2, 1}).malformed);
+    EXPECT_TRUE(decodeAdStructures(Bytes{2, 1, 5, 0, 7}).malformed);
+    EXPECT_EQ(decodeAdStructures(Bytes{1, 9}).localName(), "");
+}
+}  // namespace

@@ -1,0 +1,202 @@
+#include "HostLine.h"
+#include "efr32sim/Phone.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+using namespace efr32sim;
+
+namespace {
+/// A phone connected to a chip whose host has read the events of the connection.
+struct Connected : RunningChip
+{
+    explicit Connected(const PhoneOptions& options = {}) : phone(chip, options)
+    {
+        EXPECT_EQ(host->command(0x03, 0x14, {0, 4, 2}), "200203140000");
+        EXPECT_TRUE(phone.connect());
+        for (int events = options.subscribe ? 5 : 4; events > 0; --events)
+            host->readPacket();
+    }
+    Phone phone;
+};
+
+TEST(Phone, ScanWaitsForAdvertisingAndTakesItApart)
+{
+    RunningChip running;
+    Phone phone(running.chip);
+    EXPECT_FALSE(phone.scan(Milliseconds(1)));
+    auto scan = std::async(std::launch::async, [&] { return phone.scan(); });
+    running.host->command(0x03, 0x0C, {0, 0, 3, 2, 1, 5});
+    running.host->command(0x03, 0x0C, {0, 1, 4, 3, 9, 'E', 'V'});
+    running.host->command(0x03, 0x14, {0, 4, 0});
+    const auto result = scan.get();
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->advertising.flags(), 5);
+    EXPECT_EQ(result->scanResponse.localName(), "EV");
+    EXPECT_FALSE(phone.connect(Milliseconds(1))) << "advertising without connecting";
+}
+
+TEST(Phone, WritesReachTheHostAndItsAnswersThePhone)
+{
+    Connected both;
+    EXPECT_TRUE(both.phone.writeCommand(Bytes{0x80, 0xAA}));
+    EXPECT_EQ(both.host->readPacket(),
+              "a0090a02"
+              "011a00"
+              "52"
+              "0000"
+              "0280aa");
+    auto answer = std::async(std::launch::async, [&] { return both.phone.writeRequest(Bytes{7}); });
+    EXPECT_EQ(both.host->readPacket(),
+              "a0080a02"
+              "011a00"
+              "13"
+              "0000"
+              "0107");
+    both.host->command(0x0A, 0x04, {1, 26, 0, 1});
+    EXPECT_EQ(answer.get(), 1);
+    auto value = std::async(std::launch::async, [&] { return both.phone.read(11); });
+    EXPECT_EQ(both.host->readPacket(),
+              "a0060a01"
+              "010b00"
+              "0a"
+              "0000");
+    both.host->command(0x0A, 0x03, {1, 11, 0, 0, 2, 4, 5});
+    EXPECT_EQ(value.get(), (Bytes{4, 5}));
+}
+
+TEST(Phone, ARequestEndsWithItsConnection)
+{
+    Connected both;
+    auto answer = std::async(std::launch::async, [&] { return both.phone.writeRequest(Bytes{7}); });
+    both.host->readPacket();
+    both.host->command(0x08, 0x04, {1});
+    EXPECT_EQ(answer.get(), std::nullopt);
+    EXPECT_FALSE(both.phone.writeCommand(Bytes{7}));
+}
+
+TEST(Phone, MessagesGoOutInFragments)
+{
+    Connected both;
+    EXPECT_TRUE(both.phone.writeMessage(std::string(70, 'x')));
+    EXPECT_EQ(both.host->readPacket(),
+              "a0090a02011a00520000"
+              "028178");
+    EXPECT_EQ(both.host->readPacket().substr(0, 24),
+              "a04d0a02011a00520000"
+              "4600");
+}
+
+TEST(Phone, NotificationsBecomeMessagesAndViolations)
+{
+    Connected both;
+    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 6, 0xB0, 0, 3, 'a', 'b', 'c'}), "20020a050000");
+    EXPECT_EQ(both.phone.waitMessage(), (Bytes{'a', 'b', 'c'}));
+    EXPECT_TRUE(both.phone.violations().empty());
+    both.host->command(0x0A, 0x05, {1, 26, 0, 2, 0x00, 0});
+    EXPECT_EQ(both.phone.violations().size(), 1U);
+    EXPECT_EQ(both.phone.waitNotification()->size(), 6U);
+    EXPECT_EQ(both.phone.waitNotification(), (Bytes{0, 0}));
+}
+
+TEST(Phone, NotificationsAreRefusedUntilItSubscribes)
+{
+    Connected both({.subscribe = false});
+    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 7}), "20020a058101");
+    EXPECT_TRUE(both.phone.subscribe(true));
+    EXPECT_EQ(both.host->readPacket(), "a0060a03011a00010100");
+    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 7}), "20020a050000");
+    both.chip.inject({.kind = FaultKind::RefuseNotification, .result = 0x0182});
+    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 8}), "20020a058201");
+    EXPECT_EQ(both.phone.waitNotification(), Bytes{7});
+}
+
+TEST(Phone, ConnectingEndsAdvertisingAndLeavingDoesNotBringItBack)
+{
+    Connected both;
+    EXPECT_FALSE(both.chip.air().advertising);
+    Phone other(both.chip, {.address = {1, 1, 1, 1, 1, 1}});
+    EXPECT_FALSE(other.connect(Milliseconds(1))) << "there is one connection";
+    both.phone.disconnect();
+    EXPECT_EQ(both.host->readPacket(),
+              "a0030801"
+              "1302"
+              "01");
+    EXPECT_FALSE(both.phone.connected());
+    EXPECT_FALSE(both.chip.air().advertising);
+    EXPECT_FALSE(both.phone.connect(Milliseconds(1)));
+}
+
+TEST(Phone, AResetEndsTheConnection)
+{
+    Connected both;
+    both.chip.setReset(false);
+    EXPECT_TRUE(both.phone.waitDisconnected());
+    EXPECT_FALSE(both.chip.link().connected);
+}
+
+struct Way
+{
+    const char* name;
+    int capabilities;
+    int flags;
+    const char* asked;  // the event that asks the host, without its passkey
+    void (*answer)(Connected&, std::uint32_t passkey);
+};
+
+class PairingWays : public testing::TestWithParam<Way>
+{
+};
+
+TEST_P(PairingWays, EndInABond)
+{
+    Connected both;
+    both.host->command(0x0F, 0x00, {1});
+    both.host->command(0x0F, 0x01, {GetParam().flags, GetParam().capabilities});
+    both.host->command(0x0F, 0x10, {0x40, 0xE2, 0x01, 0x00});
+    ASSERT_TRUE(both.phone.pair());
+    EXPECT_EQ(both.host->readPacket(), GetParam().asked);
+    GetParam().answer(both, 123456);
+    EXPECT_EQ(both.host->readPacket(), "a0020f030100");
+    EXPECT_TRUE(both.chip.link().encrypted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Capabilities, PairingWays,
+                         testing::Values(Way{"PhoneTypes", 0, 0,
+                                             "a0050f0001"
+                                             "40e20100",
+                                             [](Connected& both, std::uint32_t passkey) {
+                                                 EXPECT_TRUE(both.phone.enterPasskey(passkey));
+                                             }},
+                                         Way{"HostCompares", 1, 0,
+                                             "a0050f0201"
+                                             "40e20100",
+                                             [](Connected& both, std::uint32_t) {
+                                                 both.host->command(0x0F, 0x09, {1, 1});
+                                             }},
+                                         Way{"HostTypes", 2, 0, "a0010f0101",
+                                             [](Connected& both, std::uint32_t) {
+                                                 both.host->command(0x0F, 0x08, {1, 0x40, 0xE2, 0x01, 0x00});
+                                             }},
+                                         Way{"HostConfirms", 3, 8, "a0020f0901ff",
+                                             [](Connected& both, std::uint32_t) {
+                                                 both.host->command(0x0F, 0x0E, {1, 1});
+                                             }}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(Pairing, AWrongPasskeyFails)
+{
+    Connected both;
+    both.host->command(0x0F, 0x00, {1});
+    both.host->command(0x0F, 0x01, {0, 0});
+    ASSERT_TRUE(both.phone.pair());
+    both.host->readPacket();
+    EXPECT_TRUE(both.phone.enterPasskey(1234567));
+    EXPECT_EQ(both.host->readPacket(),
+              "a0030f04"
+              "010103");
+    EXPECT_FALSE(both.phone.enterPasskey(1)) << "nothing waits for it now";
+}
+}  // namespace
