@@ -165,6 +165,10 @@ void An760::startUpload(const QString& filePath)
     connect(worker, &FwUpdateWorker::finished, worker, &FwUpdateWorker::deleteLater);
     connect(m_thread, &QThread::finished, m_thread, &QThread::deleteLater);
     m_thread->start();
+    if (!m_thread->isRunning()) {  // the system has no thread to give
+        delete worker;
+        onFwCompleteStatus(false);
+    }
 }
 
 // The worker has no wait that the raised flag does not end, and it asks this thread for nothing: its thread's

@@ -1,0 +1,156 @@
+#include "ClientFixture.h"
+#include "Pty.h"
+#include "efr32sim/Chip.h"
+
+#include <thread>
+
+namespace {
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// The client on a line whose other end the test plays.
+class Console : public ClientFixture
+{
+protected:
+    Console() { EXPECT_TRUE(client.open()); }
+
+    testsupport::Pty line;
+    An760 client{line.slavePath().c_str()};
+    std::vector<char> received;
+};
+
+struct Printed
+{
+    const char* name;
+    std::string text;
+    std::size_t found;  ///< bytes up to the end of the prompt that counts
+};
+class PromptSearch : public Console, public testing::WithParamInterface<Printed>
+{
+};
+
+TEST_P(PromptSearch, TakesTheTextUpToThePrompt)
+{
+    line.write(GetParam().text);
+    EXPECT_TRUE(client.waitCommandPrompt(received));
+    const std::string expected = GetParam().text.substr(0, GetParam().found);
+    EXPECT_EQ(std::string(received.begin(), received.end()), expected);
+    EXPECT_THAT(log.logLines(),
+                ElementsAre(debugLine(std::to_string(expected.size()) + " char read on serial port."),
+                            debugLine("Bootloader prompt found.")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, PromptSearch,
+                         testing::Values(Printed{"ThePromptAlone", "BL >", 4},
+                                         Printed{"ThePromptAfterTheMenu", "\r\n1. upload\r\n\xC3\xBC BL > ",
+                                                 20},
+                                         Printed{"AnotherByteBreaksIt", "BLx >BL >", 9},
+                                         Printed{"ADoubledLetterBreaksIt", "BBL >BL >", 9},
+                                         Printed{"ABeginningBreaksIt", "BL BL >BL >", 11}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(Console, AHungUpLineEndsTheSearch)
+{
+    line.hangUp();
+    EXPECT_FALSE(client.waitCommandPrompt(received));
+    EXPECT_THAT(
+        log.logLines(),
+        ElementsAre("<ERROR> [BriscaService.comm.SerialPort] Error during reading of one byte",
+                    debugLine("0 char read on serial port."), warnLine("Bootloader prompt not found.")));
+}
+
+TEST_F(Console, KeepsTheNewest64KiBOfABabblingChip)
+{
+    std::string babble;
+    for (int word = 0; babble.size() < 300'000; ++word)
+        babble += std::to_string(word) + ' ';
+    babble += "BL >";
+    const std::jthread chip([&] { line.write(babble); });
+    EXPECT_TRUE(client.waitCommandPrompt(received));
+    EXPECT_EQ(std::string(received.begin(), received.end()), babble.substr(babble.size() - 65536));
+}
+
+TEST_F(Console, AnOpenPortIsNotOpenedAgain)
+{
+    EXPECT_FALSE(client.open());
+    EXPECT_THAT(log.logLines(), ElementsAre(warnLine("Serial port is already opened.")));
+    client.close();
+    EXPECT_TRUE(client.open());
+}
+
+TEST_F(Console, AClosedPortRefusesEveryOperation)
+{
+    client.close();
+    EXPECT_THAT(
+        linesOfRefusedOperations(client, log),
+        ElementsAre(errorLine("Error during the commend to start the firmware is send"),
+                    errorLine("Error during the reading of firmware version."),
+                    errorLine("Error during the upload of a new firmware version."),
+                    "<ERROR> [BriscaService.comm.SerialPort] Error during reading of one byte",
+                    debugLine("0 char read on serial port."), warnLine("Bootloader prompt not found.")));
+    EXPECT_EQ(line.readAvailable(), "");
+}
+
+TEST_F(Console, AHungUpLineRefusesTheMenuKeys)
+{
+    line.hangUp();
+    EXPECT_THAT(linesOfRefusedOperations(client, log),
+                testing::IsSupersetOf({errorLine("Error during the commend to start the firmware is send"),
+                                       errorLine("Error during the reading of firmware version."),
+                                       errorLine("Error during the upload of a new firmware version.")}));
+}
+
+TEST_F(Console, SendsSingleKeysAndForgetsWhatWasSaidBefore)
+{
+    line.write("BL > of an earlier dialogue");
+    EXPECT_TRUE(client.sendCarriageReturn());
+    EXPECT_TRUE(client.startFirmware());
+    EXPECT_TRUE(client.send('x'));
+    EXPECT_EQ(line.read(3), "\r2x");
+    EXPECT_TRUE(log.contains(debugLine("Start firmware success.")));
+}
+
+TEST_F(Console, LogsTheWorkersErrorText)
+{
+    client.errorString(QString::fromUtf8("gr\xC3\xBC\xC3\x9F"));
+    EXPECT_THAT(log.logLines(), ElementsAre(errorLine("Error: gr\xC3\xBC\xC3\x9F")));
+}
+
+/// The client at the simulated chip, which garbles what comes with wrong line settings.
+class ChipConsole : public ClientFixture
+{
+protected:
+    ChipConsole()
+    {
+        chip.start();
+        EXPECT_TRUE(client.open());
+    }
+
+    efr32sim::Chip chip{{.ttyPath = directory.file("tty"), .resetPath = {}}};
+    An760 client{directory.file("tty").c_str()};
+};
+
+TEST_F(ChipConsole, WakesUpToItsPrompt)
+{
+    std::vector<char> received;
+    EXPECT_TRUE(client.sendCarriageReturn());
+    EXPECT_TRUE(client.waitCommandPrompt(received));
+    EXPECT_THAT(std::string(received.begin(), received.end()), HasSubstr("1. upload"));
+}
+
+TEST_F(ChipConsole, TellsItsWholeInformationText)
+{
+    chip.setConsoleTexts("\r\n1. upload\r\n", "BL > ", "version 2.3 \xC3\xBC\xFF\r\n");
+    QString version;
+    EXPECT_TRUE(client.getFirmwareVersion(version));
+    EXPECT_EQ(version, QString::fromUtf8("version 2.3 \xC3\xBC\xEF\xBF\xBD\r\n\r\n1. upload\r\nBL >"));
+    EXPECT_TRUE(log.contains(debugLine("EFR32 version: version 2.3 \xC3\xBC")));
+}
+
+TEST_F(ChipConsole, StartsItsFirmware)
+{
+    auto events = chip.follow();
+    EXPECT_TRUE(client.startFirmware());
+    EXPECT_TRUE(events.waitFor(efr32sim::EventKind::BootSent));
+}
+}  // namespace

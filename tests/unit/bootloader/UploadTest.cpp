@@ -1,0 +1,326 @@
+#include "ClientFixture.h"
+#include "FwUpdateWorker.h"
+#include "Pty.h"
+#include "UniqueFd.h"
+#include "efr32sim/Chip.h"
+
+#include <fcntl.h>
+#include <termios.h>
+#include <QTimer>
+
+#include <filesystem>
+#include <functional>
+
+namespace {
+using efr32sim::EventKind;
+using efr32sim::FaultKind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::size_t kPacketLength = 133;
+
+std::size_t threadCount()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+class Upload : public ClientFixture
+{
+protected:
+    void follow(An760& client)
+    {
+        QObject::connect(&client, &An760::fwUpdateCompleteStatus, &client, [this](bool success) {
+            EXPECT_EQ(QThread::currentThread(), application.thread());
+            reports.push_back(success);
+        });
+    }
+    /// Runs the event loop until so many reports have come.
+    [[nodiscard]] bool waitForReports(std::size_t count) const
+    {
+        return testsupport::waitUntil([&] {
+            QCoreApplication::processEvents();
+            return reports.size() >= count;
+        });
+    }
+    /// Runs the event loop until only so many threads are left.
+    [[nodiscard]] static bool threadsEndAt(std::size_t count)
+    {
+        return testsupport::waitUntil([&] {
+            QCoreApplication::processEvents();
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            return threadCount() == count;
+        });
+    }
+    [[nodiscard]] QString imageFile(const std::string& fileName, std::size_t size)
+    {
+        image.assign(size, 0);
+        for (std::size_t at = 0; at < size; ++at)
+            image[at] = static_cast<std::uint8_t>(at * 11 + at / 253);
+        const std::string path =
+            directory.write(fileName, {reinterpret_cast<const char*>(image.data()), size});
+        image.resize((size + 127) / 128 * 128, 0xFF);
+        return QString::fromUtf8(path.c_str());
+    }
+
+    efr32sim::Bytes image;  // content of the last imageFile(), filled up to whole blocks
+    std::vector<bool> reports;
+};
+
+/// Uploads to the simulated chip.
+class ChipUpload : public Upload
+{
+protected:
+    ChipUpload()
+    {
+        chip.start();
+        EXPECT_TRUE(client.open());
+        follow(client);
+    }
+
+    efr32sim::Chip chip{{.ttyPath = directory.file("tty"), .resetPath = {}}};
+    An760 client{directory.file("tty").c_str()};
+};
+
+TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
+{
+    const std::size_t threads = threadCount();
+    int served = 0;
+    QTimer others;
+    QObject::connect(&others, &QTimer::timeout, [&] { served += reports.empty() ? 1 : 0; });
+    others.start(0);
+    client.updateFirmware(imageFile("image-\xC3\xBC.gbl", 50'000));
+    EXPECT_THAT(reports, IsEmpty()) << "reported before the event loop ran";
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_GT(served, 0);
+    EXPECT_THAT(reports, ElementsAre(true));
+    EXPECT_TRUE(chip.image() == image);
+    EXPECT_THAT(log.logLines(), ElementsAre(debugLine("Start firmware update"),
+                                            debugLine("New version of firmware is correctly uploaded"),
+                                            debugLine("EFR32 Fw update finished: success")));
+    EXPECT_TRUE(threadsEndAt(threads));
+
+    QString version;
+    EXPECT_TRUE(client.getFirmwareVersion(version)) << "the console was not given back";
+}
+
+TEST_F(ChipUpload, AnotherOneMayStartInTheReportOfTheFirst)
+{
+    const std::size_t threads = threadCount();
+    const QString second = imageFile("second", 3000);
+    QObject::connect(&client, &An760::fwUpdateCompleteStatus, &client, [&] {
+        if (reports.size() == 1)
+            client.updateFirmware(second);
+    });
+    client.updateFirmware(QString::fromStdString(directory.write("first", "old")));
+    EXPECT_TRUE(waitForReports(2));
+    EXPECT_THAT(reports, ElementsAre(true, true));
+    EXPECT_EQ(chip.imageCount(), 2U);
+    EXPECT_TRUE(chip.image() == image);
+    EXPECT_TRUE(threadsEndAt(threads));
+}
+
+struct LineFault
+{
+    const char* name;
+    efr32sim::Fault fault;
+    bool success;
+};
+class FaultyUpload : public ChipUpload, public testing::WithParamInterface<LineFault>
+{
+};
+
+TEST_P(FaultyUpload, EndsWithOneTrueReport)
+{
+    chip.inject(GetParam().fault);
+    auto events = chip.follow();
+    client.updateFirmware(imageFile("image", 2000));
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_THAT(reports, ElementsAre(GetParam().success));
+    if (GetParam().success)
+        EXPECT_TRUE(events.waitFor(EventKind::UploadComplete));
+    EXPECT_TRUE(chip.image() == (GetParam().success ? image : efr32sim::Bytes()));
+    EXPECT_TRUE(log.contains(GetParam().success ? "EFR32 Fw update finished: success"
+                                                : "EFR32 Fw update finished: failed"));
+}
+
+efr32sim::Fault answers(efr32sim::Bytes bytes, unsigned count)
+{
+    efr32sim::Fault fault;
+    fault.kind = FaultKind::XmodemAnswer;
+    fault.count = count;
+    fault.skip = 3;
+    fault.bytes = std::move(bytes);
+    return fault;
+}
+efr32sim::Fault refusals(unsigned count)
+{
+    efr32sim::Fault fault;
+    fault.kind = FaultKind::CorruptBlock;
+    fault.count = count;
+    return fault;
+}
+INSTANTIATE_TEST_SUITE_P(Rows, FaultyUpload,
+                         testing::Values(LineFault{"RefusedBlocks", refusals(20), true},
+                                         LineFault{"55UnexpectedBytes", answers({'!'}, 55), true},
+                                         LineFault{"56UnexpectedBytes", answers({'!'}, 56), false},
+                                         LineFault{"ALostAnswer", answers({}, 1), true}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(ChipUpload, AFileThatIsNotThereIsAFailedUpload)
+{
+    client.updateFirmware("/nowhere/image");
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_THAT(reports, ElementsAre(false));
+}
+
+TEST_F(ChipUpload, AHungUpLineIsAFailedUpload)
+{
+    chip.inject(answers({}, 0));
+    auto events = chip.follow();
+    client.updateFirmware(imageFile("image", 2000));
+    EXPECT_TRUE(events.waitFor(EventKind::UploadStarted));
+    chip.hangUp();
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_THAT(reports, ElementsAre(false));
+}
+
+TEST_F(ChipUpload, ASuccessThatIsStillQueuedIsReportedByTheClose)
+{
+    auto events = chip.follow();
+    client.updateFirmware(imageFile("image", 2000));
+    EXPECT_TRUE(events.waitFor(EventKind::UploadComplete));
+    EXPECT_THAT(reports, IsEmpty());
+    client.close();
+    EXPECT_THAT(reports, ElementsAre(true));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(reports.size(), 1U) << "reported again";
+}
+
+/// Uploads to a receiver that the test plays.
+class StuckUpload : public Upload
+{
+protected:
+    StuckUpload()
+    {
+        EXPECT_TRUE(client->open());
+        follow(*client);
+    }
+    void begin()
+    {
+        client->updateFirmware(path);
+        EXPECT_EQ(line.read(1), "1");
+    }
+    void takeBlock() { EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength); }
+
+    testsupport::Pty line;
+    testsupport::UniqueFd slave{::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+    std::unique_ptr<An760> client = std::make_unique<An760>(line.slavePath().c_str());
+    const QString path = imageFile("image", 2000);
+};
+
+TEST_F(StuckUpload, LeavesTheLineToTheWorkerAlone)
+{
+    begin();
+    EXPECT_FALSE(client->open());
+    EXPECT_THAT(
+        linesOfRefusedOperations(*client, log),
+        ElementsAre(errorLine("Error during the commend to start the firmware is send"),
+                    errorLine("Error during the reading of firmware version."),
+                    errorLine("Error during the upload of a new firmware version."),
+                    debugLine("0 char read on serial port."), warnLine("Bootloader prompt not found.")));
+    EXPECT_EQ(line.readAvailable(), "");
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
+{
+    struct Row
+    {
+        const char* name;
+        std::function<void()> getStuck;
+    };
+    const std::vector<Row> rows = {
+        {"a receiver that never asks", [] {}},
+        {"a receiver that does not answer",
+         [&] {
+             line.write("C");
+             takeBlock();
+         }},
+        {"a receiver that refuses for ever",
+         [&] {
+             line.write("C");
+             for (int block = 0; block < 100; ++block) {
+                 takeBlock();
+                 line.write("\x15");
+             }
+         }},
+        {"a stopped line",
+         [&] {
+             EXPECT_EQ(::tcflow(slave.get(), TCOOFF), 0);
+             line.write("C");
+         }},
+    };
+    const std::size_t threads = threadCount();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        begin();
+        row.getStuck();
+        reports.clear();
+        log.clear();
+        client->close();
+        EXPECT_THAT(reports, ElementsAre(false));
+        EXPECT_EQ(log.count("EFR32 Fw update finished: failed"), 1);
+        EXPECT_TRUE(threadsEndAt(threads));
+        EXPECT_EQ(reports.size(), 1U) << "reported again";
+
+        ::tcflow(slave.get(), TCOON);
+        (void)line.readAvailable();
+        EXPECT_TRUE(client->open()) << "a restart must work";
+    }
+}
+
+TEST_F(StuckUpload, TheReportComesBeforeThePortIsClosedAndCannotStartAnother)
+{
+    LogFacade::setLevel("BriscaService.comm.SerialPort", LogLevel::Trace);
+    QObject::connect(client.get(), &An760::fwUpdateCompleteStatus, client.get(), [this] {
+        EXPECT_FALSE(client->open()) << "closed before the report";
+        client->updateFirmware(path);
+    });
+    begin();
+    log.clear();
+    client->close();
+    EXPECT_THAT(log.logLines(), ElementsAre(debugLine("EFR32 Fw update finished: failed"),
+                                            warnLine("Serial port is already opened."),
+                                            errorLine("Error during the upload of a new firmware version."),
+                                            "<TRACE> [BriscaService.comm.SerialPort] UART port closed."));
+    EXPECT_EQ(line.readAvailable(), "");
+}
+
+TEST_F(StuckUpload, IsEndedByTheClientsDestruction)
+{
+    const std::size_t threads = threadCount();
+    begin();
+    client.reset();
+    EXPECT_EQ(line.readAvailable(), "");
+    EXPECT_TRUE(threadsEndAt(threads));
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(Upload, AWorkerWithoutAPortFailsAndFinishes)
+{
+    SerialPort port("/nowhere/tty", BaudRate::Baud230400, CharacterSize::Cs8, StopBits::One, Parity::None);
+    EXPECT_FALSE(port.openDevice());
+    FwUpdateWorker worker("/nowhere/image", port, nullptr);
+    std::vector<std::string> signalled;
+    QObject::connect(&worker, &FwUpdateWorker::fwCompleteStatus,
+                     [&](bool success) { signalled.emplace_back(success ? "success" : "failed"); });
+    QObject::connect(&worker, &FwUpdateWorker::finished, [&] { signalled.emplace_back("finished"); });
+    log.clear();
+    worker.process();
+    EXPECT_THAT(signalled, ElementsAre("failed", "finished"));
+    EXPECT_EQ(
+        log.count("<ERROR> [BriscaService.FwUpdateWorker] Error during opening of Xmodem communication: "),
+        1);
+}
+}  // namespace
