@@ -18,6 +18,7 @@ class ClientFixture : public testing::Test
 protected:
     ClientFixture()
     {
+        LogFacade::setLevel("BriscaService", LogLevel::Notic);
         LogFacade::setLevel("BriscaService.comm.An760", LogLevel::Debug);
         LogFacade::setLevel("BriscaService.FwUpdateWorker", LogLevel::Debug);
     }

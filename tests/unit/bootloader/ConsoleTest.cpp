@@ -1,6 +1,10 @@
 #include "ClientFixture.h"
 #include "Pty.h"
+#include "UniqueFd.h"
 #include "efr32sim/Chip.h"
+
+#include <fcntl.h>
+#include <poll.h>
 
 #include <thread>
 
@@ -103,11 +107,17 @@ TEST_F(Console, AHungUpLineRefusesTheMenuKeys)
 TEST_F(Console, SendsSingleKeysAndForgetsWhatWasSaidBefore)
 {
     line.write("BL > of an earlier dialogue");
+    const testsupport::UniqueFd watcher(::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    pollfd arrival = {watcher.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&arrival, 1, -1), 1);
     EXPECT_TRUE(client.sendCarriageReturn());
+    EXPECT_EQ(line.read(1), "\r");
     EXPECT_TRUE(client.startFirmware());
-    EXPECT_TRUE(client.send('x'));
-    EXPECT_EQ(line.read(3), "\r2x");
+    EXPECT_EQ(line.read(1), "2");
     EXPECT_TRUE(log.contains(debugLine("Start firmware success.")));
+    line.write("menu\r\nBL >");
+    EXPECT_TRUE(client.waitCommandPrompt(received));
+    EXPECT_EQ(std::string(received.begin(), received.end()), "menu\r\nBL >");
 }
 
 TEST_F(Console, LogsTheWorkersErrorText)

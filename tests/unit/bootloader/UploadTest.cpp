@@ -85,6 +85,7 @@ protected:
 TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
 {
     const std::size_t threads = threadCount();
+    auto events = chip.follow();
     int served = 0;
     QTimer others;
     QObject::connect(&others, &QTimer::timeout, [&] { served += reports.empty() ? 1 : 0; });
@@ -94,6 +95,7 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_TRUE(waitForReports(1));
     EXPECT_GT(served, 0);
     EXPECT_THAT(reports, ElementsAre(true));
+    EXPECT_TRUE(events.waitFor(EventKind::Prompt));
     EXPECT_TRUE(chip.image() == image);
     EXPECT_THAT(log.logLines(), ElementsAre(debugLine("Start firmware update"),
                                             debugLine("New version of firmware is correctly uploaded"),
@@ -108,13 +110,17 @@ TEST_F(ChipUpload, AnotherOneMayStartInTheReportOfTheFirst)
 {
     const std::size_t threads = threadCount();
     const QString second = imageFile("second", 3000);
+    auto events = chip.follow();
     QObject::connect(&client, &An760::fwUpdateCompleteStatus, &client, [&] {
-        if (reports.size() == 1)
-            client.updateFirmware(second);
+        if (reports.size() > 1)
+            return;
+        EXPECT_TRUE(events.waitFor(EventKind::Prompt)) << "the chip is not back in its menu";
+        client.updateFirmware(second);
     });
     client.updateFirmware(QString::fromStdString(directory.write("first", "old")));
     EXPECT_TRUE(waitForReports(2));
     EXPECT_THAT(reports, ElementsAre(true, true));
+    EXPECT_TRUE(events.waitFor(EventKind::Prompt));
     EXPECT_EQ(chip.imageCount(), 2U);
     EXPECT_TRUE(chip.image() == image);
     EXPECT_TRUE(threadsEndAt(threads));
@@ -137,8 +143,7 @@ TEST_P(FaultyUpload, EndsWithOneTrueReport)
     client.updateFirmware(imageFile("image", 2000));
     EXPECT_TRUE(waitForReports(1));
     EXPECT_THAT(reports, ElementsAre(GetParam().success));
-    if (GetParam().success)
-        EXPECT_TRUE(events.waitFor(EventKind::UploadComplete));
+    EXPECT_TRUE(!GetParam().success || events.waitFor(EventKind::UploadComplete));
     EXPECT_TRUE(chip.image() == (GetParam().success ? image : efr32sim::Bytes()));
     EXPECT_TRUE(log.contains(GetParam().success ? "EFR32 Fw update finished: success"
                                                 : "EFR32 Fw update finished: failed"));
