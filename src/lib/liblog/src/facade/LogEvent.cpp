@@ -58,6 +58,10 @@ public:
     }
     void appendFormatted(const char* format, va_list arguments)
     {
+        if (std::strchr(format, '%') == nullptr) {
+            append(format);
+            return;
+        }
         char* const start = m_text.data() + m_length;
         const std::size_t room = m_limit - m_length;
         if (std::vsnprintf(start, room + 1, format, arguments) >= 0)
