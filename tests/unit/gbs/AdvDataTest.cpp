@@ -247,13 +247,16 @@ TEST_F(AdvData, FragmentsAreSentInRotation)
 
 TEST_F(AdvData, TheTenthFragmentIsTheLast)
 {
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 9; ++i)
         EXPECT_EQ(fill(kAdv, 28), 1u) << i;
-    EXPECT_EQ(fill(kAdv, 28), 0u);
-    EXPECT_EQ(manufacturer(kAdv, 60), 0u) << "no fragment is left for a second piece";
+    EXPECT_EQ(fill(kAdv, 12), 1u);
+    EXPECT_EQ(manufacturer(kAdv, 40), 0u) << "no fragment is left for a second piece";
+    EXPECT_EQ(fill(kAdv, 16), 1u);
+    EXPECT_EQ(fill(kAdv, 4), 0u);
     send(kAdv);
-    for (int i = 1; i < 10; ++i)
+    for (int i = 1; i < 9; ++i)
         EXPECT_EQ(sendNext().substr(0, 15), "00: 02 01 05 1B") << i;
+    EXPECT_EQ(sendNext().size(), 3u + 31 * 3);
     EXPECT_EQ(sendNext().substr(0, 6), "00: 1B") << "what was built is kept";
 }
 
@@ -292,24 +295,40 @@ TEST_F(AdvData, ManufacturerDataIsConsumed)
 // The caller blocks for ever in the field. Here the test gives it the semaphore that it waits for.
 TEST_F(AdvData, SplitManufacturerDataBlocksAtTheSecondPiece)
 {
-    NCPManager_ADTypeFlags(kAdv, 5);
-    auto data = manufacturerData(36, 0x40);
-    const int before = semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID);
-    auto caller = std::async(std::launch::async,
-                             [&data] { return GBSSlave_AdTypeManufacturerSpecificData(kAdv, &data); });
-    ASSERT_TRUE(
-        testsupport::waitUntil([=] { return semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID) == before + 2; }));
-    EXPECT_EQ(caller.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
-    EXPECT_TRUE(semaphoreTaken(GBS_API_SEMAPHORE_ID));
-    EXPECT_TRUE(semaphoreTaken(GBS_AD_DATA_SEMAPHORE_ID));
+    const std::string head = " FF " + company() + " F4 4C 01 ";
+    const struct
+    {
+        std::uint8_t length;
+        std::uint8_t flags;
+        Lines payloads;
+    } cases[] = {
+        {36,
+         0x40,
+         {"1B" + head + "C0 EE 03 00 " + dataBytes(1, 17), "1B" + head + "C0 EE 03 01 " + dataBytes(18, 17),
+          "0C" + head + "C0 EE 03 02 " + dataBytes(35, 2)}},
+        {36,
+         0,
+         {"1B" + head + "80 02 00 " + dataBytes(1, 18), "1B" + head + "80 02 01 " + dataBytes(19, 18)}},
+    };
+    for (const auto& row : cases) {
+        NCPManager_ADTypeResetData(kAdv);
+        NCPManager_ADTypeFlags(kAdv, 5);
+        auto data = manufacturerData(row.length, row.flags);
+        const int before = semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID);
+        auto caller = std::async(std::launch::async,
+                                 [&data] { return GBSSlave_AdTypeManufacturerSpecificData(kAdv, &data); });
+        ASSERT_TRUE(testsupport::waitUntil(
+            [=] { return semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID) == before + 2; }));
+        EXPECT_EQ(caller.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        EXPECT_TRUE(semaphoreTaken(GBS_API_SEMAPHORE_ID));
+        EXPECT_TRUE(semaphoreTaken(GBS_AD_DATA_SEMAPHORE_ID));
 
-    GOS_ReleaseSemaphore(GBS_AD_DATA_SEMAPHORE_ID);
-    EXPECT_EQ(caller.get(), 1u);
-    GOS_WaitForSemaphore(GBS_AD_DATA_SEMAPHORE_ID);  // the count is 1 again
-
-    const std::string head = " FF " + company() + " F4 4C 01 C0 EE 03 0";
-    EXPECT_EQ(send(kAdv), "00: 02 01 05 1B" + head + "0 " + dataBytes(1, 17));
-    EXPECT_EQ(sendNext(), "00: 02 01 05 1B" + head + "1 " + dataBytes(18, 17));
-    EXPECT_EQ(sendNext(), "00: 02 01 05 0C" + head + "2 " + dataBytes(35, 2));
-    EXPECT_EQ(data.length, 0);
+        GOS_ReleaseSemaphore(GBS_AD_DATA_SEMAPHORE_ID);
+        EXPECT_EQ(caller.get(), 1u);
+        GOS_WaitForSemaphore(GBS_AD_DATA_SEMAPHORE_ID);  // the count is 1 again
+        EXPECT_EQ(data.length, 0);
+        for (std::size_t i = 0; i < row.payloads.size(); ++i)
+            EXPECT_EQ(i == 0 ? send(kAdv) : sendNext(), "00: 02 01 05 " + row.payloads[i]);
+        EXPECT_EQ(sendNext(), "00: 02 01 05 " + row.payloads[0]) << "no more pieces than announced";
+    }
 }

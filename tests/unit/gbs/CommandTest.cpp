@@ -221,6 +221,10 @@ TEST_F(Commands, FailWhenTheResponseIsLost)
         SCOPED_TRACE(row.name);
         EXPECT_EQ(run(row, ""), "0");
     }
+    m_chip.answerWith(accept);
+    EXPECT_EQ(NCPManager_HelloNCP(), 1u);
+    m_chip.answerWith([](const std::string&) { return ""; });
+    EXPECT_EQ(NCPManager_HelloNCP(), 0u) << "the response of the call before does not count";
 }
 
 TEST_F(Commands, FailOnTheResponseOfAnotherCommand)
