@@ -21,7 +21,7 @@ constexpr float kAdvIntervalLowestMs = 20.0F;
 constexpr float kAdvIntervalHighestMs = 10240.0F;
 constexpr std::int8_t kNoTxPowerLevel = -128;
 
-// Input and output capabilities (Core Specification Vol 3, Part H, 2.3.2).
+// Input and output capabilities (Bluetooth Core, Security Manager).
 constexpr std::uint8_t kNoInputNoOutput = 3;
 constexpr std::uint8_t kHighestIoCapability = 4;
 constexpr std::uint8_t kProtectAgainstMitm = 1;

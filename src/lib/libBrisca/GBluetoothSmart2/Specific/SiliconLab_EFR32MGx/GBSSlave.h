@@ -131,7 +131,7 @@ std::uint32_t GBSSlave_SetFlagsAndIOCap(std::uint8_t flags, std::uint8_t ioCapab
 [[nodiscard]] std::uint32_t GBSSlave_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count);
 
 // ---- Advertising data -------------------------------------------------------------------------------------
-// Each builder appends one AD structure (Core Specification Supplement: length, type, data) to a payload of
+// Each builder appends one AD structure (Bluetooth Core Supplement, CSS: length, type, data) to a payload of
 // 31 bytes. The scan response is one payload. Advertising data that does not fit one is spread over up to ten
 // fragments, each with its own Flags structure 02 01 05. A structure that does not fit returns 0 and changes
 // nothing. Nothing is sent before GBSSlave_UpdateAdvertisingData.

@@ -1,4 +1,4 @@
-// The advertising-data builder. An AD structure on the air (Core Specification Supplement, Part A):
+// The advertising-data builder. An AD structure on the air (Bluetooth Core Supplement, CSS):
 //
 //   offset size
 //   0      1     number of bytes that follow

@@ -13,7 +13,7 @@ using namespace ncp;
 BRISCA_LOG_NODE(logNode, "NCP_MANAGER");
 
 namespace {
-// ATT, Core Specification Vol 3, Part F.
+// Bluetooth Core, Attribute Protocol (ATT).
 constexpr std::uint8_t kAttWriteRequest = 0x13;  // the write that the central expects an answer to
 constexpr std::uint8_t kAttSuccess = 0x00;
 constexpr std::uint8_t kAttInvalidHandle = 0x01;
