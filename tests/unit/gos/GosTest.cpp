@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include <atomic>
+#include <cstring>
 #include <set>
 #include <string>
 #include <thread>
@@ -130,52 +130,37 @@ TEST(Gos, IsNoTaskOnTheMainThread)
                                          "<ERROR> [RTapi.TASKS] Failed to send mail 'x' to task '77'"}));
 }
 
-int signalsSeen = 0;
-std::string mailSeen;
-std::atomic<int> guarded = 0;
-int maximumInside = 0;
-
-void enterAndLeave()
-{
-    for (int round = 0; round < 200; ++round) {
-        GOS_WaitForSemaphore(SEM_ID_BTP_TX);
-        maximumInside = std::max(maximumInside, ++guarded);
-        --guarded;
-        GOS_ReleaseSemaphore(SEM_ID_BTP_TX);
-    }
-}
+constexpr int kRounds = 200;
+int roundsInOrder = 0;
 
 void serve()
 {
-    const int self = GOS_GetCurrentTaskId();
-    signalsSeen = GOS_WaitForSignal(0x2, 0);
-    char mail[4] = {};
-    GOS_WaitForMail(self, mail);
-    mailSeen.assign(mail, sizeof mail);
-    GOS_SendSignal(0x10, GOS_GetTaskID("client"));
-    enterAndLeave();
+    for (int round = 1; round <= kRounds; ++round) {
+        char mail[sizeof round] = {};
+        const int signals = GOS_WaitForSignal(0x2, 0);
+        GOS_WaitForMail(GOS_GetCurrentTaskId(), mail);
+        roundsInOrder += signals == 0x3 && std::memcmp(mail, &round, sizeof mail) == 0 ? 1 : 0;
+        GOS_SendSignal(0x10, GOS_GetTaskID("client"));
+    }
 }
 
 void ask()
 {
-    char mail[] = "ping and more";
-    GOS_RequestSendMail(GOS_GetTaskID("server"), mail);
-    GOS_SendSignal(0x3, GOS_GetTaskID("server"));
-    EXPECT_EQ(GOS_WaitForSignal(0x10, 0), 0x10);
-    EXPECT_EQ(GOS_GetException(), 0);
-    enterAndLeave();
+    for (int round = 1; round <= kRounds; ++round) {
+        GOS_RequestSendMail(GOS_GetTaskID("server"), reinterpret_cast<char*>(&round));
+        GOS_SendSignal(0x3, GOS_GetTaskID("server"));
+        EXPECT_EQ(GOS_WaitForSignal(0x10, 0), 0x10);
+    }
 }
 
 TEST(Gos, RunsTasksThatSignalAndMailEachOther)
 {
-    GOS_CreateTask("server", serve, 4);
-    GOS_CreateTask("client", ask, 4);
+    GOS_CreateTask("server", serve, sizeof(int));
+    GOS_CreateTask("client", ask, sizeof(int));
     EXPECT_EQ(GOS_GetTaskID("client"), 1);
     GOS_StartTasks();
     GOS_Join();
-    EXPECT_EQ(signalsSeen, 3);
-    EXPECT_EQ(mailSeen, "ping");
-    EXPECT_EQ(maximumInside, 1);
+    EXPECT_EQ(roundsInOrder, kRounds);
 }
 
 TEST(LogNodes, OfEveryLinkedFloorAreInTheTree)

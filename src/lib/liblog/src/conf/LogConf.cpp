@@ -16,7 +16,7 @@ constexpr int kLineBufferSize = 255;  // a longer line is handled in pieces, eac
 
 struct FileCloser
 {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+    void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
 
 /// Collects the cleaned text for the other party, when there is one.

@@ -142,6 +142,7 @@ void writeExpanded(const char* text, const char* end)
 }
 }  // namespace
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): printf's own form, so that the compiler checks every statement's arguments
 void log_event(const LogNode& node, LogLevel level, const char* file, int line, const char* function,
                const char* format, ...)
 {

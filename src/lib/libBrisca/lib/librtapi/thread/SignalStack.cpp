@@ -2,7 +2,7 @@
 
 namespace {
 /// Room for the formatting of a log line, an unwinder and what runs at exit, in bytes.
-constexpr std::size_t kSize = 128 * 1024;
+constexpr std::size_t kSize = std::size_t{128} * 1024;
 }  // namespace
 
 // The memory is left uninitialised: its pages are taken from the system only when a handler runs.
