@@ -1,6 +1,7 @@
 #include "gecko.h"
 
 #include "BglibLock.h"
+#include "FairMutex.h"
 #include "GOS.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ constexpr int kResponseTries = 100;
 
 gecko_cmd_packet command;   // gecko_exchange_lock
 gecko_cmd_packet response;  // gecko_exchange_lock
-std::recursive_mutex exchangeMutex;
+FairMutex exchangeMutex;
 
 // What came of reading one packet.
 enum class Outcome { Response, Event, Dropped, LineFailed };
@@ -130,7 +131,15 @@ std::atomic<bglib_output_function> bglib_output{nullptr};
 std::atomic<bglib_input_function> bglib_input{nullptr};
 std::atomic<bglib_peek_function> bglib_peek{nullptr};
 
-gecko_exchange_lock::gecko_exchange_lock() : m_guard(exchangeMutex) {}
+gecko_exchange_lock::gecko_exchange_lock()
+{
+    exchangeMutex.lock();
+}
+
+gecko_exchange_lock::~gecko_exchange_lock()
+{
+    exchangeMutex.unlock();
+}
 
 void gecko_handle_command(std::uint32_t, void*)
 {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
 // The BGAPI host core: frames packets on the line to the co-processor, waits for responses, queues events.
 //
@@ -128,15 +127,16 @@ extern std::atomic<bglib_input_function> bglib_input;  ///< reads exactly that m
 extern std::atomic<bglib_peek_function> bglib_peek;    ///< bytes waiting, negative on failure; may be null
 
 /// Guards the command and response buffers from the moment the response is cleared until it has been checked:
-/// the event task answers GATT requests while another task may be in a command. Recursive. Never hold it
-/// while waiting for a signal, because the event that gives the signal is read under it.
-class gecko_exchange_lock
+/// the event task answers GATT requests while another task may be in a command. Recursive, and handed over in
+/// the order of asking. Never hold it while waiting for a signal, because the event that gives the signal is
+/// read under it.
+class [[nodiscard]] gecko_exchange_lock
 {
 public:
     gecko_exchange_lock();
-
-private:
-    std::lock_guard<std::recursive_mutex> m_guard;
+    ~gecko_exchange_lock();
+    gecko_exchange_lock(const gecko_exchange_lock&) = delete;
+    gecko_exchange_lock& operator=(const gecko_exchange_lock&) = delete;
 };
 
 // --- Commands ----------------------------------------------------------------------------------------------

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+/// A recursive mutex that is handed over in the order of asking.
+/// A task that sends command after command holds the line most of the time; with a plain mutex it takes it
+/// again before a waiting event pump has woken up, and the events that nobody takes meanwhile overflow their
+/// ring.
+class FairMutex
+{
+public:
+    void lock();
+    void unlock();
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_turn;
+    unsigned m_nextTicket = 0;
+    unsigned m_served = 0;  // the ticket whose holder has the mutex, or may have it
+    unsigned m_depth = 0;
+    std::thread::id m_owner;
+};
