@@ -8,7 +8,7 @@ tests=(libgtest-dev libgmock-dev bubblewrap dbus-daemon libglib2.0-bin systemd l
 lint=(clang clang-format clang-tidy libclang-rt-14-dev)
 bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
-packaging=(dpkg-dev lintian)
+packaging=(dpkg-dev lintian debootstrap)
 
 missing=()
 for package in "${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}"; do
