@@ -1,0 +1,173 @@
+#!/bin/bash
+# Plays the demo: an operator on the bus and a phone on the air use a station in its sandbox.
+# usage: tour.sh BINARIES [--stay]
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+binaries=$(cd "$1" && pwd)
+stay=${2:-}
+readonly kImageSize=100000 kPatience=30
+
+shared=$(mktemp -d /tmp/brisca-demo.XXXXXX)
+chmod 755 "$shared"
+export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$shared/bus
+failures=0
+
+bold() { printf '\n\033[1m%s\033[0m\n' "$*"; }
+note() { printf '   %s\n' "$*"; }
+phone() { "$binaries/brisca-phone" "$shared/chip" "$@"; }
+brisca() { busctl --system call org.voltra.brisca / brisca.service "$@"; }
+state() { brisca getBriscaState | cut -d' ' -f2; }
+
+finish() {
+    kill -TERM "$station" 2>/dev/null || true
+    wait "$station" 2>/dev/null || true
+    [ -z "${monitor:-}" ] || kill "$monitor" 2>/dev/null || true
+}
+trap finish EXIT
+
+check() { # check WHAT COMMAND...: one line of the summary
+    local what=$1
+    shift
+    if "$@"; then
+        printf '   \033[32mok\033[0m      %s\n' "$what"
+    else
+        printf '   \033[31mFAILED\033[0m  %s\n' "$what"
+        failures=$((failures + 1))
+    fi
+}
+within() { # within COMMAND...: true as soon as the command is, for a while
+    local end=$((SECONDS + kPatience))
+    until "$@" >/dev/null 2>&1; do
+        [ "$SECONDS" -lt "$end" ] || return 1
+        sleep 0.1
+    done
+}
+in_state() { [ "$(state)" = "$1" ]; }
+signalled() { [ "$(grep -c "$1" "$shared/signals")" -ge "${2:-1}" ]; }
+on_air() { phone scan | grep -q "name=\"\?$1"; }
+answers() { [[ $("${@:2}" | tee /dev/stderr) == "$1"* ]]; }
+
+update_progress() {
+    local blocks=$(((kImageSize + 127) / 128)) sent=0
+    until signalled fwUpdateComplete; do
+        sent=$(grep -c 'answer: ' "$shared/service.log" || true)
+        printf '\r   %3d %% sent' $((100 * sent / blocks))
+        [ "$SECONDS" -lt "$((start + kPatience))" ] || return 1
+        sleep 0.2
+    done
+    printf '\r   %3d %% sent\n' $((100 * $(grep -c 'answer: ' "$shared/service.log") / blocks))
+}
+same_image() {
+    phone image "$shared/stored" >/dev/null
+    cmp -n "$kImageSize" "$shared/firmware" "$shared/stored"
+}
+
+cat >"$shared/log.cfg" <<CFG
+GLOBAL : NOTICE
+BriscaService : DEBUG
+CFG
+BRISCA_SANDBOX_BIND=$shared "$here/../../tests/support/sandbox.sh" "$here/station.sh" "$binaries" "$shared" &
+station=$!
+
+bold "The station starts: it resets the chip and waits for its bootloader"
+check "the service is in BOOTLOADER" within in_state 1
+gdbus monitor --system --dest org.voltra.brisca --object-path / >"$shared/signals" &
+monitor=$!
+within signalled "The name"
+
+if [ "$stay" = --stay ]; then
+    brisca startFirmwareApp >/dev/null
+    check "Bluetooth has started" within signalled bleIsStarted
+    cat <<TEXT
+
+The station runs. In another terminal:
+
+  export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SYSTEM_BUS_ADDRESS
+  busctl --system call org.voltra.brisca / brisca.service getBriscaState
+  busctl --system call org.voltra.brisca / brisca.service getMacAddress
+  busctl --system introspect org.voltra.brisca / brisca.service
+  gdbus monitor --system --dest org.voltra.brisca
+
+  phone() { $binaries/brisca-phone $shared/chip "\$@"; }
+  phone scan                        what is on the air
+  phone connect 5000                the phone connects
+  phone get status                  a CoAP request, answered by the application
+  phone put limit 20
+  phone disconnect
+  phone help                        everything the simulated chip and phone can do
+
+  tail -f $shared/service.log       the service's log
+  tail -f $shared/chip.log          what the chip sees
+
+Your own application: put it in place of $binaries/chp and restart with
+  busctl --system call org.voltra.brisca / brisca.service BriscaRestart
+
+Ctrl-C ends the station.
+TEXT
+    wait "$station"
+    exit
+fi
+
+bold "An operator asks for the chip's firmware"
+check "the chip's information text is read" answers s brisca getFirmwareVersion
+
+bold "The operator updates the firmware from a file of $kImageSize bytes"
+head -c "$kImageSize" /dev/urandom >"$shared/firmware"
+cp "$shared/firmware" "$shared/firmware.bin"
+chmod 644 "$shared/firmware.bin"
+start=$SECONDS
+check "the upload is accepted" answers "b true" brisca startFirmwareUpdate s "$shared/firmware.bin"
+check "the upload ends" update_progress
+check "fwUpdateComplete reports success" signalled "fwUpdateComplete (true"
+check "the chip holds the file byte by byte" same_image
+
+bold "The operator starts the firmware; the station goes on the air"
+brisca startFirmwareApp >/dev/null
+check "bleIsStarted is signalled" within signalled bleIsStarted
+check "the service is in FIRMWARE" within in_state 2
+check "the MAC address is known" answers s brisca getMacAddress
+
+bold "A phone discovers the station, connects and asks the application"
+check "the phone finds \"Voltra\"" within on_air Voltra
+note "$(phone scan)"
+check "the phone connects" answers ok phone connect 5000
+phone subscribe on >/dev/null
+check "btDeviceConnected is signalled" within signalled btDeviceConnected
+check "GET status" answers 2.05 phone get status
+check "PUT limit 20" answers 2.04 phone put limit 20
+check "GET limit" answers "2.05 Content  20" phone get limit
+check "POST echo" answers "2.04 Changed  hello station" phone post echo "hello station"
+check "GET blob?2000, an answer of many fragments" answers "2.05 Content  abc" phone get "blob?2000"
+check "GET nowhere" answers 4.04 phone get nowhere
+check "no fragment broke the format" answers "ok" phone violations
+
+bold "The operator disables Bluetooth and renames the station"
+brisca disableBluetooth >/dev/null
+check "the service is in DISABLED" within in_state 3
+brisca BriscaRestart >/dev/null
+check "a restart leads to BOOTLOADER" within in_state 1
+brisca changeBleName s "Garage left" >/dev/null
+brisca startFirmwareApp >/dev/null
+check "the phone finds \"Garage left\"" within on_air "Garage left"
+note "$(phone scan)"
+
+bold "Disabled and enabled again, the station serves the phone as before"
+brisca disableBluetooth >/dev/null
+check "the service is in DISABLED" within in_state 3
+brisca enableBluetooth >/dev/null
+check "the phone connects" within phone connect 1000
+phone subscribe on >/dev/null
+check "GET status" answers 2.05 phone get status
+phone disconnect >/dev/null
+check "btDeviceDisconnected is signalled" within signalled btDeviceDisconnected
+
+bold "The station is told to stop"
+finish
+check "the service ended with status 0" [ "$(cat "$shared/status" 2>/dev/null)" = 0 ]
+
+if [ "$failures" -eq 0 ]; then
+    bold "Everything worked. Logs: $shared"
+else
+    bold "$failures steps FAILED. Logs: $shared"
+    exit 1
+fi
