@@ -6,5 +6,5 @@ cd "$(dirname "$0")/.."
 
 scripts/setup.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target BriscaService efr32sim-program chp brisca-phone
+cmake --build --preset release --target BriscaService efr32sim_program chp brisca-phone
 exec tools/demo/tour.sh build/release/bin "$@"
