@@ -7,8 +7,6 @@
 #include <functional>
 
 namespace efr32sim {
-using Fields = std::vector<std::pair<std::string, Event::Value>>;
-
 /// What survives a reset.
 struct Flash
 {

@@ -69,10 +69,25 @@ unsigned Chip::imageCount() const
 
 void Chip::setConsoleTexts(std::string menu, std::string prompt, std::string information)
 {
+    setConsoleText(ConsoleText::Menu, std::move(menu));
+    setConsoleText(ConsoleText::Prompt, std::move(prompt));
+    setConsoleText(ConsoleText::Information, std::move(information));
+}
+
+void Chip::setConsoleText(ConsoleText which, std::string text)
+{
     m_impl->locked([&](Impl& chip) {
-        chip.m_options.menu = std::move(menu);
-        chip.m_options.prompt = std::move(prompt);
-        chip.m_options.information = std::move(information);
+        switch (which) {
+            case ConsoleText::Menu:
+                chip.m_options.menu = std::move(text);
+                break;
+            case ConsoleText::Prompt:
+                chip.m_options.prompt = std::move(text);
+                break;
+            case ConsoleText::Information:
+                chip.m_options.information = std::move(text);
+                break;
+        }
     });
 }
 

@@ -50,7 +50,7 @@ std::string quoted(std::string_view text)
     return out + '"';
 }
 
-std::string valueText(const Event::Value& value, bool json)
+std::string valueText(const FieldValue& value, bool json)
 {
     if (const auto* number = std::get_if<std::int64_t>(&value))
         return std::to_string(*number);
@@ -88,13 +88,35 @@ Bytes Event::bytes(std::string_view name) const
     return fieldOf<Bytes>(*this, name);
 }
 
+std::optional<EventKind> eventByName(std::string_view name)
+{
+    const auto found = std::find(kNames.begin(), kNames.end(), name);
+    if (found == kNames.end())
+        return std::nullopt;
+    return static_cast<EventKind>(found - kNames.begin());
+}
+
+std::string toLine(const Fields& fields)
+{
+    std::string line;
+    for (const auto& [name, value] : fields)
+        line += ' ' + name + '=' + valueText(value, false);
+    return line;
+}
+
+std::string toJson(const Fields& fields)
+{
+    std::string line;
+    for (const auto& [name, value] : fields)
+        line += ',' + quoted(name) + ':' + valueText(value, true);
+    return line;
+}
+
 std::string toLine(const Event& event, Clock::time_point origin)
 {
     std::string line = "event " + std::to_string(event.sequence) + ' ' + seconds(event.time - origin) + ' ' +
                        toString(event.kind);
-    for (const auto& [name, value] : event.fields)
-        line += ' ' + name + '=' + valueText(value, false);
-    return line;
+    return line + toLine(event.fields);
 }
 
 std::string toJson(const Event& event, Clock::time_point origin)
@@ -102,14 +124,12 @@ std::string toJson(const Event& event, Clock::time_point origin)
     std::string line = "{\"event\":\"" + std::string(toString(event.kind)) +
                        "\",\"sequence\":" + std::to_string(event.sequence) +
                        ",\"time\":" + seconds(event.time - origin);
-    for (const auto& [name, value] : event.fields)
-        line += ',' + quoted(name) + ':' + valueText(value, true);
-    return line + '}';
+    return line + toJson(event.fields) + '}';
 }
 
 EventLog::EventLog(std::size_t capacity) : m_capacity(std::max<std::size_t>(capacity, 1)) {}
 
-void EventLog::publish(EventKind kind, std::vector<std::pair<std::string, Event::Value>> fields)
+void EventLog::publish(EventKind kind, Fields fields)
 {
     std::function<void()> listener;
     {

@@ -2,6 +2,10 @@
 
 #include "efr32sim/Fault.h"
 
+#include <algorithm>
+#include <array>
+#include <utility>
+
 namespace efr32sim {
 const char* toString(Mode mode)
 {
@@ -20,39 +24,44 @@ const char* toString(Mode mode)
     return "?";
 }
 
+std::span<const FaultInfo> allFaults()
+{
+    using enum FaultKind;
+    static constexpr std::array kFaults{
+        FaultInfo{SilentReset, "silent-reset", "after the next reset the bootloader says nothing"},
+        FaultInfo{Silence, "silence",
+                  "nothing said or heard for delay ms from now on (count=0: until cleared)"},
+        FaultInfo{NoisyPrompt, "noisy-prompt", "bytes (ff00) appear inside the prompt"},
+        FaultInfo{NoiseBeforePacket, "noise", "bytes (00ff7f) before a packet"},
+        FaultInfo{CutPacket, "cut", "only the first length (3) bytes of a packet are sent"},
+        FaultInfo{OversizeHeader, "oversize", "a header announcing 257 bytes before a packet"},
+        FaultInfo{LostResponse, "lost-response", "a command is carried out, its response not sent"},
+        FaultInfo{LateResponse, "late-response", "a response comes delay (500) ms late"},
+        FaultInfo{ErrorResponse, "error-response", "a command is only answered with result (0x0181)"},
+        FaultInfo{EventBeforeResponse, "event-before-response", "an RSSI event between command and response"},
+        FaultInfo{RefuseNotification, "refuse-notification",
+                  "a notification is answered with result (0x0181)"},
+        FaultInfo{XmodemAnswer, "xmodem-answer", "a block is answered with bytes (none) and not stored"},
+        FaultInfo{CorruptBlock, "corrupt-block", "a block is taken as damaged"},
+        FaultInfo{LostBoot, "lost-boot", "the firmware starts without its boot event"},
+    };
+    return kFaults;
+}
+
 const char* toString(FaultKind kind)
 {
-    switch (kind) {
-        case FaultKind::SilentReset:
-            return "silent-reset";
-        case FaultKind::Silence:
-            return "silence";
-        case FaultKind::NoisyPrompt:
-            return "noisy-prompt";
-        case FaultKind::NoiseBeforePacket:
-            return "noise";
-        case FaultKind::CutPacket:
-            return "cut";
-        case FaultKind::OversizeHeader:
-            return "oversize";
-        case FaultKind::LostResponse:
-            return "lost-response";
-        case FaultKind::LateResponse:
-            return "late-response";
-        case FaultKind::ErrorResponse:
-            return "error-response";
-        case FaultKind::EventBeforeResponse:
-            return "event-before-response";
-        case FaultKind::RefuseNotification:
-            return "refuse-notification";
-        case FaultKind::XmodemAnswer:
-            return "xmodem-answer";
-        case FaultKind::CorruptBlock:
-            return "corrupt-block";
-        case FaultKind::LostBoot:
-            return "lost-boot";
-    }
-    return "?";
+    const auto all = allFaults();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [kind](const FaultInfo& fault) { return fault.kind == kind; });
+    return found == all.end() ? "?" : found->name;
+}
+
+std::optional<FaultKind> faultByName(std::string_view name)
+{
+    const auto all = allFaults();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [name](const FaultInfo& fault) { return fault.name == name; });
+    return found == all.end() ? std::nullopt : std::optional(found->kind);
 }
 
 namespace {

@@ -46,6 +46,8 @@ struct ChipOptions
     double chaosRate = 0.02;                      ///< probability of a fault at each opportunity, 0 to 1
 };
 
+enum class ConsoleText { Menu, Prompt, Information };
+
 /// A phone, as the chip sees it. Called on the chip's thread while the chip is locked: implementations
 /// take note, and call nothing of the chip.
 class RadioPeer
@@ -96,7 +98,9 @@ public:
     /// The last image that arrived whole, filling bytes included; empty before the first.
     [[nodiscard]] Bytes image() const;
     [[nodiscard]] unsigned imageCount() const;
+    /// Replaces the texts of the bootloader console, or one of them.
     void setConsoleTexts(std::string menu, std::string prompt, std::string information);
+    void setConsoleText(ConsoleText which, std::string text);
 
     // Faults.
     void inject(const Fault& fault);

@@ -60,16 +60,23 @@ enum class EventKind {
 };
 /// The name used in the text and JSON streams, e.g. "reset_low".
 [[nodiscard]] const char* toString(EventKind kind);
+[[nodiscard]] std::optional<EventKind> eventByName(std::string_view name);
+
+/// A named value of an event or a reply.
+using FieldValue = std::variant<std::int64_t, std::string, Bytes>;
+using Fields = std::vector<std::pair<std::string, FieldValue>>;
+/// " key=value" for each field; text in quotes, bytes in hexadecimal.
+[[nodiscard]] std::string toLine(const Fields& fields);
+/// ","key":value" for each field, the inside of a JSON object.
+[[nodiscard]] std::string toJson(const Fields& fields);
 
 /// One report. Fields are named values: numbers, text or bytes.
 struct Event
 {
-    using Value = std::variant<std::int64_t, std::string, Bytes>;
-
     std::uint64_t sequence = 0;  ///< 1 for the first event of a chip
     Clock::time_point time;
     EventKind kind = EventKind::Started;
-    std::vector<std::pair<std::string, Value>> fields;
+    Fields fields;
 
     /// Value of a field; 0, empty text or no bytes when the event has no such field of that type.
     [[nodiscard]] std::int64_t number(std::string_view name) const;
@@ -90,7 +97,7 @@ class EventLog
 public:
     explicit EventLog(std::size_t capacity);
 
-    void publish(EventKind kind, std::vector<std::pair<std::string, Event::Value>> fields = {});
+    void publish(EventKind kind, Fields fields = {});
     /// What is still in the history, oldest first.
     [[nodiscard]] std::vector<Event> history() const;
     /// The history as text, a line an event; for the report of a failed test.

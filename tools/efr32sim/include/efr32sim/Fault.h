@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string_view>
 
 namespace efr32sim {
 /// Class and id of a command, e.g. {0x03, 0x14}.
@@ -31,7 +33,16 @@ enum class FaultKind {
     CorruptBlock,         ///< a received block is taken as damaged: NAK
     LostBoot,             ///< the firmware starts without its boot event
 };
+/// A fault's name in the control protocol, and what it does.
+struct FaultInfo
+{
+    FaultKind kind;
+    const char* name;
+    const char* help;
+};
+[[nodiscard]] std::span<const FaultInfo> allFaults();
 [[nodiscard]] const char* toString(FaultKind kind);
+[[nodiscard]] std::optional<FaultKind> faultByName(std::string_view name);
 
 struct Fault
 {

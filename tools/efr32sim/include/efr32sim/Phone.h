@@ -33,6 +33,10 @@ class Phone
 {
 public:
     static constexpr Milliseconds kPatience{30000};
+    /// Reason of a connection's end that the host is told: the phone's user ended it.
+    static constexpr std::uint16_t kClosedByPhone = 0x0213;
+    /// The phone went out of range.
+    static constexpr std::uint16_t kOutOfRange = 0x0208;
 
     explicit Phone(Chip& chip, PhoneOptions options = {});
     ~Phone();
@@ -43,7 +47,7 @@ public:
     std::optional<ScanResult> scan(Milliseconds limit = kPatience);
     /// Connects, waiting up to @p limit for the chip to advertise connectably.
     bool connect(Milliseconds limit = kPatience);
-    void disconnect(std::uint16_t reason = 0x0213);
+    void disconnect(std::uint16_t reason = kClosedByPhone);
     [[nodiscard]] bool connected() const;
     /// Waits until the connection has ended, by whichever side.
     bool waitDisconnected(Milliseconds limit = kPatience);

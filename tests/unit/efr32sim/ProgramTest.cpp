@@ -1,0 +1,165 @@
+#include "HostLine.h"
+#include "TempDir.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+namespace {
+/// The program, run as a user does, and a client on its control socket.
+class Program : public testing::Test
+{
+protected:
+    void run(std::vector<std::string> options = {})
+    {
+        m_arguments = {EFR32SIM_PROGRAM, "--tty",      m_tty,          "--reset", m_reset,     "--control",
+                       m_socket,         "--no-stdin", "--boot-delay", "20",      "--any-line"};
+        m_arguments.insert(m_arguments.end(), options.begin(), options.end());
+        std::vector<char*> pointers;
+        for (std::string& argument : m_arguments)
+            pointers.push_back(argument.data());
+        pointers.push_back(nullptr);
+        ASSERT_EQ(::posix_spawn(&m_pid, pointers[0], nullptr, nullptr, pointers.data(), environ), 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, m_socket.c_str(), sizeof(address.sun_path) - 1);
+        m_client = testsupport::UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_TRUE(testsupport::waitUntil([&] {
+            return ::connect(m_client.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        }));
+    }
+
+    /// Sends a command and gives its reply; events in between go to m_events.
+    std::string ask(const std::string& command)
+    {
+        const std::string line = command + '\n';
+        EXPECT_EQ(::send(m_client.get(), line.data(), line.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(line.size()));
+        while (true) {
+            const std::string reply = nextLine();
+            if (!reply.starts_with("event") && !reply.starts_with("{\"event\""))
+                return reply;
+            m_events += reply + '\n';
+        }
+    }
+
+    std::string nextLine()
+    {
+        std::size_t end = 0;
+        while ((end = m_pending.find('\n')) == std::string::npos) {
+            std::array<char, 4096> buffer{};
+            pollfd waiting{m_client.get(), POLLIN, 0};
+            const bool ready = ::poll(&waiting, 1, 30000) > 0;
+            const ssize_t got = ready ? ::read(m_client.get(), buffer.data(), buffer.size()) : 0;
+            if (got <= 0)
+                return "nothing";
+            m_pending.append(buffer.data(), static_cast<std::size_t>(got));
+        }
+        const std::string line = m_pending.substr(0, end);
+        m_pending.erase(0, end + 1);
+        return line;
+    }
+
+    int exitStatus()
+    {
+        int status = -1;
+        ::waitpid(std::exchange(m_pid, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    void TearDown() override
+    {
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGTERM);
+            exitStatus();
+        }
+    }
+
+    testsupport::TempDir m_directory;
+    const std::string m_tty = m_directory.file("tty");
+    const std::string m_reset = m_directory.file("reset");
+    const std::string m_socket = m_directory.file("control");
+    std::vector<std::string> m_arguments;
+    pid_t m_pid = 0;
+    testsupport::UniqueFd m_client;
+    std::string m_pending;
+    std::string m_events;
+};
+
+TEST_F(Program, CarriesAMessageBothWays)
+{
+    run();
+    EXPECT_THAT(ask("status"), StartsWith("ok mode=\"bootloader\" tty=\"/dev/pts/"));
+    HostLine host(m_tty);
+    host.send("2");
+    EXPECT_EQ(host.readPacket().substr(0, 8), "a00e0100");
+    EXPECT_THAT(ask("connect"), StartsWith("error "));
+    host.command(0x03, 0x0C, {0, 1, 4, 3, 9, 'E', 'V'});
+    host.command(0x03, 0x14, {0, 4, 2});
+    EXPECT_THAT(ask("scan"), HasSubstr(" name=\"EV\" connectable=1 "));
+    EXPECT_EQ(ask("connect 30000"), "ok");
+    for (int i = 0; i < 5; ++i)
+        host.readPacket();
+    EXPECT_EQ(ask("text hi"), "ok");
+    EXPECT_EQ(host.readPacket(),
+              "a00a0a02011a00520000"
+              "03806869");
+    host.command(0x0A, 0x05, {1, 26, 0, 4, 0x80, 0, 1, 'z'});
+    EXPECT_EQ(ask("receive 30000"), "ok payload=7a");
+    EXPECT_EQ(ask("violations"), "ok count=0");
+    EXPECT_EQ(ask("wait disconnected 1"), "error it did not come");
+    EXPECT_EQ(ask("disconnect 0x0208"), "ok");
+    EXPECT_EQ(ask("wait disconnected"), "ok reason=520");
+    EXPECT_THAT(m_events, HasSubstr(" connected peer=\"A6:A5:A4:A3:A2:A1\""));
+}
+
+TEST_F(Program, RefusesBadCommandsWithAReason)
+{
+    run();
+    for (const char* line :
+         {"frobnicate", "reset 2", "fault no-such", "fault noise count=x", "write 0g", "write 123",
+          "burst -1", "wait nothing", "bond 11:22", "rssi 200", "receive soon", "connect", "pair",
+          "event 1 2 03", "events maybe", "passkey x", "console nothing x", "image /nowhere/x"})
+        EXPECT_THAT(ask(line), StartsWith("error ")) << line;
+    EXPECT_EQ(ask("# a comment"), "ok");
+}
+
+TEST_F(Program, InjectsFaultsAndReportsThem)
+{
+    run();
+    EXPECT_EQ(ask("fault noisy-prompt count=1 bytes=2d"), "ok");
+    HostLine host(m_tty);
+    host.send("\r");
+    EXPECT_THAT(host.readUntil("BL- >"), HasSubstr("BL- >"));
+    EXPECT_EQ(ask("reset 0"), "ok");
+    EXPECT_THAT(ask("wait reset_low"), StartsWith("ok was="));
+    EXPECT_THAT(m_events, HasSubstr(" fault fault=\"noisy-prompt\""));
+}
+
+TEST_F(Program, SpeaksJsonAndQuits)
+{
+    run({"--json", "--power-on", "held", "--address", "11:22:33:44:55:66"});
+    EXPECT_THAT(ask("status"), StartsWith("{\"reply\":\"ok\",\"mode\":\"held\","));
+    EXPECT_EQ(ask("hm"), "{\"reply\":\"error\",\"text\":\"unknown command \\\"hm\\\", try help\"}");
+    ask("reset 1");
+    EXPECT_THAT(ask("wait reset_high"), HasSubstr("\"was\":\"held\""));
+    EXPECT_THAT(m_events, MatchesRegex("(.|\n)*\\{\"event\":\"reset_high\",\"sequence\":[0-9]+,\"time\":[0-9."
+                                       "]+,\"was\":\"held\"\\}(.|\n)*"));
+    ask("quit");
+    EXPECT_EQ(exitStatus(), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory.path())) << "link, FIFO and socket are gone";
+}
+}  // namespace
