@@ -50,6 +50,12 @@ public:
     {
         return waitUntil([&] { return this->names() == names; });
     }
+    /// Called on the emitting thread, before the signal is recorded.
+    void onSignal(std::function<void(const std::string&)> hook)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_hook = std::move(hook);
+    }
     void clear()
     {
         const std::lock_guard lock(m_mutex);
@@ -60,17 +66,23 @@ private:
     void record(BluetoothManager& manager, void (BluetoothManager::*signal)(), const char* name)
     {
         QObject::connect(
-            &manager, signal, &m_context,
-            [this, name] {
-                const std::lock_guard lock(m_mutex);
-                m_names.emplace_back(name);
-            },
-            Qt::DirectConnection);
+            &manager, signal, &m_context, [this, name] { take(name); }, Qt::DirectConnection);
+    }
+    void take(const char* name)
+    {
+        std::unique_lock lock(m_mutex);
+        const auto hook = m_hook;
+        lock.unlock();
+        if (hook)
+            hook(name);
+        lock.lock();
+        m_names.emplace_back(name);
     }
 
     QObject m_context;
     mutable std::mutex m_mutex;
     Names m_names;
+    std::function<void(const std::string&)> m_hook;
 };
 
 class BluetoothManagerTest : public testing::Test
@@ -86,6 +98,7 @@ protected:
     }
     ~BluetoothManagerTest() override
     {
+        signals.onSignal({});
         manager.resetBleStartedFlag();
         manager.onConnectionStatusChanged(false);
         if (HasFailure())
@@ -171,11 +184,11 @@ TEST_F(BluetoothManagerTest, OnlyTheFirstBootIsAnnounced)
 TEST_F(BluetoothManagerTest, ConnectionsAreReportedAndTheStationAdvertisesAgain)
 {
     ASSERT_TRUE(enterAndWait());
-    bool advertisedFirst = false;
-    QObject context;
-    QObject::connect(
-        &manager, &BluetoothManager::deviceDisconnected, &context,
-        [&] { advertisedFirst = chip.air().advertising; }, Qt::DirectConnection);
+    std::atomic<bool> advertisedFirst = false;
+    signals.onSignal([&](const std::string& name) {
+        if (name == "deviceDisconnected")
+            advertisedFirst = chip.air().advertising;
+    });
     Phone phone(chip);
     ASSERT_TRUE(phone.connect());
     ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected"}));
@@ -232,14 +245,12 @@ TEST_F(BluetoothManagerTest, AResetThatOvertakesABootEventDoesNotBlockTheNextSta
     // the reset is over.
     std::atomic<bool> inBootEvent = false;
     std::atomic<bool> resetDone = false;
-    QObject context;
-    QObject::connect(
-        &manager, &BluetoothManager::deviceDisconnected, &context,
-        [&] {
-            inBootEvent = true;
-            EXPECT_TRUE(waitUntil([&] { return resetDone.load(); }));
-        },
-        Qt::DirectConnection);
+    signals.onSignal([&](const std::string& name) {
+        if (name != "deviceDisconnected")
+            return;
+        inBootEvent = true;
+        EXPECT_TRUE(waitUntil([&] { return resetDone.load(); }));
+    });
     chip.reboot();
     ASSERT_TRUE(waitUntil([&] { return inBootEvent.load(); }));
     manager.resetBleStartedFlag();
@@ -280,6 +291,8 @@ TEST_F(BluetoothManagerTest, ThePhoneCanBeDropped)
 
 TEST_F(BluetoothManagerTest, SignalsReachReceiversOnTheirOwnThread)
 {
+    int argc = 0;
+    const QCoreApplication application(argc, nullptr);
     QObject receiver;
     QThread* deliveredOn = nullptr;
     QObject::connect(&manager, &BluetoothManager::bleIsStarted, &receiver,
@@ -294,13 +307,3 @@ TEST_F(BluetoothManagerTest, SignalsReachReceiversOnTheirOwnThread)
     EXPECT_EQ(deliveredOn, QThread::currentThread());
 }
 }  // namespace
-
-// The stack's tasks run until the process ends, so it ends without destroying what they use.
-int main(int argc, char** argv)
-{
-    QCoreApplication application(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    const int result = RUN_ALL_TESTS();
-    std::fflush(nullptr);
-    ::_exit(result);
-}
