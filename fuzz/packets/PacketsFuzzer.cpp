@@ -66,42 +66,24 @@ void onEvent(std::uint32_t id, gecko_cmd_packet* packet)
         std::abort();
 }
 
+std::uint8_t bytes[256];
+std::uint8_t count;
+std::uint16_t handle;
+std::uint32_t tune;
+std::int16_t power;
+tGBS_Attribute_Data attribute;
+
 /// The commands whose responses are more than a result.
-void command(unsigned which)
-{
-    tGBS_Attribute_Data attribute;
-    std::uint8_t bytes[256];
-    std::uint8_t count = 0;
-    std::uint16_t handle = 0;
-    std::uint32_t tune = 0;
-    std::int16_t power = 0;
-    switch (which % 8) {
-        case 0:
-            NCPManager_ReadAttributeValue(1, 0, &attribute);
-            break;
-        case 1:
-            NCPManager_ReadAttributeType(1, &attribute);
-            break;
-        case 2:
-            NCPManager_FindAttribute(1, 2, bytes, &handle);
-            break;
-        case 3:
-            NCPManager_SendUserMessage(1, &count, &count, bytes);
-            break;
-        case 4:
-            NCPManager_GetNcpAppVersion(bytes);
-            break;
-        case 5:
-            NCPManager_GetRAILVersion(bytes);
-            break;
-        case 6:
-            NCPManager_GetFreqTune(&tune);
-            break;
-        default:
-            NCPManager_SetTxPowerDbm(0, &power);
-            break;
-    }
-}
+constexpr void (*kCommands[])() = {
+    [] { NCPManager_ReadAttributeValue(1, 0, &attribute); },
+    [] { NCPManager_ReadAttributeType(1, &attribute); },
+    [] { NCPManager_FindAttribute(1, 2, bytes, &handle); },
+    [] { NCPManager_SendUserMessage(1, bytes, &count, bytes); },
+    [] { NCPManager_GetNcpAppVersion(bytes); },
+    [] { NCPManager_GetRAILVersion(bytes); },
+    [] { NCPManager_GetFreqTune(&tune); },
+    [] { NCPManager_SetTxPowerDbm(0, &power); },
+};
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -124,7 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (unsigned round = 0; gecko_event_pending() != 0; ++round) {
         NCPManager_EventHandler();
         if (round % 4 == 3)
-            command(round / 4);
+            kCommands[round / 4 % std::size(kCommands)]();
     }
     return 0;
 }

