@@ -5,7 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <string>
@@ -111,10 +112,28 @@ TEST_F(LogLine, CutsWhatDoesNotFit)
     EXPECT_EQ(m_capture.lines().back().size(), kWholeLine - 1);
 }
 
-TEST_F(LogLine, EndsTheMessageAtItsFirstNul)
+/// The message as the C library formats it, and as it stands in the log.
+#define EXPECT_PRINTF(...)                                                                     \
+    do {                                                                                       \
+        char expected[256];                                                                    \
+        std::snprintf(expected, sizeof expected, __VA_ARGS__);                                 \
+        m_capture.clear();                                                                     \
+        log_event(node("test.printf"), LogLevel::Info, "a.c", 1, nullptr, __VA_ARGS__);        \
+        EXPECT_EQ(m_capture.logLines(),                                                        \
+                  std::vector<std::string>{std::string("<INFO > [test.printf] ") + expected}); \
+    } while (false)
+
+TEST_F(LogLine, FormatsAsPrintfDoes)
 {
-    log_event(node("test.nul"), LogLevel::Info, "a.c", 1, nullptr, "one%ctwo", '\0');
-    EXPECT_EQ(m_capture.logLines(), std::vector<std::string>{"<INFO > [test.nul] one"});
+    const char* volatile none = nullptr;  // volatile hides the value from the compiler, which would object
+    const char unterminated[] = {'a', 'b', 'c', 'd'};
+    EXPECT_PRINTF("%d %d %u %u", INT_MIN, INT_MAX, 0u, UINT_MAX);
+    EXPECT_PRINTF("<%s> <%s> %d", "text", "", -1);
+    EXPECT_PRINTF("%d and %s", 1, none);
+    EXPECT_PRINTF("%s then %-6s|%5d|%02X|%.*s", "first", "left", 42, 7, 3, unterminated);
+    EXPECT_PRINTF("%ld %lu %zu %c%c %x", LONG_MIN, ULONG_MAX, sizeof none, 'a', 'b', 255u);
+    EXPECT_PRINTF("one%ctwo", '\0');
+    EXPECT_PRINTF("%s%ctwo", "one", '\0');
 }
 
 TEST_F(LogLine, InterpretsOnlyTwoConversionsASecondTime)

@@ -1,9 +1,8 @@
 #include "facade/LogEvent.h"
 
-#include <algorithm>
-#include <array>
+#include "facade/LineBuilder.h"
+
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -12,75 +11,13 @@
 
 namespace {
 // The columns of the output line, counted from 0.
-constexpr std::size_t kLineSize = 1024;
-constexpr std::size_t kTextLimit = 1021;  // longest line in front of its line feed
 constexpr std::size_t kSourceColumn = 10;
 constexpr std::size_t kSourceNameWidth = 25;
 constexpr std::size_t kLevelColumn = 42;
 constexpr std::size_t kLevelWidth = 5;
-constexpr std::size_t kNumberWidth = 4;
 constexpr std::size_t kRootPrefixLength = 7;  // "GLOBAL."
 constexpr long kMicrosecondsPerSecond = 1000000;
 constexpr long kMicrosecondsPerTick = 100;
-
-/// Fills a line from left to right. Text that reaches over the limit in force is cut there.
-class LineBuilder
-{
-public:
-    explicit LineBuilder(std::size_t limit) : m_limit(limit) {}
-
-    void setLimit(std::size_t limit) { m_limit = limit; }
-    /// Goes on at this column: what has been written behind it is dropped.
-    void seek(std::size_t column) { m_length = column; }
-
-    void append(std::string_view text)
-    {
-        const std::size_t count = std::min(text.size(), m_limit - m_length);
-        std::memcpy(m_text.data() + m_length, text.data(), count);
-        m_length += count;
-    }
-    void padTo(std::size_t column)
-    {
-        if (m_length >= column)
-            return;
-        std::memset(m_text.data() + m_length, ' ', column - m_length);
-        m_length = column;
-    }
-    /// Decimal with at least four digits.
-    void appendNumber(unsigned value)
-    {
-        std::array<char, 16> digits = {'0', '0', '0'};
-        char* const first = digits.data() + kNumberWidth - 1;
-        const char* const end = std::to_chars(first, digits.data() + digits.size(), value).ptr;
-        const auto leadingZeros =
-            std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(kNumberWidth) - (end - first));
-        append({first - leadingZeros, end});
-    }
-    void appendFormatted(const char* format, va_list arguments)
-    {
-        if (std::strchr(format, '%') == nullptr) {
-            append(format);
-            return;
-        }
-        char* const start = m_text.data() + m_length;
-        const std::size_t room = m_limit - m_length;
-        if (std::vsnprintf(start, room + 1, format, arguments) >= 0)
-            m_length += strnlen(start, room);
-    }
-    /// Adds line feed and terminator, for which the limit leaves room.
-    void endLine()
-    {
-        m_text[m_length++] = '\n';
-        m_text[m_length] = '\0';
-    }
-
-    [[nodiscard]] std::string_view text() const { return {m_text.data(), m_length}; }
-
-private:
-    std::size_t m_limit;
-    std::size_t m_length = 0;
-    std::array<char, kLineSize> m_text;
-};
 
 void appendTimestamp(LineBuilder& out)
 {
@@ -103,7 +40,7 @@ void appendPosition(LineBuilder& out, std::string_view file, int line)
     out.appendNumber(static_cast<unsigned>(line));
     out.append(": ");
     out.padTo(kLevelColumn);
-    out.setLimit(kTextLimit);
+    out.setLimit(LineBuilder::kTextLimit);
 }
 
 void appendNode(LineBuilder& out, const LogNode& node, LogLevel level)
@@ -147,7 +84,7 @@ void log_event(const LogNode& node, LogLevel level, const char* file, int line, 
                const char* format, ...)
 {
     const int savedErrno = errno;
-    LineBuilder out(kTextLimit);
+    LineBuilder out;
     appendPosition(out, filename(file), line);
     appendNode(out, node, level);
     if (function != nullptr) {
@@ -202,7 +139,7 @@ LogTime getTimestamp()
 
 int timestamp(char* dst, int size)
 {
-    LineBuilder out(kTextLimit);
+    LineBuilder out;
     appendTimestamp(out);
     return std::snprintf(dst, static_cast<std::size_t>(size), "%.*s", static_cast<int>(out.text().size()),
                          out.text().data());
