@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <optional>
+#include <utility>
+#include <vector>
 
 using namespace efr32sim;
 
@@ -42,4 +45,107 @@ TEST_P(ForeignSender, UploadArrivesWhole)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, ForeignSender, testing::Values(0, 1, 127, 128, 129, 300000));
+
+/// A block of zeros, whose CRC is zero too.
+std::string block(int number, int complement, int crc = 0)
+{
+    return std::string{0x01, static_cast<char>(number), static_cast<char>(complement)} +
+           std::string(128, '\0') + std::string{static_cast<char>(crc >> 8), static_cast<char>(crc)};
+}
+
+std::string block(int number)
+{
+    return block(number, 255 - number);
+}
+
+const std::string kAck = "\x06";
+const std::string kNak = "\x15";
+const std::string kCancel = "\x18\x18";
+const std::string kEnd = "\x04";
+
+/// Each of ten bad blocks may be sent again; the eleventh ends the transfer.
+std::vector<std::pair<std::string, std::string>> tooManyBadBlocks()
+{
+    std::vector<std::pair<std::string, std::string>> dialogue(11, {block(1, 1), kNak});
+    dialogue.back().second = kCancel;
+    return dialogue;
+}
+
+/// Short for a test, long for a machine that is busy with others.
+constexpr Milliseconds kShortStall{300};
+
+struct Upload
+{
+    const char* name;
+    std::vector<std::pair<std::string, std::string>> dialogue;  // what is sent, and the answer
+    std::optional<std::size_t> image;                           // bytes stored; none when it was aborted
+    std::vector<Fault> faults = {};
+    Milliseconds stall{60000};
+};
+
+class StrictReceiver : public testing::TestWithParam<Upload>
+{
+};
+
+TEST_P(StrictReceiver, AnswersEachBlockByTheRules)
+{
+    Chip chip({.checkLine = false, .xmodemPing = Milliseconds(60000), .xmodemStall = GetParam().stall});
+    chip.start();
+    for (const Fault& fault : GetParam().faults)
+        chip.inject(fault);
+    HostLine host(chip.slavePath());
+    host.send("1");
+    host.readUntil("begin upload\r\nC");
+    for (const auto& [sent, answer] : GetParam().dialogue) {
+        host.send(sent);
+        ASSERT_EQ(host.read(answer.size()), answer);
+    }
+    EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, GetParam().image.has_value());
+    EXPECT_EQ(chip.imageCount(), GetParam().image ? 1U : 0U);
+    EXPECT_EQ(chip.image().size(), GetParam().image.value_or(0));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Dialogues, StrictReceiver,
+    testing::Values(
+        Upload{"TwoBlocks", {{block(1), kAck}, {block(2), kAck}, {kEnd, kAck}}, 256},
+        Upload{"BlockAgainIsKeptOnce", {{block(1), kAck}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        Upload{"WrongComplement", {{block(1, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        Upload{"WrongCrc", {{block(1, 254, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        Upload{"BlockLeftOut", {{block(1), kAck}, {block(3), kCancel}}, {}},
+        Upload{"FirstBlockMustBeOne", {{block(0), kCancel}}, {}},
+        Upload{"CancelledBySender", {{block(1), kAck}, {"\x18\x18", kCancel}}, {}},
+        Upload{"OneCancelIsNotEnough", {{"\x18" + block(1), kAck}, {kEnd, kAck}}, 128},
+        Upload{"BlockBrokenOff",
+               {{block(1).substr(0, 60), kNak}, {block(1), kAck}, {kEnd, kAck}},
+               128,
+               {},
+               kShortStall},
+        Upload{"NoiseBetweenBlocks", {{"xyz", kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
+        Upload{"TooManyBadBlocks", tooManyBadBlocks(), {}},
+        Upload{"CorruptOnCommand",
+               {{block(1), kNak}, {block(1), kAck}, {kEnd, kAck}},
+               128,
+               {{.kind = FaultKind::CorruptBlock}}},
+        Upload{"AnyAnswerOnCommand",
+               {{block(1), "?"}, {block(1), kAck}, {kEnd, kAck}},
+               128,
+               {{.kind = FaultKind::XmodemAnswer, .bytes = {'?'}}}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Upload, ThatBrokeOffLeavesNoFirmwareWhereItErases)
+{
+    Chip chip({.checkLine = false, .uploadErases = true});
+    chip.start();
+    HostLine host(chip.slavePath());
+    host.send("1");
+    host.readUntil("begin upload\r\nC");
+    host.send("\x18\x18");
+    host.readUntil("BL > ");
+    EXPECT_EQ(host.read(1, std::chrono::milliseconds(250)), "")
+        << "the console purges what a sender still sends";
+    host.send("2");
+    EXPECT_NE(host.readUntil("BL >").find("No application"), std::string::npos);
+    EXPECT_EQ(chip.mode(), Mode::Bootloader);
+}
 }  // namespace

@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include <algorithm>
+
 namespace efr32sim {
 namespace {
 ByteSpan bytesOf(const std::string& text)
@@ -93,9 +95,13 @@ void Console::startUpload()
     watchUpload();
 }
 
+/// Looks again when patience ends, and in between, because the patience changes with what comes.
 void Console::watchUpload()
 {
-    m_board.after(m_receiver.patience(), [this, upload = m_upload] {
+    const ChipOptions& options = m_board.options();
+    const auto left = std::chrono::ceil<Milliseconds>(m_lastByte + m_receiver.patience() - Clock::now());
+    const Milliseconds pause = std::min({left, options.xmodemPing, options.xmodemStall});
+    m_board.after(std::max(pause, Milliseconds(1)), [this, upload = m_upload] {
         if (!m_uploading || upload != m_upload)
             return;
         if (Clock::now() - m_lastByte >= m_receiver.patience()) {
