@@ -104,6 +104,9 @@ TEST_F(LogLine, CutsWhatDoesNotFit)
     }
     EXPECT_EQ(logged(nullptr, std::string(room + 1, 'x')), prefix + std::string(room, 'x') + "\n");
     EXPECT_EQ(logged(nullptr, std::string(100000, 'x')), prefix + std::string(room, 'x') + "\n");
+    m_capture.clear();
+    log_event(node("test.cut"), LogLevel::Info, "a.c", 1, nullptr, "%c%0*d", 'c', 2000, 7);
+    EXPECT_EQ(m_capture.text(), prefix + "c" + std::string(room - 1, '0') + "\n");
     const std::string function(room - 4, 'f');
     EXPECT_EQ(logged(function.c_str(), "message"), prefix + function + "() m\n");
     EXPECT_EQ(logged(std::string(5000, 'f').c_str(), "message"), prefix + std::string(room, 'f') + "\n");
