@@ -61,15 +61,19 @@ void write(const char* text, const char* end)
     fwrite_unlocked(text, 1, static_cast<std::size_t>(end - text), stdout);
 }
 
+// The finished text is a format once more, and statements that write "%%%%" for a percent sign count on it.
+// Only the two conversions that take no argument are honoured: the text may hold a file name or a phone's
+// words.
 void writeExpanded(const char* text, const char* end)
 {
+    const int error = errno;
     while (const auto* mark =
                static_cast<const char*>(std::memchr(text, '%', static_cast<std::size_t>(end - text)))) {
         const char conversion = mark + 1 == end ? '\0' : mark[1];
         if (conversion == 'm') {
             char reason[128];
             write(text, mark);
-            fputs_unlocked(strerror_r(errno, reason, sizeof reason), stdout);
+            fputs_unlocked(strerror_r(error, reason, sizeof reason), stdout);
         } else {
             write(text, mark + 1);
         }
