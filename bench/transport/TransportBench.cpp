@@ -4,7 +4,6 @@
 #include "GOS.h"
 #include "NCPDriver.h"
 #include "NCP_Manager.h"
-#include "PeerRatios.h"
 #include "gecko.h"
 #include "uart_posix.h"
 
@@ -24,8 +23,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr unsigned kDelayMs = 10;  // between a command and the first look for its response
-constexpr std::size_t kFragmentSize = 70;
-constexpr int kBatch = 32;  // packets that fit the terminal's input queue
+constexpr int kBatch = 32;         // packets that fit the terminal's input queue
 
 /// The event that carries a fragment of the phone: a write without response of @p size bytes.
 Bytes writeEvent(std::size_t size)
@@ -88,9 +86,9 @@ void expectDelivered(benchmark::State& state, std::uint64_t count)
         state.SkipWithError("packets were lost");
 }
 
-void copyInMemory(benchmark::State& state)
+void memoryCopyFloor(benchmark::State& state)
 {
-    useMemory(writeEvent(kFragmentSize));
+    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
     Bytes packet(source.size());
     for (auto _ : state) {
         memoryInput(static_cast<std::uint32_t>(packet.size()), packet.data());
@@ -99,11 +97,20 @@ void copyInMemory(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(copyInMemory)->Name("packet_in_memory/copy_alone");
+BENCHMARK(memoryCopyFloor)->Arg(1)->Arg(70)->Arg(248);
 
-void dispatchFromMemory(benchmark::State& state)
+void memoryReadPacket(benchmark::State& state)
 {
-    useMemory(writeEvent(kFragmentSize));
+    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(gecko_get_event(0));
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(memoryReadPacket)->Arg(1)->Arg(70)->Arg(248);
+
+void memoryReadAndDispatch(benchmark::State& state)
+{
+    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
     for (auto _ : state)
@@ -111,7 +118,7 @@ void dispatchFromMemory(benchmark::State& state)
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()));
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(dispatchFromMemory)->Name("packet_in_memory/brisca");
+BENCHMARK(memoryReadAndDispatch)->Arg(1)->Arg(70)->Arg(248);
 
 /// A pseudo-terminal whose far side the benchmark plays.
 struct Terminal
@@ -143,11 +150,11 @@ struct Terminal
 };
 
 /// The system calls of reading packets, and nothing else: one look, then header and payload.
-void readFromTerminal(benchmark::State& state)
+void terminalReadFloor(benchmark::State& state)
 {
     const Terminal terminal;
     const int fd = ::open(terminal.path, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const Bytes packet = writeEvent(kFragmentSize);
+    const Bytes packet = writeEvent(70);
     std::array<std::uint8_t, sizeof(gecko_cmd_packet)> buffer;
     for (auto _ : state) {
         state.PauseTiming();
@@ -163,12 +170,12 @@ void readFromTerminal(benchmark::State& state)
     ::close(fd);
     state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(readFromTerminal)->Name("packet_on_terminal/system_calls_alone");
+BENCHMARK(terminalReadFloor);
 
-void dispatchFromTerminal(benchmark::State& state)
+void terminalReadAndDispatch(benchmark::State& state)
 {
     const Terminal terminal;
-    const Bytes packet = writeEvent(kFragmentSize);
+    const Bytes packet = writeEvent(70);
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
     for (auto _ : state) {
@@ -181,16 +188,16 @@ void dispatchFromTerminal(benchmark::State& state)
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()) * kBatch);
     state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(dispatchFromTerminal)->Name("packet_on_terminal/brisca");
+BENCHMARK(terminalReadAndDispatch);
 
-void pauseAlone(benchmark::State& state)
+void commandPauseFloor(benchmark::State& state)
 {
     for (auto _ : state)
         GOS_WaitForDelay(kDelayMs);
 }
-BENCHMARK(pauseAlone)->Name("command/pause_alone")->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(commandPauseFloor)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-void roundTrip(benchmark::State& state)
+void commandRoundTrip(benchmark::State& state)
 {
     useMemory({0x20, 0x02, 0x03, 0x15, 0, 0});
     for (auto _ : state) {
@@ -198,10 +205,7 @@ void roundTrip(benchmark::State& state)
             state.SkipWithError("a response was lost");
     }
 }
-BENCHMARK(roundTrip)->Name("command/brisca")->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(commandRoundTrip)->UseRealTime()->Unit(benchmark::kMicrosecond);
 }  // namespace
 
-int main(int argc, char** argv)
-{
-    PeerRatios::runAll(argc, argv);
-}
+BENCHMARK_MAIN();

@@ -16,6 +16,7 @@ using efr32sim::Fault;
 using efr32sim::FaultKind;
 
 constexpr CommandId kSetAdvertisingData{0x03, 0x0C};
+constexpr CommandId kSetChannelMap{0x03, 0x0F};
 constexpr CommandId kStartAdvertising{0x03, 0x14};
 constexpr CommandId kGetAddress{0x01, 0x03};
 
@@ -169,6 +170,18 @@ TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
     eventTask.join();
     EXPECT_EQ(starts(events), 0) << "the line belongs to the bootloader client";
     EXPECT_FALSE(chip.air().advertising);
+}
+
+TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
+{
+    ASSERT_TRUE(init());
+    // It arrives while the retry waits; nobody reads events meanwhile, as when the event task advertises.
+    chip.inject(Fault{
+        .kind = FaultKind::LateResponse, .command = kSetChannelMap, .delay = std::chrono::milliseconds(20)});
+    std::thread eventTask([] { stack().startAdvertising(0); });
+    EXPECT_TRUE(testsupport::waitUntil([&] { return stack().getBriscaState() == 2; }));
+    GBSSlave_LetGoLine();
+    eventTask.join();
 }
 
 TEST_F(IdentityTest, ALineThatCannotBeOpenedFailsTheStart)

@@ -112,6 +112,20 @@ void sendCommand()
         output(static_cast<std::uint32_t>(kGeckoHeaderSize + length), bytes.data());
 }
 
+/// Drops responses that came too late for their own commands; events go into the ring. The next command would
+/// take such a response for its own and leave its own to the command after it, and where no event is read
+/// meanwhile, as in a retry on the event task, every further command would fail.
+void discardLateResponses()
+{
+    for (int i = 0; i < kResponseTries && peek() > 0; ++i) {
+        const Outcome outcome = readPacket();
+        if (outcome == Outcome::Response)
+            response = {};
+        if (outcome == Outcome::LineFailed)
+            return;
+    }
+}
+
 gecko_cmd_packet* getEventLocked(int block)
 {
     const gecko_exchange_lock exchange;
@@ -149,6 +163,7 @@ void gecko_handle_command(std::uint32_t, void*)
         response = {};
         return;
     }
+    discardLateResponses();
     sendCommand();
     GOS_WaitForDelay(kResponseDelayMs);
     gecko_wait_response();

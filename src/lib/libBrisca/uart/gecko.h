@@ -142,10 +142,10 @@ public:
 // --- Commands ----------------------------------------------------------------------------------------------
 // Any thread. While the line is let go (LineOwner.h) no byte is sent and the response is all zero.
 
-/// Sends the packet in *gecko_cmd_msg, waits 10 ms, then takes the first response that 100 looks at the line
-/// find, queueing the events that come before it. A response that does not come leaves *gecko_rsp_msg as the
-/// caller cleared it; one that is cut short leaves it all zero. Both arguments are unused: the buffer is
-/// sent.
+/// Drops responses that came too late for earlier commands, sends the packet in *gecko_cmd_msg, waits 10 ms,
+/// then takes the first response that 100 looks at the line find, queueing the events that come before it. A
+/// response that does not come leaves *gecko_rsp_msg as the caller cleared it; one that is cut short leaves
+/// it all zero. Both arguments are unused: the buffer is sent.
 void gecko_handle_command(std::uint32_t header, void* payload);
 /// Sends the packet in *gecko_cmd_msg. Both arguments are unused.
 void gecko_handle_command_noresponse(std::uint32_t header, void* payload);
