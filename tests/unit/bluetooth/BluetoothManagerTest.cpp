@@ -46,6 +46,13 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_names;
     }
+    [[nodiscard]] bool waitForLast(const std::string& name) const
+    {
+        return waitUntil([&] {
+            const Names all = names();
+            return !all.empty() && all.back() == name;
+        });
+    }
     [[nodiscard]] bool waitFor(const Names& names) const
     {
         return waitUntil([&] { return this->names() == names; });
@@ -217,12 +224,11 @@ TEST_F(BluetoothManagerTest, ARepeatedClosedEventIsNoNews)
 TEST_F(BluetoothManagerTest, ABootUnderAConnectionEndsItFirst)
 {
     ASSERT_TRUE(enterAndWait());
-    const Names connected{"newDeviceConnected"};
     for (const bool byService : {false, true}) {
         SCOPED_TRACE(byService);
         Phone phone(chip);
         ASSERT_TRUE(phone.connect());
-        ASSERT_TRUE(waitUntil([&] { return signals.names().back() == "newDeviceConnected"; }));
+        ASSERT_TRUE(signals.waitForLast("newDeviceConnected"));
         signals.clear();
         if (byService)
             ASSERT_TRUE(enter());
@@ -259,7 +265,7 @@ TEST_F(BluetoothManagerTest, AResetThatOvertakesABootEventDoesNotBlockTheNextSta
     ASSERT_TRUE(manager.initBleCom());
     EXPECT_TRUE(manager.start());
     chip.reboot();
-    EXPECT_TRUE(waitUntil([&] { return signals.names().back() == "bleIsStarted"; }));
+    EXPECT_TRUE(signals.waitForLast("bleIsStarted"));
 }
 
 TEST_F(BluetoothManagerTest, ANewNameIsOnTheAirAfterTheNextInitialisation)
