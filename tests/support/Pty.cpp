@@ -37,7 +37,8 @@ std::string Pty::read(std::size_t count, std::chrono::milliseconds limit) const
     const auto end = std::chrono::steady_clock::now() + limit;
     std::string result;
     while (result.size() < count) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd entry = {m_master.get(), POLLIN, 0};
         if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0)
             break;
