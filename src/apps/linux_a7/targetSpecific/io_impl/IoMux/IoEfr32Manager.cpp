@@ -7,8 +7,7 @@
 #include <chrono>
 #include <thread>
 
-// Nothing is written to it; it stands in the log tree, and in log.cfg, for the states' reset messages to
-// come.
+// Never written to; it stands in the log tree because a station's log.cfg may name it.
 [[maybe_unused]] BRISCA_LOG_NODE(logNode, "BriscaService.io.IoEfr32Manager");
 
 namespace {

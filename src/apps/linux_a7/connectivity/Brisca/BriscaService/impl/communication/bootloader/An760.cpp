@@ -16,7 +16,7 @@ constexpr char kStartUpload = '1';
 constexpr char kRunFirmware = '2';
 constexpr char kPrintInformation = '3';
 constexpr std::string_view kPrompt = "BL >";
-constexpr std::size_t kMaxConsoleText = 64 * 1024;
+constexpr std::size_t kMaxConsoleText = std::size_t{64} * 1024;
 
 void keepNewest(std::vector<char>& text)
 {
@@ -194,7 +194,7 @@ void An760::onFwCompleteStatus(bool success)
     Q_EMIT fwUpdateCompleteStatus(success);
 }
 
-void An760::errorString(QString text)
+void An760::errorString(const QString& text)
 {
     BRISCA_ERROR(logNode, "Error: %s", text.toUtf8().constData());
 }

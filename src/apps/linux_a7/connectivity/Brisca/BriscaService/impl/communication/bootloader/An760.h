@@ -52,7 +52,7 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     void onFwCompleteStatus(bool success);
-    void errorString(QString text);
+    void errorString(const QString& text);
 
 private:
     /// Who may use the serial line.

@@ -31,6 +31,12 @@ ssize_t writeOnce(int descriptor, const char* buffer, int length)
     errno = 0;
     return TEMP_FAILURE_RETRY(::write(descriptor, buffer, static_cast<std::size_t>(length)));
 }
+
+// A wait that a signal cut short would let the flush that follows it throw unsent bytes away.
+void drain(int descriptor)
+{
+    static_cast<void>(TEMP_FAILURE_RETRY(::tcdrain(descriptor)));
+}
 }  // namespace
 
 SerialPort::SerialPort(const QString& port, BaudRate baudRate, CharacterSize characterSize, StopBits stopBits,
@@ -114,14 +120,14 @@ bool SerialPort::write(const char* buffer, int length)
     const bool complete = isComplete(written, length);
     if (!complete)
         BRISCA_ERROR(logNode, "Only %d bytes on %d are written", static_cast<int>(written), length);
-    ::tcdrain(openDescriptor());
+    drain(openDescriptor());
     return complete;
 }
 
 bool SerialPort::write(char c)
 {
     const bool complete = writeOnce(openDescriptor(), &c, 1) == 1;
-    ::tcdrain(openDescriptor());
+    drain(openDescriptor());
     return complete;
 }
 
@@ -163,7 +169,7 @@ int SerialPort::bytesAvailable()
 
 void SerialPort::discardBufferedData() const
 {
-    ::tcdrain(openDescriptor());
+    drain(openDescriptor());
     ::tcflush(openDescriptor(), TCIOFLUSH);
 }
 

@@ -39,7 +39,7 @@ using Packet = std::array<unsigned char, kPacketLength>;
 int waitForReceiverPing(TransferLine& line)
 {
     BRISCA_DEBUG(logNode, "Waiting for receiver ping ...");
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     unsigned char byte = 0;
     while (byte != kReceiverPing) {
         const int result = line.receive(byte);
@@ -104,7 +104,7 @@ int sendUntilAcknowledged(TransferLine& line, const Packet& packet)
         if (abandoned)
             BRISCA_DEBUG(logNode, "Error: %s", unexpected.c_str());
         BRISCA_DEBUG(logNode, "%c\tanswer: %c", mark, answer);
-        std::fflush(stdout);
+        (void)std::fflush(stdout);
         if (abandoned)
             return kAbandoned;
     }
