@@ -4,6 +4,7 @@
 #include "GOS.h"
 #include "NCPDriver.h"
 #include "NCP_Manager.h"
+#include "PeerRatios.h"
 #include "gecko.h"
 #include "uart_posix.h"
 
@@ -23,7 +24,8 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr unsigned kDelayMs = 10;  // between a command and the first look for its response
-constexpr int kBatch = 32;         // packets that fit the terminal's input queue
+constexpr std::size_t kFragmentSize = 70;
+constexpr int kBatch = 32;  // packets that fit the terminal's input queue
 
 /// The event that carries a fragment of the phone: a write without response of @p size bytes.
 Bytes writeEvent(std::size_t size)
@@ -86,9 +88,9 @@ void expectDelivered(benchmark::State& state, std::uint64_t count)
         state.SkipWithError("packets were lost");
 }
 
-void memoryCopyFloor(benchmark::State& state)
+void copyInMemory(benchmark::State& state)
 {
-    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
+    useMemory(writeEvent(kFragmentSize));
     Bytes packet(source.size());
     for (auto _ : state) {
         memoryInput(static_cast<std::uint32_t>(packet.size()), packet.data());
@@ -97,20 +99,11 @@ void memoryCopyFloor(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(memoryCopyFloor)->Arg(1)->Arg(70)->Arg(248);
+BENCHMARK(copyInMemory)->Name("packet_in_memory/copy_alone");
 
-void memoryReadPacket(benchmark::State& state)
+void dispatchFromMemory(benchmark::State& state)
 {
-    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(gecko_get_event(0));
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(memoryReadPacket)->Arg(1)->Arg(70)->Arg(248);
-
-void memoryReadAndDispatch(benchmark::State& state)
-{
-    useMemory(writeEvent(static_cast<std::size_t>(state.range(0))));
+    useMemory(writeEvent(kFragmentSize));
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
     for (auto _ : state)
@@ -118,7 +111,7 @@ void memoryReadAndDispatch(benchmark::State& state)
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()));
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(memoryReadAndDispatch)->Arg(1)->Arg(70)->Arg(248);
+BENCHMARK(dispatchFromMemory)->Name("packet_in_memory/brisca");
 
 /// A pseudo-terminal whose far side the benchmark plays.
 struct Terminal
@@ -150,11 +143,11 @@ struct Terminal
 };
 
 /// The system calls of reading packets, and nothing else: one look, then header and payload.
-void terminalReadFloor(benchmark::State& state)
+void readFromTerminal(benchmark::State& state)
 {
     const Terminal terminal;
     const int fd = ::open(terminal.path, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const Bytes packet = writeEvent(70);
+    const Bytes packet = writeEvent(kFragmentSize);
     std::array<std::uint8_t, sizeof(gecko_cmd_packet)> buffer;
     for (auto _ : state) {
         state.PauseTiming();
@@ -170,12 +163,12 @@ void terminalReadFloor(benchmark::State& state)
     ::close(fd);
     state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(terminalReadFloor);
+BENCHMARK(readFromTerminal)->Name("packet_on_terminal/system_calls_alone");
 
-void terminalReadAndDispatch(benchmark::State& state)
+void dispatchFromTerminal(benchmark::State& state)
 {
     const Terminal terminal;
-    const Bytes packet = writeEvent(70);
+    const Bytes packet = writeEvent(kFragmentSize);
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
     for (auto _ : state) {
@@ -188,16 +181,16 @@ void terminalReadAndDispatch(benchmark::State& state)
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()) * kBatch);
     state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(terminalReadAndDispatch);
+BENCHMARK(dispatchFromTerminal)->Name("packet_on_terminal/brisca");
 
-void commandPauseFloor(benchmark::State& state)
+void pauseAlone(benchmark::State& state)
 {
     for (auto _ : state)
         GOS_WaitForDelay(kDelayMs);
 }
-BENCHMARK(commandPauseFloor)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(pauseAlone)->Name("command/pause_alone")->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-void commandRoundTrip(benchmark::State& state)
+void roundTrip(benchmark::State& state)
 {
     useMemory({0x20, 0x02, 0x03, 0x15, 0, 0});
     for (auto _ : state) {
@@ -205,7 +198,10 @@ void commandRoundTrip(benchmark::State& state)
             state.SkipWithError("a response was lost");
     }
 }
-BENCHMARK(commandRoundTrip)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(roundTrip)->Name("command/brisca")->UseRealTime()->Unit(benchmark::kMicrosecond);
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    PeerRatios::runAll(argc, argv);
+}

@@ -68,7 +68,7 @@ struct OddRow
 {
     std::size_t answer;     // bytes; the message is 2 longer
     std::size_t announced;  // bytes of the last notification: (message + 1) modulo 256
-    bool sent = true;
+    bool sent = true;       // not when it exceeds the MTU (247) less 3, or is 253 to 255
 };
 
 TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
@@ -78,6 +78,7 @@ TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
                               {1187, 166},
                               {2239, 194},
                               {2240, 195},
+                              {2290, 245, false},
                               {2301, 0},
                               {2302, 1},
                               {2307, 6},

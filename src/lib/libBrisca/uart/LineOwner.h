@@ -15,7 +15,7 @@ namespace LineOwner {
 /// Gives the line up. From the call on, commands fail at once with a zeroed response and send no byte, no
 /// event is read, and reads and writes in progress end within 100 ms. On return no packet exchange is in
 /// progress, the events of the chip that is being reset are forgotten, and the terminal is closed and open to
-/// others. Harmless when the line is not held. Blocks for about 100 ms when an exchange is in progress, 2 s
+/// others. Harmless when the line is not held. Blocks for about 100 ms when an exchange is in progress, 3 s
 /// at the very most. Called on the main thread by every reset of the chip
 /// (BluetoothManager::resetBleStartedFlag).
 void letGo();

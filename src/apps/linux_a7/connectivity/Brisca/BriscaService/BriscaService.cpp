@@ -5,9 +5,20 @@
 
 #include <QDBusConnection>
 
+#include <thread>
+
 namespace {
 constexpr const char* kResetPinPath = "/dev/evse/io_efr32_reset";
 constexpr const char* kUartPath = "/dev/evse/tty_efr32";
+
+/// A connection that the main thread opens holds requests back until the event loop runs and then delivers
+/// newer ones before them. One that another thread opens keeps the order; its requests wait for the event
+/// loop, too, because they are served on the main thread.
+QDBusConnection openSystemBus()
+{
+    std::thread([] { QDBusConnection::systemBus(); }).join();
+    return QDBusConnection::systemBus();
+}
 }  // namespace
 
 BriscaService::BriscaService(QObject* parent)
@@ -27,7 +38,7 @@ BriscaService::BriscaService(QObject* parent)
 void BriscaService::init()
 {
     new ServiceAdaptor(&m_dbus);  // owned by its parent
-    QDBusConnection bus = QDBusConnection::systemBus();
+    QDBusConnection bus = openSystemBus();
     bus.registerObject(QStringLiteral("/"), &m_dbus, QDBusConnection::ExportAdaptors);
     bus.registerService(QStringLiteral("org.voltra.brisca"));
     m_dbus.init();

@@ -44,10 +44,11 @@ void waitForStop()
     while (sigwait(&set, &signal) != 0) {
     }
     limitStopTime();
-    // Posted, not called: exec() forgets a quit() that came before it, during the first state entry.
-    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    // Before the event loop ends: the process is gone a moment later.
     sd_notify(0, "STOPPING=1");
     BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
+    // Posted, not called: exec() forgets a quit() that came before it, during the first state entry.
+    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 }  // namespace
 

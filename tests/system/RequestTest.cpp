@@ -1,0 +1,139 @@
+// Every request of the bus in every state, and the way between the states.
+#include "Station.h"
+#include "TempDir.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+using efr32sim::EventKind;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct Request
+{
+    const char* method;
+    const char* argument;
+    const char* line;
+    const char* acceptedIn;
+    const char* refusal;  ///< null: refused in silence
+    const char* neutral;  ///< result of a refusal
+};
+constexpr Request kRequests[] = {
+    {"getFirmwareVersion", "", "Get firemware version", "BOOTLOADER", "BootloaderState] getFwVersion", ""},
+    {"changeBleName", "Carport", "Set BLE name", "BOOTLOADER", "BootloaderState] setBleName", ""},
+    {"startFirmwareUpdate", "/etc/passwd", "Start firmware update", "BOOTLOADER",
+     "BootloaderState] startFwUpdate", "false"},
+    {"startFirmwareApp", "", "Start firmware", "BOOTLOADER", "BootloaderState] startFirmware", ""},
+    {"getMacAddress", "", "Get BLE mac address", "FIRMWARE", "FirmwareState] getBleMacAddress", ""},
+    {"disconnectBleDevice", "", "disconnect device", "FIRMWARE", "FirmwareState] forceDeviceDisconnection",
+     ""},
+    {"disableBluetooth", "", "Disable Bluetooth", "FIRMWARE", nullptr, ""},
+    {"enableBluetooth", "", "Enable Bluetooth", "DISABLED", nullptr, ""},
+};
+
+struct StateRow
+{
+    const char* name;
+    const char* value;
+};
+void PrintTo(const StateRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
+class Requests : public Station, public testing::WithParamInterface<StateRow>
+{
+};
+
+TEST_P(Requests, OutsideTheirStateAreRefusedWithOneLine)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn(GetParam().name));
+    for (const Request& row : kRequests) {
+        if (std::string(row.acceptedIn) == GetParam().name)
+            continue;
+        const auto before = mark();
+        EXPECT_EQ(client->call(row.method, row.argument), row.neutral) << row.method;
+        std::vector<std::string> expected = {
+            std::string("<DEBUG> [BriscaService.comm.BriscaDbus] Brisca service: ") + row.line};
+        if (row.refusal != nullptr)
+            expected.push_back(std::string("<WARN > [BriscaService.states.") + row.refusal +
+                               " - Wrong state for this request.");
+        EXPECT_THAT(linesWith({"[BriscaService"}, before), ElementsAreArray(expected)) << row.method;
+    }
+    EXPECT_EQ(client->call("getBriscaState"), GetParam().value);
+    EXPECT_TRUE(waitLog("Brisca service: Get state request"));
+    EXPECT_THAT(client->pendingSignals(), IsEmpty());
+}
+
+TEST_P(Requests, RestartLeadsOut)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn(GetParam().name));
+    const auto before = mark();
+    const bool again = std::string(GetParam().name) == "FIRMWARE";
+    client->send("BriscaRestart");
+    EXPECT_EQ(client->call("getBriscaState"), again ? kFirmware : kBootloader);
+    EXPECT_THAT(linesWith({"Restart request", "switch from"}, before),
+                ElementsAre(HasSubstr("Brisca service: Restart request"),
+                            HasSubstr(std::string("switch from ") + GetParam().name + " state to " +
+                                      (again ? "FIRMWARE" : "BOOTLOADER") + " state")));
+    EXPECT_EQ(again ? client->waitSignal() : "bleIsStarted", "bleIsStarted");
+}
+
+INSTANTIATE_TEST_SUITE_P(States, Requests,
+                         testing::Values(StateRow{"BOOTLOADER", kBootloader}, StateRow{"FIRMWARE", kFirmware},
+                                         StateRow{"DISABLED", kDisabled}, StateRow{"ERROR", kError}));
+
+using Interface = Station;
+
+TEST_F(Interface, IsIntrospectedAsItIsInstalled)
+{
+    startService();
+    const std::string installed = testsupport::readFile(INSTALLED_INTERFACE);
+    const auto from = installed.find("  <interface");
+    EXPECT_THAT(client->introspect(), HasSubstr(installed.substr(from, installed.find("</node>") - from)));
+}
+
+TEST_F(Interface, AnswersCommandLineClients)
+{
+    startService();
+    const std::vector<std::vector<std::string>> commands = {
+        {"busctl", "--system", "call", "org.voltra.brisca", "/", "brisca.service", "getBriscaState"},
+        {"gdbus", "call", "--address", "unix:path=/tmp/bus", "-d", "org.voltra.brisca", "-o", "/", "-m",
+         "brisca.service.getBriscaState"}};
+    for (const auto& command : commands) {
+        Process tool(command, "/tmp/tool.log");
+        EXPECT_EQ(tool.waitEnd(std::chrono::seconds(60)), "exit 0") << command[0];
+    }
+    EXPECT_EQ(testsupport::readFile("/tmp/tool.log"), "i 1\n(1,)\n");
+}
+
+TEST_F(Interface, ServesTheRequestsOfBootloader)
+{
+    startService();
+    EXPECT_THAT(client->call("getFirmwareVersion"), testing::AllOf(HasSubstr("v2.3.1"), HasSubstr("BL >")));
+    EXPECT_EQ(client->call("changeBleName", "Carport 7"), "");
+    EXPECT_EQ(client->call("startFirmwareUpdate", "/tmp/missing.gbl"), "false");
+    EXPECT_TRUE(
+        waitLog("<ERROR> [BriscaService.states.BootloaderState] The file can't be used (/tmp/missing.gbl)"));
+    client->send("startFirmwareApp");
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    efr32sim::Phone phone(chip);
+    const auto found = phone.scan();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->scanResponse.localName(), "Carport 7");
+}
+
+TEST_F(Interface, ServesTheRequestsOfFirmware)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    EXPECT_EQ(client->call("getMacAddress"), "060504030201");
+    efr32sim::Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
+    client->send("disconnectBleDevice");
+    EXPECT_TRUE(phone.waitDisconnected());
+    EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
+    EXPECT_EQ(client->call("getBriscaState"), kFirmware);
+}
+}  // namespace

@@ -1,0 +1,164 @@
+// From the start of the process to the event loop.
+#include "Station.h"
+#include "TempDir.h"
+#include "Wait.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+using efr32sim::EventKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using StartUp = Station;
+
+constexpr const char* kNodes[] = {"BriscaService.main",
+                                  "BriscaService.comm.BluetoothManager",
+                                  "BriscaService.comm.An760",
+                                  "BriscaService.FwUpdateWorker",
+                                  "BriscaService.comm.BriscaDbus",
+                                  "BriscaService.comm.SerialPort",
+                                  "BriscaService.comm.xmodem",
+                                  "BriscaService.StateManager",
+                                  "BriscaService.states.BootloaderState",
+                                  "BriscaService.states.DisabledState",
+                                  "BriscaService.states.ErrorState",
+                                  "BriscaService.states.FirmwareState",
+                                  "BriscaService.io.IoEfr32Manager",
+                                  "LinuxOutputPin",
+                                  "Brisca",
+                                  "[KORA][GOS]",
+                                  "NCP_MANAGER",
+                                  "[BTP_MANAGER_PROCESS]",
+                                  "BTP_CORE",
+                                  "serial_brisca",
+                                  "liblog",
+                                  "[RTapi][MUTEX]",
+                                  "RTapi.TASKS",
+                                  "RTapi.TASK",
+                                  "RTapi.THREAD",
+                                  "[RTapi][MAILBOX]",
+                                  "[RTapi][SEM]",
+                                  "[RTapi][SIGNAL]",
+                                  "RTapi.FIFO_MUTEX",
+                                  "Utils.StringUtils"};
+
+TEST_F(StartUp, PrintsEveryNodeOfTheLogWithItsLevel)
+{
+    std::ofstream("/evse/data/log.cfg")
+        << "GLOBAL : ERROR\nliblog : NOTICE # the tree\nBriscaService : DEBUG\n";
+    startService();
+    for (const std::string node : kNodes) {
+        const bool own = node.rfind("BriscaService", 0) == 0;
+        const std::string level = node == "liblog" ? "NOTIC" : own ? "DEBUG" : "ERROR";
+        EXPECT_THAT(log(), HasSubstr("<NOTIC> [liblog] GLOBAL." + node + ":" + level + "\n"));
+    }
+}
+
+TEST_F(StartUp, IsReadyAfterTheFirstEntryAndReachableByThen)
+{
+    startService();
+    EXPECT_THAT(
+        linesWith({"Current log configuration", "StateManager] Brisca", "Success at", "WARN", "ERROR"}),
+        ElementsAre("<NOTIC> [liblog] Current log configuration :",
+                    "<NOTIC> [BriscaService.StateManager] Brisca service switch from DEFAULT state to "
+                    "BOOTLOADER state",
+                    "<DEBUG> [BriscaService.states.BootloaderState] Success at retry number 0"));
+    EXPECT_TRUE(client->nameIsOwned());
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+    auto events = chip.followFromStart();
+    EXPECT_EQ(events.drain(EventKind::ResetLow), 1U);
+}
+
+TEST_F(StartUp, WithoutSystemdAndConfigurationIsLoggedAndGoesOn)
+{
+    std::filesystem::remove("/evse/data/log.cfg");
+    service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog);
+    EXPECT_TRUE(waitLog("<WARN > [BriscaService.main] Fail to notify systemd"));
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+    EXPECT_THAT(log(), HasSubstr("<ERROR> [liblog] Coulnd't open file at path /evse/data/log.cfg"));
+    EXPECT_THAT(log(), HasSubstr("GLOBAL.NCP_MANAGER:NOTIC"));
+    EXPECT_THAT(log(), Not(HasSubstr("<DEBUG>")));
+}
+
+TEST_F(StartUp, WithoutABusRunsUnreachable)
+{
+    startService({"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/tmp/nothing"});
+    EXPECT_TRUE(waitLog("Success at retry number 0"));
+    EXPECT_FALSE(client->nameIsOwned());
+    EXPECT_TRUE(service->isRunning());
+}
+
+TEST_F(StartUp, WithoutAChipEndsInErrorAndIsReadyAllTheSame)
+{
+    chip.hangUp();
+    startService();
+    EXPECT_EQ(client->call("getBriscaState"), kError);
+    chip.plugIn();
+    client->send("BriscaRestart");
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+}
+
+TEST_F(StartUp, WaitsForASilentChipUntilItsLineIsGone)
+{
+    chip.inject({.kind = efr32sim::FaultKind::SilentReset, .count = 0});
+    auto events = chip.follow();
+    service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog);
+    ASSERT_TRUE(events.waitFor(EventKind::ResetHigh));
+    EXPECT_TRUE(client->nameIsOwned());
+    chip.hangUp();
+    EXPECT_TRUE(waitLog("switch from BOOTLOADER state to ERROR state"));
+    EXPECT_EQ(client->call("getBriscaState"), kError);
+}
+
+TEST_F(StartUp, KeepsTheOrderOfRequestsWhileTheEventLoopStarts)
+{
+    constexpr int kRequestsWhenReady = 500;
+    service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog, notified());
+    ASSERT_TRUE(testsupport::waitUntil([this] { return client->nameIsOwned(); }));
+    std::vector<std::string> expected;
+    for (int left = kRequestsWhenReady; left > 0;) {
+        const std::string name = "name " + std::to_string(expected.size());
+        client->send("changeBleName", name);
+        expected.push_back(" to " + name + ".");
+        if (left < kRequestsWhenReady || !notify.wait(std::chrono::milliseconds(0)).empty())
+            --left;
+    }
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+    auto lines = linesWith({"BLE name changed from"});
+    for (std::string& line : lines)
+        line.erase(0, line.find(" to name"));
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(StartUp, OfASecondInstanceIsSilentAndHarmless)
+{
+    startService();
+    Process second({SERVICE_PROGRAM}, "/tmp/second.log", notified());
+    EXPECT_EQ(notify.wait(), "READY=1");
+    EXPECT_TRUE(second.isRunning());
+    EXPECT_THAT(testsupport::readFile("/tmp/second.log"), Not(HasSubstr("org.voltra.brisca")));
+    second.kill(SIGTERM);
+    EXPECT_EQ(second.waitEnd(testsupport::kPatience), "exit 0");
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+}
+
+TEST_F(StartUp, FeedsTheWatchdogUntilTheChipFreezesTheEventLoop)
+{
+    startService({"WATCHDOG_USEC=200000"});
+    for (int ping = 0; ping < 3; ++ping)
+        EXPECT_EQ(notify.wait(), "WATCHDOG=1");
+    chip.inject({.kind = efr32sim::FaultKind::SilentReset, .count = 0});
+    auto events = chip.follow();
+    client->send("BriscaRestart");
+    ASSERT_TRUE(events.waitFor(EventKind::ResetHigh));
+    while (!notify.wait(std::chrono::milliseconds(0)).empty()) {
+    }
+    EXPECT_EQ(notify.wait(std::chrono::seconds(1)), "") << "a ping from a frozen event loop";
+    EXPECT_TRUE(service->isRunning());
+}
+}  // namespace

@@ -1,0 +1,148 @@
+#include "Station.h"
+
+#include "TempDir.h"
+#include "Wait.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace {
+constexpr const char* kApplication = "/evse/app/bin/chp";
+constexpr const char* kBusAddress = "unix:path=/tmp/bus";
+constexpr const char* kBusConfiguration = R"(<busconfig>
+  <type>system</type>
+  <listen>unix:path=/tmp/bus</listen>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
+  </policy>
+</busconfig>)";
+constexpr std::size_t kLevelColumn = 42;
+
+std::string writeFile(const std::string& path, const std::string& content)
+{
+    std::ofstream(path) << content;
+    return path;
+}
+
+efr32sim::ChipOptions chipOptions()
+{
+    efr32sim::ChipOptions options;
+    options.ttyPath = "/dev/evse/tty_efr32";
+    options.resetPath = "/dev/evse/io_efr32_reset";
+    return options;
+}
+}  // namespace
+
+NotifySocket::NotifySocket() : m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, kPath);
+    if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        throw std::runtime_error("no notification socket");
+}
+
+std::string NotifySocket::wait(std::chrono::milliseconds limit) const
+{
+    pollfd entry = {m_socket.get(), POLLIN, 0};
+    char text[256];
+    if (::poll(&entry, 1, static_cast<int>(limit.count())) != 1)
+        return "";
+    const ssize_t length = ::recv(m_socket.get(), text, sizeof text, 0);
+    return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : "";
+}
+
+Station::Station()
+    : bus({"dbus-daemon", "--nofork", "--nopidfile",
+           "--config-file=" + writeFile("/tmp/bus.conf", kBusConfiguration)},
+          "/tmp/bus.log"),
+      chip(chipOptions())
+{
+    writeFile("/evse/data/log.cfg", "GLOBAL : DEBUG\n");
+    installApplication();
+    chip.start();
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", kBusAddress, 1);
+    client.emplace();
+}
+
+Station::~Station()
+{
+    if (HasFailure())
+        std::cerr << "--- log of the service\n"
+                  << log() << "--- events of the chip\n"
+                  << chip.events().dump();
+    service.reset();
+    chip.stop();
+}
+
+void Station::installApplication()
+{
+    std::filesystem::remove(kApplication);
+    std::filesystem::create_symlink(APPLICATION_PROGRAM, kApplication);
+}
+
+Process::Environment Station::notified()
+{
+    return {std::string("NOTIFY_SOCKET=") + NotifySocket::kPath};
+}
+
+void Station::startService(const Process::Environment& environment)
+{
+    Process::Environment all = notified();
+    all.insert(all.end(), environment.begin(), environment.end());
+    service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog, all);
+    ASSERT_EQ(notify.wait(), "READY=1");
+}
+
+void Station::startIn(const std::string& state)
+{
+    if (state == "ERROR")
+        chip.hangUp();
+    ASSERT_NO_FATAL_FAILURE(startService());
+    if (state == "ERROR") {
+        chip.plugIn();
+        ASSERT_EQ(client->call("getBriscaState"), kError);
+    }
+    if (state == "BOOTLOADER" || state == "ERROR")
+        return;
+    auto events = chip.follow();
+    client->send("startFirmwareApp");
+    ASSERT_EQ(client->waitSignal(), "bleIsStarted");
+    ASSERT_TRUE(events.waitFor(efr32sim::EventKind::Advertising));
+    if (state == "DISABLED") {
+        client->send("disableBluetooth");
+        ASSERT_EQ(client->call("getBriscaState"), kDisabled);
+    }
+}
+
+std::string Station::log() const
+{
+    return testsupport::readFile(kLog);
+}
+
+bool Station::waitLog(const std::string& text, std::size_t from) const
+{
+    return testsupport::waitUntil([&] { return log().find(text, from) != std::string::npos; });
+}
+
+std::vector<std::string> Station::linesWith(const std::vector<std::string>& texts, std::size_t from) const
+{
+    std::vector<std::string> result;
+    std::istringstream in(log().substr(from));
+    for (std::string line; std::getline(in, line);) {
+        const bool wanted = std::any_of(texts.begin(), texts.end(), [&line](const std::string& text) {
+            return line.find(text) != std::string::npos;
+        });
+        if (wanted)
+            result.push_back(line.size() > kLevelColumn ? line.substr(kLevelColumn) : line);
+    }
+    return result;
+}

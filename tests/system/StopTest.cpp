@@ -1,0 +1,99 @@
+// SIGTERM and SIGINT in every state.
+#include "Station.h"
+#include "Wait.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+using efr32sim::EventKind;
+
+/// Rounds of each case; the long form is asked for by the environment.
+int rounds()
+{
+    const char* const asked = std::getenv("BRISCA_ROUNDS");
+    return asked != nullptr ? std::atoi(asked) : 2;
+}
+
+struct Moment
+{
+    const char* name;
+    const char* state;
+    bool connected;
+    bool uploading;
+    bool blocked;  ///< in the wait for the prompt of a silent chip
+};
+void PrintTo(const Moment& row, std::ostream* out)
+{
+    *out << row.name;
+}
+class Stop : public Station, public testing::WithParamInterface<Moment>
+{
+protected:
+    void reach(efr32sim::Phone& phone)
+    {
+        ASSERT_NO_FATAL_FAILURE(startIn(GetParam().state));
+        auto events = chip.follow();
+        if (GetParam().connected) {
+            ASSERT_TRUE(phone.connect());
+            ASSERT_EQ(client->waitSignal(), "btDeviceConnected");
+        }
+        if (GetParam().uploading) {
+            std::ofstream(kImage) << std::string(8'000'000, 'f');
+            ASSERT_EQ(client->call("startFirmwareUpdate", kImage), "true");
+            ASSERT_TRUE(events.waitFor(EventKind::UploadStarted));
+        }
+        if (GetParam().blocked) {
+            chip.inject({.kind = efr32sim::FaultKind::SilentReset, .count = 0});
+            client->send("BriscaRestart");
+            ASSERT_TRUE(events.waitFor(EventKind::ResetHigh));
+        }
+    }
+};
+
+TEST_P(Stop, EndsWithStatusZeroInTimeAndLeavesNoChild)
+{
+    for (int round = 0; round < rounds(); ++round) {
+        efr32sim::Phone phone(chip);
+        ASSERT_NO_FATAL_FAILURE(reach(phone));
+        const auto before = mark();
+        const auto start = std::chrono::steady_clock::now();
+        service->kill(round % 2 == 0 ? SIGTERM : SIGINT);
+        ASSERT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+        RecordProperty("milliseconds", static_cast<int>((std::chrono::steady_clock::now() - start) /
+                                                        std::chrono::milliseconds(1)));
+        EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
+        EXPECT_EQ(log().find("Service stopped", before) != std::string::npos, !GetParam().blocked);
+        EXPECT_EQ(linesWith({"detected in brisca service", "ERROR: "}, before), std::vector<std::string>());
+        EXPECT_EQ(notify.wait(), "STOPPING=1");
+        service.reset();
+        chip.clearFaults();
+        (void)client->pendingSignals();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Moments, Stop,
+                         testing::Values(Moment{"idle in BOOTLOADER", "BOOTLOADER", false, false, false},
+                                         Moment{"idle in FIRMWARE", "FIRMWARE", false, false, false},
+                                         Moment{"idle in DISABLED", "DISABLED", false, false, false},
+                                         Moment{"connected", "FIRMWARE", true, false, false},
+                                         Moment{"uploading", "BOOTLOADER", false, true, false},
+                                         Moment{"blocked in BOOTLOADER", "BOOTLOADER", false, false, true},
+                                         Moment{"blocked in FIRMWARE", "FIRMWARE", false, false, true}));
+
+using StopDuringStartUp = Station;
+
+TEST_F(StopDuringStartUp, IsNotForgotten)
+{
+    for (int round = 0; round < rounds(); ++round) {
+        auto events = chip.follow();
+        service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog);
+        ASSERT_TRUE(events.waitFor(EventKind::ResetLow));
+        service->kill(SIGTERM);
+        EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+    }
+}
+}  // namespace
