@@ -77,7 +77,7 @@ TEST(Console, ANoisyPromptIsNoPromptAndTheNextOneIs)
 
 TEST(Reset, TheFirstResetsCanStaySilent)
 {
-    Bench bench({.powerOn = Mode::Held});
+    Bench bench;
     auto events = bench.chip.follow();
     bench.chip.inject({.kind = FaultKind::SilentReset, .count = 2});
     for (int i = 0; i < 3; ++i) {

@@ -13,7 +13,7 @@
 
 namespace efr32sim {
 namespace {
-constexpr std::size_t kLineLimit = 64 * 1024;
+constexpr std::size_t kLineLimit = 65536;
 constexpr Milliseconds kEventPatience{100};  // how often a quiet event stream looks whether to end
 constexpr int kBacklog = 8;
 

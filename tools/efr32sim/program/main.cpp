@@ -123,19 +123,21 @@ constexpr const char* kExample =
 
 void printHelp()
 {
-    std::fputs(kIntroduction, stdout);
+    (void)std::fputs(kIntroduction, stdout);
     for (const Option& option : kOptions) {
         const std::string usage =
             std::string("--") + option.name + ' ' + (option.argument ? option.argument : "");
-        std::printf("  %-28s%s\n", usage.c_str(), option.help);
+        (void)std::printf("  %-28s%s\n", usage.c_str(), option.help);
     }
-    std::printf("  %-28s%s\n\nCommands:\n%s%s", "--help", "this text", Control::help().c_str(), kExample);
+    (void)std::printf("  %-28s%s\n\nCommands:\n%s%s", "--help", "this text", Control::help().c_str(),
+                      kExample);
 }
 
 /// The exit status when the program is not to run, else nothing.
 std::optional<int> parseArguments(int argc, char** argv, Settings& settings)
 {
     std::vector<option> names;
+    names.reserve(kOptions.size() + 2);
     for (const Option& entry : kOptions)
         names.push_back({entry.name, entry.argument ? required_argument : no_argument, nullptr, 0});
     names.push_back({"help", no_argument, nullptr, 0});
@@ -150,20 +152,20 @@ std::optional<int> parseArguments(int argc, char** argv, Settings& settings)
             return 0;
         }
         if (!kOptions[which].apply(settings, ::optarg ? ::optarg : "")) {
-            std::fprintf(stderr, "efr32sim: bad value for --%s\n", kOptions[which].name);
+            (void)std::fprintf(stderr, "efr32sim: bad value for --%s\n", kOptions[which].name);
             return 2;
         }
     }
     if (::optind == argc)
         return std::nullopt;
-    std::fprintf(stderr, "efr32sim: unexpected argument \"%s\"\n", argv[::optind]);
+    (void)std::fprintf(stderr, "efr32sim: unexpected argument \"%s\"\n", argv[::optind]);
     return 2;
 }
 
 /// A descriptor that becomes readable when the program is told to end. Blocks the signals for all threads.
 Fd endSignals()
 {
-    std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGPIPE, SIG_IGN);
     sigset_t set;
     ::sigemptyset(&set);
     for (const int number : {SIGINT, SIGTERM, SIGHUP})
@@ -187,7 +189,7 @@ int main(int argc, char** argv)
         server.run(signals.get());
         return 0;
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "efr32sim: %s\n", failure.what());
+        (void)std::fprintf(stderr, "efr32sim: %s\n", failure.what());
         return 1;
     }
 }

@@ -79,7 +79,7 @@ std::string adTypeName(std::uint8_t type)
     if (found != kNames.end())
         return found->text;
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "AD type 0x%02X", type);
+    (void)std::snprintf(text.data(), text.size(), "AD type 0x%02X", type);
     return text.data();
 }
 }  // namespace efr32sim

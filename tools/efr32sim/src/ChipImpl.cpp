@@ -64,7 +64,7 @@ void Chip::Impl::powerOn()
     if (m_options.powerOn == Mode::Booting || m_options.powerOn == Mode::Firmware)
         startFirmware();
     else
-        enterBootloader(false, kConsoleLine);
+        enterBootloader(kConsoleLine, false, false);
 }
 
 void Chip::Impl::stop()
@@ -195,10 +195,11 @@ void Chip::Impl::applyReset(bool high)
         halt();
         setMode(Mode::Held);
     } else if (m_mode == Mode::Held) {
+        const bool mute = m_faults.take(FaultKind::SilentReset).has_value();
         if (m_options.bootloaderDelay.count() > 0)
-            after(m_options.bootloaderDelay, [this] { enterBootloader(false, kConsoleLine); });
+            after(m_options.bootloaderDelay, [this, mute] { enterBootloader(kConsoleLine, mute, false); });
         else
-            enterBootloader(false, kConsoleLine);
+            enterBootloader(kConsoleLine, mute, false);
     }
 }
 
@@ -210,11 +211,10 @@ void Chip::Impl::halt()
     m_coprocessor.reset();
 }
 
-void Chip::Impl::enterBootloader(bool greet, const LineSettings& line)
+void Chip::Impl::enterBootloader(const LineSettings& line, bool mute, bool greet)
 {
     m_line.expect(line);
     setMode(Mode::Bootloader);
-    const bool mute = m_faults.take(FaultKind::SilentReset).has_value();
     m_console.enter(mute, greet);
 }
 
@@ -222,7 +222,7 @@ void Chip::Impl::startBootloader()
 {
     const LineSettings line = m_line.inForce();
     halt();
-    enterBootloader(true, line);
+    enterBootloader(line.baud == 0 ? kCoprocessorLine : line, false, true);
 }
 
 void Chip::Impl::startFirmware()

@@ -77,7 +77,7 @@ private:
     void hear();
     void readResetLine();
     void applyReset(bool high);
-    void enterBootloader(bool greet, const LineSettings& line);
+    void enterBootloader(const LineSettings& line, bool mute, bool greet);
     void halt();
     void setMode(Mode mode);
     void applyLineRequest();

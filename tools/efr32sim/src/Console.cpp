@@ -69,8 +69,8 @@ void Console::showMenu()
         const Bytes noise = fault->bytes.empty() ? Bytes{0xFF, 0x00} : fault->bytes;
         prompt.insert(std::min<std::size_t>(2, prompt.size()), std::string(noise.begin(), noise.end()));
     }
-    m_board.say(bytesOf(prompt));
     m_board.report(EventKind::Prompt, {});
+    m_board.say(bytesOf(prompt));
 }
 
 void Console::run()

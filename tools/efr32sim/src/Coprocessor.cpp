@@ -47,8 +47,8 @@ void Coprocessor::boot()
     Writer payload;
     for (const std::uint16_t part : options.version)
         payload.u16(part);
-    sendEvent(kBootEvent, payload.u32(options.bootloaderVersion).u16(options.hardware).take());
     m_board.report(EventKind::BootSent, {});
+    sendEvent(kBootEvent, payload.u32(options.bootloaderVersion).u16(options.hardware).take());
 }
 
 void Coprocessor::feed(ByteSpan bytes)

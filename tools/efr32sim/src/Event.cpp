@@ -41,7 +41,7 @@ std::string quoted(std::string_view text)
             out += c;
         } else if (byte < 0x20 || byte >= 0x7F) {
             std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\u%04x", byte);
+            (void)std::snprintf(escape.data(), escape.size(), "\\u%04x", byte);
             out += escape.data();
         } else {
             out += c;
@@ -63,7 +63,7 @@ std::string valueText(const FieldValue& value, bool json)
 std::string seconds(Clock::duration elapsed)
 {
     std::array<char, 32> out{};
-    std::snprintf(out.data(), out.size(), "%.6f", std::chrono::duration<double>(elapsed).count());
+    (void)std::snprintf(out.data(), out.size(), "%.6f", std::chrono::duration<double>(elapsed).count());
     return out.data();
 }
 }  // namespace

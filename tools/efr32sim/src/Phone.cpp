@@ -91,7 +91,7 @@ std::optional<Event> Phone::Impl::waitResult(EventCursor& events, const char* op
 {
     const auto deadline = Clock::now() + limit;
     while (Clock::now() < deadline) {
-        const auto event = events.next(std::chrono::ceil<Milliseconds>(deadline - Clock::now()));
+        auto event = events.next(std::chrono::ceil<Milliseconds>(deadline - Clock::now()));
         if (!event || event->kind == EventKind::Disconnected)
             break;
         if (event->kind == EventKind::AttResult && event->text("operation") == operation)

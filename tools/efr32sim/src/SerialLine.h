@@ -105,6 +105,6 @@ private:
     bool m_blocked = false;  // the host's input queue is full
     Schedule m_tx;
     Schedule m_rx;
-    std::minstd_rand m_noise;
+    std::minstd_rand m_noise{1};  // NOLINT(cert-msc32-c,cert-msc51-cpp): every run hears the same noise
 };
 }  // namespace efr32sim
