@@ -5,7 +5,8 @@
 #include "UsageGate.h"
 
 namespace {
-UsageGate exchanges;
+// Never destroyed: the tasks take it until the process is gone.
+UsageGate& exchanges = *new UsageGate;
 }  // namespace
 
 BglibLock::BglibLock()

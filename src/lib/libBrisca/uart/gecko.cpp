@@ -17,7 +17,8 @@ constexpr int kResponseTries = 100;
 
 gecko_cmd_packet command;   // gecko_exchange_lock
 gecko_cmd_packet response;  // gecko_exchange_lock
-FairMutex exchangeMutex;
+// Never destroyed: the event pump takes it until the process is gone.
+FairMutex& exchangeMutex = *new FairMutex;
 
 // What came of reading one packet.
 enum class Outcome { Response, Event, Dropped, LineFailed };

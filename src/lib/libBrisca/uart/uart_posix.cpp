@@ -47,7 +47,7 @@ struct Line
     UsageGate users;        // calls that may be using fd
     termios original = {};  // as the last uartOpen found it; written by uartOpen alone
 };
-Line line;
+Line& line = *new Line;  // never destroyed: the tasks use it until the process is gone
 
 // While one lives, the descriptor it found is not closed.
 class LineUse
