@@ -9,6 +9,7 @@
 
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -20,6 +21,7 @@
 #include <vector>
 
 namespace {
+constexpr std::chrono::seconds kPatience{30};
 constexpr const char* kUsage =
     "usage: brisca-phone SOCKET get|put|post|delete PATH[?QUERY] [PAYLOAD]    a CoAP request\n"
     "       brisca-phone SOCKET COMMAND...                   any command of the simulator, e.g. scan, help\n";
@@ -147,31 +149,38 @@ private:
     std::optional<std::string> m_answer;
 };
 
-/// Carries one request over the air and its answer back to libcoap.
-void exchangeOverTheAir(demo::ControlClient& phone, demo::DatagramGate& gate,
-                        std::span<const std::uint8_t> request)
+/// Sends one message over the air; an answer is fetched separately.
+void sendOverTheAir(demo::ControlClient& phone, std::span<const std::uint8_t> message)
 {
-    const std::string sent = phone.command("message " + toHex(request));
-    if (!sent.starts_with("ok"))
-        throw std::runtime_error(sent);
-    const std::string answer = phone.command("receive 10000");
-    if (!answer.starts_with("ok"))
-        throw std::runtime_error(answer);
-    gate.send(fromHex(demo::fieldOf(answer, "payload")));
+    const std::string reply = phone.command("message " + toHex(message));
+    if (!reply.starts_with("ok"))
+        throw std::runtime_error(reply);
 }
 
+/// Gives libcoap the next message that the phone receives, if one comes soon.
+void receiveFromTheAir(demo::ControlClient& phone, const demo::DatagramGate& gate)
+{
+    const std::string reply = phone.command("receive 500");
+    if (reply.starts_with("ok"))
+        gate.send(fromHex(demo::fieldOf(reply, "payload")));
+}
+
+/// One request and its answer. libcoap repeats a request whose answer was lost on the way.
 std::string request(demo::ControlClient& phone, coap_request_t method, std::string_view target,
                     std::string_view payload)
 {
     demo::DatagramGate gate;
     CoapExchange exchange(gate.port());
     exchange.send(method, target, payload);
-    for (;;) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < deadline) {
         if (const auto& answer = exchange.process())
             return *answer;
         if (const auto datagram = gate.receive())
-            exchangeOverTheAir(phone, gate, *datagram);
+            sendOverTheAir(phone, *datagram);
+        receiveFromTheAir(phone, gate);
     }
+    throw std::runtime_error("no answer");
 }
 
 int run(std::span<char*> arguments)

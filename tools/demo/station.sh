@@ -4,14 +4,14 @@
 set -euo pipefail
 binaries=$1
 shared=$2
-readonly kServiceUser=4001 # as on a station, the service is nobody special
+readonly kServiceUser=nobody # as on a station, the service has no privileges
 
-ln -s "$binaries/chp" /evse/app/bin/chp
+ln -s "$shared/chp" /evse/app/bin/chp
 cp "$shared/log.cfg" /evse/data/log.cfg
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$shared/bus
-dbus-daemon --config-file="$(dirname "$0")/bus.conf" --address="$DBUS_SYSTEM_BUS_ADDRESS" --nofork --nopidfile \
-    2>"$shared/bus.log" &
-"$binaries/efr32sim" --tty /dev/evse/tty_efr32 --reset /dev/evse/io_efr32_reset --pace \
+sed "s|@LISTEN@|$DBUS_SYSTEM_BUS_ADDRESS|" "$(dirname "$0")/bus.conf" >/tmp/bus.conf
+dbus-daemon --config-file=/tmp/bus.conf --nofork --nopidfile 2>"$shared/bus.log" &
+"$binaries/efr32sim" --tty /dev/evse/tty_efr32 --reset /dev/evse/io_efr32_reset \
     --control "$shared/chip" </dev/null >"$shared/chip.log" 2>&1 &
 until [ -S "$shared/bus" ] && [ -S "$shared/chip" ]; do sleep 0.05; done
 
@@ -19,13 +19,12 @@ as_service=()
 if [ "$(id -u)" -eq 0 ]; then
     # What the udev rule does on a station.
     chown "$kServiceUser" "$(realpath /dev/evse/tty_efr32)" /dev/evse/io_efr32_reset
-    as_service=(setpriv "--reuid=$kServiceUser" "--regid=$kServiceUser" --clear-groups --no-new-privs)
+    as_service=(setpriv "--reuid=$kServiceUser" --regid=nogroup --clear-groups --no-new-privs)
 fi
 "${as_service[@]}" "$binaries/BriscaService" >"$shared/service.log" 2>&1 &
 service=$!
-trap 'kill -TERM $service' TERM INT
+mkfifo "$shared/stop"
+(read -r _ <"$shared/stop" && kill -TERM "$service") &
 status=0
-wait "$service" || status=$?
-# A trapped signal ends the first wait before the service has ended.
 wait "$service" || status=$?
 echo "$status" >"$shared/status"
