@@ -187,6 +187,15 @@ INSTANTIATE_TEST_SUITE_P(
         Arrival{"FrameLongerThanAnnounced", 10, {{0x80, 40}}, 1, {"40 bytes where 12"}}),
     [](const auto& row) { return row.param.name; });
 
+TEST(Reassembler, TakesTheNextMessageAfterTheRestOfALostOne)
+{
+    Reassembler reassembler;
+    // The second frame of a message whose first was lost: its first two bytes announce nothing.
+    for (const Bytes& fragment : fill(0x6162, shapes({{0x81, 69}}, 0x00, 0x00)))
+        EXPECT_FALSE(reassembler.accept(fragment).message);
+    EXPECT_EQ(reassembler.accept(fill(3, {{0x90, 5}}).front()).message, counting(3));
+}
+
 TEST(AdStructures, ArePartedAndBadLengthsNoticed)
 {
     const AdStructures good = decodeAdStructures(Bytes{2, 1, 5, 3, 9, 'E', 'V', 0, 0});

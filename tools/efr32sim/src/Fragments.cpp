@@ -135,10 +135,15 @@ void Reassembler::finishFrame(Result& result)
         m_announced = announcedLength(m_message);
     const std::size_t frame = m_message.size() - m_frameStart;
     const std::size_t due = std::min(*m_announced - m_frameStart, kStationFrame);
-    if (frame != due) {
-        result.violations.push_back("a frame of " + std::to_string(frame) + " bytes where " +
-                                    std::to_string(due) + " are due");
+    const std::string wrongSize =
+        "a frame of " + std::to_string(frame) + " bytes where " + std::to_string(due) + " are due";
+    if (frame < due) {
+        // Part of a message whose beginning was lost: what it announces means nothing.
+        abandon(result, wrongSize);
+        return;
     }
+    if (frame > due)
+        result.violations.push_back(wrongSize);
     if (m_message.size() < *m_announced)
         return;
     // Bytes beyond the announced length have been complained about; the message before them is whole.
