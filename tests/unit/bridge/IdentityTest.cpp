@@ -103,11 +103,6 @@ INSTANTIATE_TEST_SUITE_P(
                     NameCase{"ALeadingNulIsNoName", QString(QChar(0)) + "name", "", "EFR32_NCP"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST_F(IdentityTest, TheNameNeedsAPlaceForItsLength)
-{
-    EXPECT_EQ(giveDeviceName(nullptr), nullptr);
-}
-
 TEST_F(IdentityTest, TheAddressIsTextWithItsMostSignificantByteFirst)
 {
     ASSERT_TRUE(init());
@@ -125,15 +120,6 @@ TEST_F(IdentityTest, RefusedAdvertisingDataIsNotAdvertised)
     stack().startAdvertising(0);
     EXPECT_EQ(capture.count("<ERROR> [Brisca] Failed to update manufacturer specific data"), 1);
     EXPECT_EQ(starts(events), 0);
-}
-
-TEST_F(IdentityTest, ARefusedScanResponseIsOnlyTraced)
-{
-    ASSERT_TRUE(init());
-    chip.inject(Fault{.kind = FaultKind::ErrorResponse, .command = kSetAdvertisingData});
-    stack().startAdvertising(0);
-    EXPECT_TRUE(chip.air().advertising);
-    EXPECT_EQ(capture.count("<TRACE> [Brisca] GBSSlave_UpdateAdvertisingData scanning = 0 "), 1);
 }
 
 TEST_F(IdentityTest, AnUnreadableAddressIsAdvertisedAsZero)

@@ -31,7 +31,7 @@ Bytes toBytes(std::span<const std::uint8_t> bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-/// A pipe whose reads deliver what the test has put in, and one that has room for a number of bytes.
+/// A pipe that holds what the test has put in.
 class ScriptedStream : public ByteStreamI
 {
 public:
@@ -44,19 +44,9 @@ public:
         incoming.erase(incoming.begin(), incoming.begin() + static_cast<long>(count));
         return static_cast<ssize_t>(count);
     }
-    ssize_t write(std::span<const std::uint8_t> bytes) override
-    {
-        if (room == 0)
-            return -1;
-        const std::size_t count = std::min(bytes.size(), room);
-        room -= count;
-        outgoing.insert(outgoing.end(), bytes.begin(), bytes.begin() + static_cast<long>(count));
-        return static_cast<ssize_t>(count);
-    }
+    ssize_t write(std::span<const std::uint8_t>) override { return -1; }
 
     std::deque<std::uint8_t> incoming;
-    Bytes outgoing;
-    std::size_t room = 0;
     ssize_t nothing = -1;
 };
 
@@ -135,42 +125,4 @@ TEST(PipeFrameReaderTest, AHeaderThatComesInPiecesIsCompleted)
     }
 }
 
-struct WriteCase
-{
-    const char* name;
-    std::size_t length;
-    std::size_t room;  // in the pipe at first
-    int header;
-    int payload;
-    Bytes firstBytes;
-};
-
-class PipeFrameWriterCases : public testing::TestWithParam<WriteCase>
-{
-};
-
-TEST_P(PipeFrameWriterCases, LeavesAWholeFrameOrNone)
-{
-    const WriteCase& row = GetParam();
-    ScriptedStream stream;
-    stream.room = row.room;
-    PipeFrameWriter writer;
-    std::ranges::copy(counting(row.length), writer.payload().begin());
-    const PipeFrameWriter::Written written = writer.write(stream, row.length);
-    EXPECT_EQ(written.header, row.header);
-    EXPECT_EQ(written.payload, row.payload);
-    EXPECT_EQ(writer.finish(stream), row.room == 0 || row.room >= row.length + 2);
-    stream.room = 10'000;
-    EXPECT_TRUE(writer.finish(stream));
-    EXPECT_EQ(stream.outgoing, row.room == 0 ? Bytes{} : row.firstBytes + counting(row.length));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Writer, PipeFrameWriterCases,
-    testing::Values(WriteCase{"TenBytesFollowALittleEndianTen", 10, 100, 2, 10, {0x0A, 0x00}},
-                    WriteCase{"LengthIsLittleEndian", 4416, 10'000, 2, 4416, {0x40, 0x11}},
-                    WriteCase{"AFullPipeTakesNothing", 10, 0, -1, -1, {}},
-                    WriteCase{"ACutPayloadIsFinishedLater", 4416, 4096, 2, 4094, {0x40, 0x11}},
-                    WriteCase{"ACutHeaderIsFinishedLater", 5000, 1, 1, 0, {0x88, 0x13}}),
-    [](const auto& instance) { return std::string(instance.param.name); });
 }  // namespace
