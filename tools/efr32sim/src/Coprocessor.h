@@ -75,7 +75,7 @@ private:
     void releaseEvents();
     [[nodiscard]] bool isLink(std::uint8_t connection) const;
 
-    // Commands, by class. Defined in Coprocessor*.cpp.
+    // Commands, by class. Defined in Commands.cpp, GattCommands.cpp and SecurityCommands.cpp.
     Answer dfuReset(Reader& in);
     Answer systemHello(Reader& in);
     Answer systemReset(Reader& in);
