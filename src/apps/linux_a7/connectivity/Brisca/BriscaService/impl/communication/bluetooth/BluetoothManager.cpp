@@ -22,14 +22,11 @@ BluetoothManager::BluetoothManager() : m_bleName(QStringLiteral("Voltra")), m_ma
 {
 }
 
-BluetoothManager::~BluetoothManager()
-{
-    // The event task outlives this object and must not call it any more.
-    GBSSlave_LetGoLine();
-}
-
 BluetoothManager& BluetoothManager::instance()
 {
+    // The event task outlives it: an ordinary end of the process runs no static destructors. The one of a
+    // crash does, possibly on a thread that holds a lock of the stack, so the destructor must not call into
+    // that.
     static BluetoothManager singleton;
     return singleton;
 }

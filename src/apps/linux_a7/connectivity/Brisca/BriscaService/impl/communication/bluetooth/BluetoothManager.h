@@ -64,7 +64,7 @@ Q_SIGNALS:
 
 private:
     BluetoothManager();
-    ~BluetoothManager() override;
+    ~BluetoothManager() override = default;
 
     /// Handlers of the chip's events; each gets the number of resets that came before its event.
     void onBoot(unsigned resets);
