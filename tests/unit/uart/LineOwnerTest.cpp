@@ -198,8 +198,6 @@ INSTANTIATE_TEST_SUITE_P(
                            nothingWaits},
                     Moment{"WhileAnEventIsCutShort", [] { EXPECT_EQ(gecko_wait_event(), nullptr); },
                            kEvent.substr(0, 5), nothingWaits},
-                    Moment{"WhileAHeaderIsCutShort", [] { EXPECT_EQ(gecko_wait_event(), nullptr); },
-                           kEvent.substr(0, 2), nothingWaits},
                     Moment{"WhileACommandWaits", [] { EXPECT_FALSE(command()); }, "", commandArrived},
                     Moment{"WhileAResponseIsCutShort", [] { EXPECT_FALSE(command()); },
                            kResponse.substr(0, 5), nothingWaits},

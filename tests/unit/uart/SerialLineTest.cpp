@@ -46,102 +46,78 @@ protected:
     Pty pty;
 };
 
-struct TermiosCase
+TEST_F(SerialLine, HasItsTermiosInForceAfterOpen)
 {
-    const char* name;
-    std::uint32_t baud;
-    std::uint32_t flowControl;
-    std::int32_t timeoutMs;
-    speed_t speed;
-    unsigned vmin;
-    unsigned vtime;
-};
-
-class Termios : public SerialLine, public testing::WithParamInterface<TermiosCase>
-{
-};
-
-TEST_P(Termios, IsInForceAfterOpen)
-{
+    struct Row
+    {
+        const char* name;
+        std::uint32_t baud, flowControl;
+        std::int32_t timeoutMs;
+        speed_t speed;
+        unsigned vmin, vtime;
+    };
     const UniqueFd line = slave();
-    termios strange = {};
-    ::tcgetattr(line.get(), &strange);
-    strange.c_iflag = ICRNL | IXON | ISTRIP;
-    strange.c_oflag = OPOST | ONLCR;
-    strange.c_lflag = ICANON | ECHO | ISIG;
-    strange.c_cflag |= CSTOPB | CRTSCTS;
-    ::tcsetattr(line.get(), TCSANOW, &strange);
+    for (const Row& row : {Row{"as for the co-processor", 115200, 1, 100, B115200, 0, 1},
+                           Row{"blocking reads", 9600, 0, -1, B9600, 1, 0},
+                           Row{"reads that do not wait", 300, 1, 0, B300, 0, 0},
+                           Row{"the longest time-out", 57600, 0, 1000000, B57600, 0, 255}}) {
+        SCOPED_TRACE(row.name);
+        termios found = {};
+        ::tcgetattr(line.get(), &found);
+        found.c_iflag = ICRNL | IXON | ISTRIP;
+        found.c_oflag = OPOST | ONLCR;
+        found.c_lflag = ICANON | ECHO | ISIG;
+        found.c_cflag |= CSTOPB | CRTSCTS;
+        ::tcsetattr(line.get(), TCSANOW, &found);
 
-    ASSERT_EQ(
-        uartOpen(pty.slavePath().c_str(), GetParam().baud, GetParam().flowControl, GetParam().timeoutMs), 0);
+        ASSERT_EQ(uartOpen(pty.slavePath().c_str(), row.baud, row.flowControl, row.timeoutMs), 0);
 
-    termios found = {};
-    ::tcgetattr(line.get(), &found);
-    EXPECT_EQ(found.c_iflag, tcflag_t{IGNBRK});
-    EXPECT_EQ(found.c_oflag, 0U);
-    EXPECT_EQ(found.c_lflag, 0U);
-    const tcflag_t flow = GetParam().flowControl != 0 ? CRTSCTS : 0;
-    EXPECT_EQ(found.c_cflag & (PARENB | CSTOPB | CSIZE | CREAD | CLOCAL | CRTSCTS),
-              CS8 | CREAD | CLOCAL | flow);
-    EXPECT_EQ(::cfgetispeed(&found), GetParam().speed);
-    EXPECT_EQ(::cfgetospeed(&found), GetParam().speed);
-    EXPECT_EQ(found.c_cc[VMIN], GetParam().vmin);
-    EXPECT_EQ(found.c_cc[VTIME], GetParam().vtime);
-    int exclusive = 0;
-    ::ioctl(line.get(), TIOCGEXCL, &exclusive);
-    EXPECT_EQ(exclusive, 1);
+        ::tcgetattr(line.get(), &found);
+        EXPECT_EQ(found.c_iflag, tcflag_t{IGNBRK});
+        EXPECT_EQ(found.c_oflag, 0U);
+        EXPECT_EQ(found.c_lflag, 0U);
+        const tcflag_t flow = row.flowControl != 0 ? CRTSCTS : 0;
+        EXPECT_EQ(found.c_cflag & (PARENB | CSTOPB | CSIZE | CREAD | CLOCAL | CRTSCTS),
+                  CS8 | CREAD | CLOCAL | flow);
+        EXPECT_EQ(::cfgetispeed(&found), row.speed);
+        EXPECT_EQ(::cfgetospeed(&found), row.speed);
+        EXPECT_EQ(found.c_cc[VMIN], row.vmin);
+        EXPECT_EQ(found.c_cc[VTIME], row.vtime);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Termios,
-                         testing::Values(TermiosCase{"AsForTheCoProcessor", 115200, 1, 100, B115200, 0, 1},
-                                         TermiosCase{"BlockingReads", 9600, 0, -1, B9600, 1, 0},
-                                         TermiosCase{"ReadsThatDoNotWait", 300, 1, 0, B300, 0, 0},
-                                         TermiosCase{"LongestTimeout", 57600, 0, 1000000, B57600, 0, 255}),
-                         [](const auto& row) { return row.param.name; });
-
-struct RefusedCase
+TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
 {
-    const char* name;
-    const char* path;
-    std::uint32_t baud;
-    const char* line;
-};
-
-class Refused : public SerialLine, public testing::WithParamInterface<RefusedCase>
-{
-};
-
-TEST_P(Refused, IsLoggedAndLeavesNoLine)
-{
-    open();  // what was open before is given up, too
-    const std::size_t before = openDescriptors();
-    errno = 0;
-    StdoutCapture log;
-    std::uint8_t byte = 0;
-
-    EXPECT_EQ(uartOpen(GetParam().path, GetParam().baud, 1, 100), -1);
-    EXPECT_EQ(uartRx(1, &byte), -1);
-    EXPECT_EQ(uartTx(1, &byte), -1);
-    EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
-    EXPECT_EQ(uartRxPeek(), -1);
-
-    EXPECT_THAT(log.logLines(), ElementsAre(std::string("<ERROR> [serial_brisca] ") + GetParam().line,
-                                            "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
-                                            "<ERROR> [serial_brisca] [uartRx] Invalid handle",
-                                            "<ERROR> [serial_brisca] [uartTx] Invalid handle"));
-    EXPECT_EQ(openDescriptors(), before - 1 + 2) << "two of them are the capture's";
+    struct Row
+    {
+        const char* path;
+        std::uint32_t baud;
+        const char* line;
+    };
+    for (const Row& row :
+         {Row{"/dev/null", 230400, "Baud rate not supported /dev/null - Success(0)."},
+          Row{"/dev/no-such-line", kBaud,
+              "Error opening serial port /dev/no-such-line - No such file or directory(2)."},
+          Row{"/dev/null", kBaud,
+              "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}}) {
+        open();  // what was open before is given up, too
+        const StdoutCapture log;
+        const std::size_t before = openDescriptors();
+        std::uint8_t byte = 0;
+        errno = 0;
+        EXPECT_EQ(uartOpen(row.path, row.baud, 1, 100), -1);
+        EXPECT_EQ(uartRx(1, &byte), -1);
+        EXPECT_EQ(uartTx(1, &byte), -1);
+        EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
+        EXPECT_EQ(uartRxPeek(), -1);
+        EXPECT_EQ(openDescriptors(), before - 1);
+        EXPECT_THAT(log.logLines(),
+                    ElementsAre(std::string("<ERROR> [serial_brisca] ") + row.line,
+                                "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
+                                "<ERROR> [serial_brisca] [uartRx] Invalid handle",
+                                "<ERROR> [serial_brisca] [uartTx] Invalid handle"));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, Refused,
-    testing::Values(RefusedCase{"ConsoleBaudRate", "/dev/null", 230400,
-                                "Baud rate not supported /dev/null - Success(0)."},
-                    RefusedCase{
-                        "MissingDevice", "/dev/no-such-line", kBaud,
-                        "Error opening serial port /dev/no-such-line - No such file or directory(2)."},
-                    RefusedCase{"FileThatIsNoTerminal", "/dev/null", kBaud,
-                                "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}),
-    [](const auto& row) { return row.param.name; });
 
 TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
 {
