@@ -87,6 +87,8 @@ protected:
     const std::string m_boot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
     PtyChip m_chip;
 };
+std::atomic<bool> isBeingHandled{false};
+std::atomic<bool> isLetGo{false};
 }  // namespace
 
 TEST_F(Line, CommandsAndEventsPassWhileItIsHeld)
@@ -119,6 +121,25 @@ TEST_F(Line, LetGoItTakesNoByteAndHandlesNoEventUntilResumed)
     EXPECT_EQ(boots, 0);
     GBSSlave_ResumeEvents();
     EXPECT_TRUE(pumpUntilBoots(1)) << "the boot event has been kept";
+}
+
+TEST_F(Line, IsLetGoOnlyAfterTheEventThatIsBeingHandled)
+{
+    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
+    GBSSlave_ResumeEvents();
+    isBeingHandled = isLetGo = false;
+    GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) {
+        isBeingHandled = true;
+        EXPECT_FALSE(testsupport::waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
+            << "this event would change the state of the stack's next run";
+        ++boots;
+    });
+    m_chip.send(m_boot);
+    std::thread pump([] { EXPECT_TRUE(pumpUntilBoots(1)); });
+    EXPECT_TRUE(testsupport::waitUntil([] { return isBeingHandled.load(); }));
+    GBSSlave_LetGoLine();
+    isLetGo = true;
+    pump.join();
 }
 
 TEST_F(Line, ThatCannotBeOpenedIsNotHeld)

@@ -2,6 +2,7 @@
 
 #include "BglibLock.h"
 #include "LineState.h"
+#include "UsageGate.h"
 #include "facade/Log.h"
 #include "gecko.h"
 #include "uart_posix.h"
@@ -14,11 +15,14 @@ BRISCA_LOG_NODE(logNode, "serial_brisca");
 namespace {
 // Ten times what an exchange needs to notice that the line is gone.
 constexpr std::chrono::seconds kReleaseLimit{2};
+// Handling an event takes a few commands at most, and they fail at once now.
+constexpr std::chrono::seconds kHandlingLimit{2};
 
 // Written by the thread that owns the line, read by any.
 std::atomic<bool> held{false};
 std::atomic<bool> isGone{false};
 std::atomic<bool> pumpActive{true};
+UsageGate& turns = *new UsageGate;  // never destroyed: the pump passes it until the process is gone
 }  // namespace
 
 bool LineState::release()
@@ -42,7 +46,10 @@ void LineOwner::letGo()
 {
     pumpActive = false;
     isGone = true;
-    if (LineState::release())
+    const bool released = LineState::release();
+    if (!turns.waitUntilIdle(kHandlingLimit))
+        BRISCA_WARN(logNode, "An event is still being handled while the line is given up");
+    if (released)
         gecko_discard_events();
     BRISCA_DEBUG(logNode, "The line is let go");
 }
@@ -65,4 +72,15 @@ void LineOwner::resumeEvents()
 bool LineOwner::eventsActive()
 {
     return pumpActive;
+}
+
+LineOwner::PumpTurn::PumpTurn()
+{
+    turns.enter();
+    m_allowed = pumpActive;
+}
+
+LineOwner::PumpTurn::~PumpTurn()
+{
+    turns.leave();
 }

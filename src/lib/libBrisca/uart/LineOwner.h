@@ -14,10 +14,10 @@
 namespace LineOwner {
 /// Gives the line up. From the call on, commands fail at once with a zeroed response and send no byte, no
 /// event is read, and reads and writes in progress end within 100 ms. On return no packet exchange is in
-/// progress, the events of the chip that is being reset are forgotten, and the terminal is closed and open to
-/// others. Harmless when the line is not held. Blocks for about 100 ms when an exchange is in progress, 3 s
-/// at the very most. Called on the main thread by every reset of the chip
-/// (BluetoothManager::resetBleStartedFlag).
+/// progress and no event is being handled, the events of the chip that is being reset are forgotten, and the
+/// terminal is closed and open to others. Harmless when the line is not held. Blocks for about 100 ms when an
+/// exchange is in progress, 5 s at the very most. Called on the main thread by every reset of the chip
+/// (BluetoothManager::resetBleStartedFlag); not by the pump itself.
 void letGo();
 
 /// Whether the terminal is open and the line not let go. Any thread.
@@ -30,6 +30,23 @@ void letGo();
 /// Lets the event pump work again. Called on the main thread when the stack is started (Brisca::startStack).
 void resumeEvents();
 
-/// Whether the event pump may read and handle events; the pump asks before every event. Any thread.
+/// Whether the event pump may read and handle events. Any thread.
 [[nodiscard]] bool eventsActive();
+
+/// One turn of the pump: from before it asks whether it may read an event until it has handled it. letGo()
+/// waits for its end, so that no event of the chip's former life is read, stored or told after the reset.
+class PumpTurn
+{
+public:
+    PumpTurn();
+    ~PumpTurn();
+    PumpTurn(const PumpTurn&) = delete;
+    PumpTurn& operator=(const PumpTurn&) = delete;
+
+    /// Whether this turn may read and handle an event.
+    [[nodiscard]] bool isAllowed() const { return m_allowed; }
+
+private:
+    bool m_allowed;
+};
 }  // namespace LineOwner

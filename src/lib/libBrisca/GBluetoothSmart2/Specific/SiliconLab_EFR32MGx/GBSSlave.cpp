@@ -136,7 +136,8 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds)
 
 void GBSSlave_TreatEvent()
 {
-    if (LineOwner::eventsActive() && NCPManagerSBL_GetIsBootloaderMode() == 0)
+    const LineOwner::PumpTurn turn;
+    if (turn.isAllowed() && NCPManagerSBL_GetIsBootloaderMode() == 0)
         NCPManager_EventHandler();
 }
 
