@@ -158,6 +158,17 @@ TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
     EXPECT_FALSE(chip.air().advertising);
 }
 
+TEST_F(IdentityTest, AskingEndsWhenAPhoneConnectsBecauseOnlyTheResponsesWereLost)
+{
+    ASSERT_TRUE(init());
+    chip.inject(Fault{.kind = FaultKind::LostResponse, .count = 4, .command = kStartAdvertising});
+    std::thread eventTask([] { stack().startAdvertising(0); });
+    efr32sim::Phone phone(chip);
+    EXPECT_TRUE(phone.connect(std::chrono::seconds(30)));
+    eventTask.join();
+    EXPECT_TRUE(chip.link().connected) << "the phone is still there when the asking has ended";
+}
+
 TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
 {
     ASSERT_TRUE(init());

@@ -100,10 +100,12 @@ void Brisca::startAdvertising(unsigned short interval)
         return;
     }
     // Endless, but for the chip that agrees or the line that is taken away for a reset: from then on it would
-    // knock on a line that belongs to the bootloader client, or to the next run of the stack.
+    // knock on a line that belongs to the bootloader client, or to the next run of the stack. And but for a
+    // phone that connects meanwhile: when only the response was lost the chip does advertise, and once it is
+    // connected it refuses for ever, while the event task would never come to see the connection.
     while (true) {
         const std::uint32_t result = GBSSlave_MakeDiscoverable(kDiscoverMode, interval);
-        if (result == 1 || !GBSSlave_IsLineHeld() || run != m_run)
+        if (result == 1 || !GBSSlave_IsLineHeld() || run != m_run || GBSSlave_IsConnectionPending())
             return;
         if (result == 0)
             GOS_WaitForDelay(kAdvertisingRetryMs);

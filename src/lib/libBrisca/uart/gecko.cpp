@@ -188,6 +188,17 @@ gecko_cmd_packet* gecko_peek_event()
     return getEventLocked(0);
 }
 
+bool gecko_event_queued(std::uint32_t id)
+{
+    const gecko_exchange_lock exchange;
+    const BglibLock lock;
+    for (std::uint32_t slot = gecko_queue_r; slot != gecko_queue_w; slot = nextSlot(slot)) {
+        if (gecko_event_id(gecko_queue[slot]) == id)
+            return true;
+    }
+    return false;
+}
+
 int gecko_event_pending()
 {
     const bglib_peek_function look = bglib_peek;

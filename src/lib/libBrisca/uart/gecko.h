@@ -161,6 +161,8 @@ gecko_cmd_packet* gecko_wait_event();
 /// The oldest event, or null when none is there. Waits only for the rest of a packet that has begun. Any
 /// thread.
 gecko_cmd_packet* gecko_peek_event();
+/// Whether an event of this id (gecko_event_id) waits in the ring for its reader. Any thread.
+bool gecko_event_queued(std::uint32_t id);
 /// 1 when an event is queued or bytes wait on the line (or looking at the line fails), else 0. Any thread;
 /// the answer may be outdated when it arrives.
 int gecko_event_pending();

@@ -377,6 +377,11 @@ std::uint32_t GBSSlave_UpdateAdvertisingData(tGBS_ADTypeUsage usage)
     return locked(NCPManager_UpdateAdvertisingData, usage);
 }
 
+bool GBSSlave_IsConnectionPending()
+{
+    return NCPManager_IsConnectionPending();
+}
+
 // ---- Who owns the serial line -----------------------------------------------------------------------------
 
 void GBSSlave_LetGoLine()

@@ -180,6 +180,10 @@ std::uint32_t GBSSlave_SetNoMappingFlag(std::uint16_t flag);
 /// errno; one above 1 returns 0.
 [[nodiscard]] std::uint32_t GBSSlave_UpdateAdvertisingData(tGBS_ADTypeUsage usage);
 
+/// Whether a phone has connected and the event task has not been told yet. Does not take the API lock. Any
+/// thread.
+[[nodiscard]] bool GBSSlave_IsConnectionPending();
+
 // ---- Who owns the serial line -----------------------------------------------------------------------------
 // The chip's bootloader console and this stack share one serial device, one owner at a time. GBSSlave_Init
 // takes the line for the stack.

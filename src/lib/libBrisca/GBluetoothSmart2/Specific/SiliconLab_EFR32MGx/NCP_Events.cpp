@@ -281,9 +281,11 @@ struct EventRow
     Wakes wakes = Wakes::nobody;
 };
 
+constexpr std::uint32_t kConnectionOpened = 0x000800A0;
+
 constexpr EventRow kEvents[] = {
     {0x000100A0, 12, onBoot, Wakes::waiter},
-    {0x000800A0, 0, onConnectionOpened},
+    {kConnectionOpened, 0, onConnectionOpened},
     {0x010800A0, 0, onConnectionClosed},
     {0x020800A0, 0, onConnectionParameters},
     {0x030800A0, 3, onRssi, Wakes::waiter},
@@ -344,4 +346,9 @@ void NCPManager_EventHandler()
     if (row != std::end(kEvents))
         handle(*row, PayloadReader(*event));
     passOn(id, *event);
+}
+
+bool NCPManager_IsConnectionPending()
+{
+    return gecko_event_queued(kConnectionOpened);
 }

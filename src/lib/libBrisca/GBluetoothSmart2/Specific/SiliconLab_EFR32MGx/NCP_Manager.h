@@ -147,6 +147,8 @@ std::uint32_t NCPManager_GetNcpSblVersion(std::uint8_t out[kVersionLength]);
 
 /// Takes the oldest event, if there is one, and handles it. Event task only.
 void NCPManager_EventHandler();
+/// Whether a connection has been opened that the event handler has yet to see. Any thread.
+bool NCPManager_IsConnectionPending();
 
 // Callback setters; null removes a callback. Any thread.
 void NCPManager_SetGATTReadCallback(tGBS_GATTReadCallback callback);
