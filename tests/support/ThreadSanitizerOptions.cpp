@@ -8,5 +8,7 @@ extern "C" const char* __tsan_default_suppressions()
            "race:QObjectPrivate::Connection::~Connection\n"
            "race:QWaitCondition::~QWaitCondition\n"
            "race:QCoreApplication::removePostedEvents\n"
+           "race:QCoreApplicationPrivate::sendPostedEvents\n"
+           "race:QArrayData::allocate\n"
            "race_top:QtPrivate::FunctorCall\n";
 }

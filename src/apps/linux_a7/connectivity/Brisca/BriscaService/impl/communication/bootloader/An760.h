@@ -8,6 +8,7 @@
 #include <QThread>
 
 #include <memory>
+#include <semaphore>
 
 class CancelEvent;
 
@@ -72,4 +73,5 @@ private:
     LineUser m_lineUser = LineUser::Console;
     QPointer<QThread> m_thread;  // of the running upload; null when there is none
     std::unique_ptr<CancelEvent> m_cancel;
+    std::binary_semaphore m_workerDone{0};
 };
