@@ -151,6 +151,8 @@ TEST_P(FailingEntry, EndsInErrorAndARestartLeadsOut)
     EXPECT_EQ(client->call("getBriscaState"), kError);
     EXPECT_THAT(linesWith(kSteps, before), ElementsAreArray(GetParam().lines));
     EXPECT_TRUE(Process::running(APPLICATION_PROGRAM).empty());
+    EXPECT_THAT(service->descriptors(), testing::Not(testing::Contains(HasSubstr("/dev/pts/"))))
+        << "the line is exclusive: a service without privileges could not open it for the restart";
 
     installApplication();
     std::filesystem::remove("/tmp/ttyBleTx");

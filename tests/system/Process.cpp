@@ -85,6 +85,16 @@ std::vector<pid_t> Process::threads() const
     return result;
 }
 
+std::vector<std::string> Process::descriptors() const
+{
+    std::vector<std::string> result;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/fd")) {
+        std::error_code error;  // one that is closed meanwhile leads nowhere
+        result.push_back(std::filesystem::read_symlink(entry.path(), error));
+    }
+    return result;
+}
+
 std::vector<pid_t> Process::running(const std::string& program)
 {
     std::vector<pid_t> result;

@@ -28,6 +28,8 @@ public:
 
     /// Ids of the threads, the main thread first.
     [[nodiscard]] std::vector<pid_t> threads() const;
+    /// What the open descriptors lead to, e.g. "/dev/pts/3".
+    [[nodiscard]] std::vector<std::string> descriptors() const;
     /// Ids of the living child processes that run this program.
     static std::vector<pid_t> running(const std::string& program);
 

@@ -93,6 +93,10 @@ void FirmwareState::onExit()
     if (m_coapProcess.killIfRunning())
         BRISCA_NOTIC(logNode, "coAp killed");
     m_bluetoothManager->stop();
+    // The stack lets the serial line go now, not only with the next reset pulse: no command may fall into the
+    // console that the pulse starts, and ERROR, which resets nothing, must leave the line, which is
+    // exclusive, to the bootloader client of a restart.
+    m_bluetoothManager->resetBleStartedFlag();
 }
 
 bool FirmwareState::accepts(const char* request) const
