@@ -133,7 +133,7 @@ const std::vector<CommandCase> kCommands = {
     {"write attribute value", plain(NCPManager_WriteAttributeValue, 0x0102, 0x0304, 3, kBytes.data()),
      "0A 02: 02 01 04 03 03 A1 B2 C3", "00 00", "1"},
     {"find attribute", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C 01", "1 300"},
-    {"find attribute with a response cut short", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C", "1 0"},
+    {"find attribute with a response cut short", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C", "1 44"},
     {"bondable mode", plain(NCPManager_SetBondMode, GBS_BONDABLE), "0F 00: 01", "00 00", "1"},
     {"security configuration", plain(NCPManager_SMConfigure, 4, 3), "0F 01: 04 03", "00 00", "1"},
     {"bonding store", plain(NCPManager_ConfigureStoreBond, 8, 2), "0F 02: 08 02", "00 00", "1"},
@@ -236,10 +236,12 @@ TEST_F(Commands, FailOnTheResponseOfAnotherCommand)
     }
 }
 
-TEST_F(Commands, FailOnAResponseLongerThanAnyResponseIs)
+TEST_F(Commands, FailOnAResponseTooLongOrTooShortForAnyResponse)
 {
     m_chip.answerWith([](const std::string&) { return fromHex("21 00 01 00") + std::string(256, '\0'); });
     EXPECT_EQ(NCPManager_HelloNCP(), 0u);
+    m_chip.answerWith([](const std::string&) { return response("01 00", "01"); });
+    EXPECT_EQ(NCPManager_HelloNCP(), 0u) << "the first byte of an error's result";
 }
 
 TEST_F(Commands, AreNotSentWithArraysOrArgumentsOutOfRange)

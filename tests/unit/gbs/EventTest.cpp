@@ -91,7 +91,7 @@ const std::vector<EventCase> kEventCases = {
     {"connection parameters", "08 02", "01 18 00 02 00 C8 00 01 FB 00",
      {"<TRACE> Event: LE connection parameters. interval=24, latency=2, timeout=200, security_mode=1, txsize=251"}},
     {"connection parameters cut short", "08 02", "01 18 00 02",
-     {"<TRACE> Event: LE connection parameters. interval=24, latency=0, timeout=0, security_mode=0, txsize=0"}},
+     {"<TRACE> Event: LE connection parameters. interval=24, latency=2, timeout=0, security_mode=0, txsize=0"}},
     {"RSSI", "08 03", "01 00 BF", {"<TRACE> Event: Receive RSSI = -65."}, true},
     {"RSSI without its value", "08 03", "01 00",
      {"<WARN > Event: EventId=0X030800A0 has 2 bytes, needs 3. Ignored."}},

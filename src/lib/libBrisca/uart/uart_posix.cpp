@@ -25,6 +25,7 @@ constexpr int kMaxVtime = 255;
 constexpr std::chrono::milliseconds kSettleTime{50};
 constexpr std::chrono::seconds kCloseLimit{1};
 constexpr std::size_t kDrainSize = 4;
+constexpr int kDrainReads = 1024;  // the terminal's input queue of 4096 bytes
 constexpr std::int32_t kFailed = -1;
 
 struct Speed
@@ -179,15 +180,19 @@ int openTerminal(const char* path, std::uint32_t baudRate, bool flowControl, std
     return fd;
 }
 
+// Bounded, because a chip that never stops sending must not keep the caller for ever.
 void drain(int fd)
 {
     std::uint8_t stale[kDrainSize];
-    while (readSome(fd, stale, sizeof stale) == static_cast<ssize_t>(sizeof stale)) {
+    for (int i = 0; i < kDrainReads; ++i) {
+        if (readSome(fd, stale, sizeof stale) != static_cast<ssize_t>(sizeof stale))
+            return;
     }
 }
 
 std::int32_t closeTerminal(int fd)
 {
+    ::ioctl(fd, TIOCNXCL);
     // The bound covers a machine that does not schedule; nobody stays in the kernel that long. Should it
     // pass, a descriptor left open is the lesser evil: closed under a reader, its number would soon name
     // another file.
@@ -197,7 +202,6 @@ std::int32_t closeTerminal(int fd)
         return kFailed;
     }
     ::tcflush(fd, TCOFLUSH);
-    ::ioctl(fd, TIOCNXCL);
     return ::close(fd);
 }
 }  // namespace

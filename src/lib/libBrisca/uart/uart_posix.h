@@ -10,8 +10,8 @@
 // in the kernel for more than 100 ms at a time, so each notices promptly that the line was closed or
 // abandoned.
 
-/// Opens the line raw, 8N1, for this process alone, and drops stale input (takes 50 to 150 ms).
-/// A line that is still open is closed first.
+/// Opens the line raw, 8N1, for this process alone, and drops stale input (takes 50 to 150 ms, longer while
+/// the chip keeps sending: at most 4096 bytes are dropped). A line that is still open is closed first.
 /// @param path      terminal device
 /// @param baudRate  300, 1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200
 /// @param flowControl RTS/CTS when not 0

@@ -146,7 +146,7 @@ void onUserReadRequest(PayloadReader in)
     const auto callback = managerState.gattRead.load();
     if (callback == nullptr)
         return;
-    std::array<std::uint8_t, 255> value;  // all that the callback's length can announce
+    std::array<std::uint8_t, 255> value = {};  // all that the callback's length can announce
     std::uint8_t length = 0;
     if (callback(request.handle, &length, value.data()) == kCallbackSuccess)
         answerRead(request.handle, kAttSuccess, std::span(value).first(length));

@@ -1,6 +1,7 @@
 #include "NCP_Manager.h"
 
 #include "GOS.h"
+#include "LineOwner.h"
 #include "NCPDriver.h"
 #include "NCP_Exchange.h"
 #include "NCP_State.h"
@@ -77,7 +78,8 @@ std::uint32_t NCPManager_ResetNCP()
 {
     const EventWait boot;
     sendOnly(kSystemReset, {u8(kBootNormally)});
-    return boot.completed() ? 1 : 0;
+    // Without the line nothing was sent, and the next owner of the line must not wait for this wait's end.
+    return !LineOwner::isLetGo() && boot.completed() ? 1 : 0;
 }
 
 std::uint32_t NCPManager_HelloNCP()

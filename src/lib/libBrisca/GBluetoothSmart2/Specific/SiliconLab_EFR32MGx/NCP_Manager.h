@@ -104,8 +104,8 @@ std::uint32_t NCPManager_SetPasskey(std::int32_t passkey);
 /// @param out room for kBondTableEntries entries, all of which are written @param count valid entries
 std::uint32_t NCPManager_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count);
 
-// ---- Direct test mode; each waits for the chip's event
-// -----------------------------------------------------
+// ---- Direct test mode -------------------------------------------------------------------------------------
+// Each waits for the chip's event.
 
 /// @param length bytes of a test packet @param channel 2402 MHz + 2 MHz * channel, 0 to 39
 std::uint32_t NCPManager_DTMTestTx(tGBS_DTMPacketType packetType, std::uint8_t length, std::uint8_t channel,
@@ -114,8 +114,8 @@ std::uint32_t NCPManager_DTMTestRx(std::uint8_t channel, tGBS_DTMPhyType phy);
 /// @param out packets that were received
 std::uint32_t NCPManager_EndDTMTest(std::uint16_t* out);
 
-// ---- User messages: the co-processor application's own requests
-// --------------------------------------------
+// ---- User messages ----------------------------------------------------------------------------------------
+// The co-processor application's own requests.
 
 /// Sends a request of the co-processor application; any length fits.
 /// @param replyLength,replyData receive the reply when both are given; replyData has room for 255 bytes
@@ -158,9 +158,9 @@ void NCPManager_SetSMConfirmPasskeyCallback(tGBS_SMConfirmPasskeyCallback callba
 void NCPManager_SetDeviceNameCallback(tGBS_DeviceNameCallback callback);
 void NCPManager_SetEventCallback(tGBS_EventCallback callback);
 
-// ---- Advertising data builder; GOS semaphore 2 guards its state
-// -------------------------------------------- Each builder returns 1, or 0 when the structure does not fit
-// or the usage is above 1. The facade's functions of the same names describe the structures.
+// ---- Advertising data builder -----------------------------------------------------------------------------
+// GOS semaphore 2 guards its state. Each builder returns 1, or 0 when the structure does not fit or the usage
+// is above 1. The facade's functions of the same names describe the structures.
 
 std::uint32_t NCPManager_ADTypeResetData(tGBS_ADTypeUsage usage);
 std::uint32_t NCPManager_ADTypeFlags(tGBS_ADTypeUsage usage, std::uint8_t flags);

@@ -27,9 +27,10 @@ std::uint32_t NCPManager_SendNotification(std::uint8_t connection, std::uint16_t
                                           std::uint8_t length, const std::uint8_t* data)
 {
     char text[kLogTableSize];
+    const int readable = data == nullptr ? 0 : length;
     BRISCA_DEBUG(logNode, "[Send Notification] Length : %d", length);
     BRISCA_DEBUG(logNode, "[Send Notification] NCP->UART Data %s",
-                 log_table2str_impl<unsigned char>(data, length, 0, text, sizeof text, kLogTableHexByte));
+                 log_table2str_impl<unsigned char>(data, readable, 0, text, sizeof text, kLogTableHexByte));
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         // A length that no packet holds goes unsent through all attempts: callers rely on the time it takes.
         const auto result = notifyOnce({u8(connection), u16(characteristic), array(length, data)});

@@ -44,8 +44,8 @@ constexpr Field array(std::uint8_t count, const std::uint8_t* bytes)
     return {0, 0, count, bytes};
 }
 
-/// Reads the fields of a payload in order. Fields that the packet is too short for read as 0, arrays end
-/// where the packet ends.
+/// Reads the fields of a payload in order. Bytes that the packet is too short for read as 0, as in the
+/// cleared response buffer; arrays end where the packet ends.
 class PayloadReader
 {
 public:
@@ -81,14 +81,10 @@ private:
     }
     std::uint32_t integer(std::size_t width)
     {
-        if (m_rest.size() < width) {
-            m_rest = {};
-            return 0;
-        }
+        const auto bytes = take(width);
         std::uint32_t value = 0;
-        for (std::size_t i = width; i-- > 0;)
-            value = (value << 8) | m_rest[i];
-        m_rest = m_rest.subspan(width);
+        for (std::size_t i = bytes.size(); i-- > 0;)
+            value = (value << 8) | bytes[i];
         return value;
     }
 
