@@ -70,6 +70,8 @@ Station::Station()
     installApplication();
     chip.start();
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", kBusAddress, 1);
+    ::setenv("TSAN_OPTIONS",
+             "suppressions=" TSAN_SUPPRESSIONS " report_signal_unsafe=0 report_thread_leaks=0", 1);
     client.emplace();
 }
 

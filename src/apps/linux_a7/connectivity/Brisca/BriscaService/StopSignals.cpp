@@ -5,6 +5,7 @@
 #include <systemd/sd-daemon.h>
 
 #include <QCoreApplication>
+#include <QEvent>
 
 #include <sys/time.h>
 #include <unistd.h>
@@ -48,7 +49,7 @@ void waitForStop()
     sd_notify(0, "STOPPING=1");
     BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
     // Posted, not called: exec() forgets a quit() that came before it, during the first state entry.
-    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    QCoreApplication::postEvent(qApp, new QEvent(QEvent::Quit));
 }
 }  // namespace
 
