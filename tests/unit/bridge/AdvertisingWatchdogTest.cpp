@@ -16,6 +16,11 @@ struct WatchCase
     std::vector<int> alarms;  // at which seconds
 };
 
+void PrintTo(const WatchCase& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
 class AdvertisingWatchdogCases : public testing::TestWithParam<WatchCase>
 {
 };

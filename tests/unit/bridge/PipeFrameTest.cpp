@@ -58,6 +58,11 @@ struct ReadCase
     Bytes message;  // of the last Frame
 };
 
+void PrintTo(const ReadCase& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
 class PipeFrameReaderCases : public testing::TestWithParam<ReadCase>
 {
 };

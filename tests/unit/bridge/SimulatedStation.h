@@ -48,10 +48,10 @@ protected:
         return stack().init(chip.slavePath().c_str(), {0x4CF4, 0x0100}, name, onEvent) == 1;
     }
     /// As every entry of the firmware state: reset, initialise, start, boot.
-    bool enter()
+    bool enter(const QString& name = QStringLiteral("Voltra"))
     {
         GBSSlave_LetGoLine();
-        const bool started = init() && stack().startStack() == 1;
+        const bool started = init(name) && stack().startStack() == 1;
         chip.reboot();
         return started;
     }
