@@ -135,6 +135,8 @@ TEST_F(Program, RefusesBadCommandsWithAReason)
           "event 1 2 03", "events maybe", "passkey x", "console nothing x", "image /nowhere/x"})
         EXPECT_THAT(ask(line), StartsWith("error ")) << line;
     EXPECT_EQ(ask("# a comment"), "ok");
+    EXPECT_THAT(ask("help wait"), StartsWith("# wait EVENT"));
+    EXPECT_EQ(nextLine(), "ok");
 }
 
 TEST_F(Program, InjectsFaultsAndReportsThem)

@@ -126,13 +126,15 @@ std::span<const Control::Command> Control::commands()
 
 std::string toLine(const Reply& reply)
 {
+    if (!reply.good)
+        return "error " + reply.text;
     std::string lines;
-    for (std::string_view text = reply.good ? reply.text : ""; !text.empty();) {
+    for (std::string_view text = reply.text; !text.empty();) {
         const std::string_view line = text.substr(0, text.find('\n'));
         lines += "# " + std::string(line) + '\n';
         text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
-    return reply.good ? lines + "ok" + toLine(reply.fields) : "error " + reply.text;
+    return lines + "ok" + toLine(reply.fields);
 }
 
 std::string toJson(const Reply& reply)
