@@ -3,12 +3,6 @@
 using endtoend::Bytes;
 using endtoend::ByteSpan;
 
-/// The stack's start-up task has ended, and nobody joins it: its tasks live as long as the process.
-extern "C" const char* __tsan_default_options()
-{
-    return "report_thread_leaks=0";
-}
-
 endtoend::Station& StationFixture::station()
 {
     // Lives as long as the tasks, which end with the process.
