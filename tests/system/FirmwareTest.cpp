@@ -101,7 +101,7 @@ TEST_F(Firmware, IsDisabledWithTheChipInResetAndEnabledAfresh)
         const auto before = mark();
         client->send("disableBluetooth");
         EXPECT_EQ(client->call("getBriscaState"), kDisabled);
-        EXPECT_EQ(chip.mode(), efr32sim::Mode::Held);
+        EXPECT_TRUE(testsupport::waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
         EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
         EXPECT_THAT(linesWith(kSteps, before),
                     ElementsAre(transition("FIRMWARE", "DISABLED"), step("coAp killed")));

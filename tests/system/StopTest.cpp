@@ -94,6 +94,7 @@ TEST_F(StopDuringStartUp, IsNotForgotten)
         ASSERT_TRUE(events.waitFor(EventKind::ResetLow));
         service->kill(SIGTERM);
         EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+        EXPECT_EQ(linesWith({"Service stopped"}).size(), static_cast<std::size_t>(round) + 1);
     }
 }
 }  // namespace

@@ -5,7 +5,6 @@
 #include <systemd/sd-daemon.h>
 
 #include <QCoreApplication>
-#include <QEvent>
 
 #include <sys/time.h>
 #include <unistd.h>
@@ -48,8 +47,9 @@ void waitForStop()
     // Before the event loop ends: the process is gone a moment later.
     sd_notify(0, "STOPPING=1");
     BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
-    // Posted, not called: exec() forgets a quit() that came before it, during the first state entry.
-    QCoreApplication::postEvent(qApp, new QEvent(QEvent::Quit));
+    // Queued, because exec() forgets a quit() that came before it, during the first state entry; and as a call,
+    // because it removes a Quit event, too.
+    QMetaObject::invokeMethod(qApp, "quit", Qt::QueuedConnection);
 }
 }  // namespace
 
