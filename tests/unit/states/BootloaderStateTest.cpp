@@ -5,6 +5,8 @@
 #include "TempDir.h"
 #include "facade/LogFacade.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 
 namespace {
@@ -91,16 +93,19 @@ TEST_F(Bootloader, ARestartClosesThePortAndResetsTheChipAgain)
     EXPECT_EQ(manager.getCurrentState(), BOOTLOADER);
 }
 
-TEST_F(Bootloader, UploadsOnlyFromAFileThatCanBeRead)
+TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
 {
     const testsupport::TempDir directory;
+    ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
     const QString image = QString::fromStdString(directory.write("image.gbl", "firmware"));
     const QString missing = QString::fromStdString(directory.file("missing.gbl"));
     manager.switchState(BOOTLOADER);
     calls.clear();
     EXPECT_TRUE(state.startFwUpdate(image));
     EXPECT_THAT(calls, ElementsAre("update from " + image.toStdString()));
-    for (const QString& refused : {missing, QString::fromStdString(directory.path()), QString()}) {
+    for (const QString& refused :
+         {missing, QString::fromStdString(directory.path()), QString(),
+          QString::fromStdString(directory.file("fifo")), QStringLiteral("/dev/null")}) {
         EXPECT_FALSE(state.startFwUpdate(refused));
         EXPECT_TRUE(log.contains("<ERROR> [BriscaService.states.BootloaderState] The file can't be used (" +
                                  refused.toStdString() + ")"));

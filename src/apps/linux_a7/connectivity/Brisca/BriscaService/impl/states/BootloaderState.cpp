@@ -7,6 +7,7 @@
 #include "facade/Log.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <string>
 #include <vector>
@@ -101,7 +102,9 @@ bool BootloaderState::startFwUpdate(const QString& filename)
     if (!accepts("startFwUpdate"))
         return false;
     QFile file(filename);
-    if (!file.exists() || !file.open(QIODevice::ReadOnly)) {
+    // Asked before the file is opened: opening a FIFO would block the event loop until somebody writes to it,
+    // and opening a device may have effects of its own.
+    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly)) {
         BRISCA_ERROR(logNode, "The file can't be used (%s)", filename.toUtf8().constData());
         return false;
     }

@@ -36,7 +36,7 @@ public:
     void startFirmware();
     /// Starts the upload of a firmware image on a thread of its own; its result arrives as
     /// fwUpdateCompleteStatus().
-    /// @return false when the state is another one or the file cannot be read
+    /// @return false when the state is another one or @p filename is no regular file that can be read
     [[nodiscard]] bool startFwUpdate(const QString& filename);
     /// One reset pulse, one carriage return, then the wait for the prompt, which has no time-out.
     [[nodiscard]] bool resetEfr32AndWaitPrompt();
