@@ -1,0 +1,41 @@
+#!/bin/bash
+# Runs the long form of every endurance test and prints what each cost the machine.
+# usage: scripts/endurance.sh [PRESET [FILTER]]     (the release build and every test when nothing is given)
+# A pair of figures is the one after the tenth round and the one after the last.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+
+preset=${1:-release}
+filter=${2:-.}
+report=$PWD/build/$preset/endurance.txt
+
+# TEST, as a regular expression of names, and its rounds.
+tests=(
+    'Reentry.ByRestart 300'
+    'Reentry.ByDisabling 300'
+    'Reentry.ByErrors 100'
+    'Moments 25'
+    'UploadMoment 25'
+    'Neighbours 25'
+    'Chaos 20'
+)
+
+cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" --target endurance_test || exit 1
+rm -f "$report"
+status=0
+for row in "${tests[@]}"; do
+    read -r name rounds <<<"$row"
+    [[ $name =~ $filter ]] || continue
+    BRISCA_ENDURANCE_ROUNDS=$rounds BRISCA_ENDURANCE_REPORT=$report \
+        ctest --test-dir "build/$preset" -R "endurance_test.*$name" --timeout 3600 --output-on-failure \
+        >"build/$preset/endurance-$name.log" 2>&1 || status=1
+done
+format='%-44s %6s %6s %8s %9s %11s %9s %15s\n'
+# shellcheck disable=SC2059
+printf "$format" test rounds result repeated threads descriptors children 'resident kB'
+while IFS='|' read -r test rounds result repeated threads descriptors children resident; do
+    # shellcheck disable=SC2059
+    printf "$format" "${test/LeadToTheRightStateAndTheNextRequestWorks\//}" "$rounds" "$result" "$repeated" \
+        "$threads" "$descriptors" "$children" "$resident"
+done <"$report"
+exit $status

@@ -1,0 +1,155 @@
+#include "Endurance.h"
+
+#include "TempDir.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+using efr32sim::EventKind;
+
+constexpr int kSettledRound = 10;  // lazily made resources are there by then
+constexpr int kAttempts = 10;      // of a request
+constexpr efr32sim::Milliseconds kAnswerLimit{3000};
+constexpr long kResidentToleranceKb = 512;  // pages that the allocator happens to touch
+
+long valueOf(const std::string& status, const std::string& key)
+{
+    const std::size_t at = status.find(key);
+    return at == std::string::npos ? 0 : std::atol(status.c_str() + at + key.size());
+}
+
+std::size_t childrenOf(pid_t parent)
+{
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream in(entry.path() / "status");
+        const std::string status(std::istreambuf_iterator<char>(in), {});
+        count += valueOf(status, "PPid:") == parent ? 1 : 0;
+    }
+    return count;
+}
+}  // namespace
+
+Footprint Footprint::of(const Process& process)
+{
+    const std::string status = testsupport::readFile("/proc/" + std::to_string(process.pid()) + "/status");
+    return {process.threads().size(), process.descriptors().size(), childrenOf(process.pid()),
+            valueOf(status, "VmRSS:")};
+}
+
+bool Requests::isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts)
+{
+    m_sent.push_back("echo:" + request);
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        m_repeated += attempt > 0 ? 1 : 0;
+        if (!phone.writeMessage(request))
+            return false;
+        while (const auto message = phone.waitMessage(kAnswerLimit)) {
+            const std::string answer(message->begin(), message->end());
+            if (answer == m_sent.back())
+                return true;
+            // The answer to a repeated request may come twice.
+            EXPECT_THAT(m_sent, testing::Contains(answer)) << "the answer to no request";
+        }
+    }
+    return false;
+}
+
+void Requests::expectAnswer(efr32sim::Phone& phone, const std::string& request)
+{
+    EXPECT_TRUE(isAnswered(phone, request, kAttempts)) << request;
+}
+
+Endurance::Endurance()
+{
+    // Long forms would fill the sandbox's memory with their logs.
+    std::ofstream("/evse/data/log.cfg") << "GLOBAL : NOTIC\n";
+}
+
+int Endurance::rounds(int shortForm)
+{
+    const char* const asked = std::getenv("BRISCA_ENDURANCE_ROUNDS");
+    m_rounds = asked != nullptr ? std::atoi(asked) : shortForm;
+    return m_rounds;
+}
+
+bool Endurance::awaitSignal(const std::string& name)
+{
+    for (std::string signal = client->waitSignal(); !signal.empty(); signal = client->waitSignal()) {
+        if (signal == name)
+            return true;
+    }
+    return false;
+}
+
+void Endurance::expectService(const std::string& request)
+{
+    efr32sim::Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    requests.expectAnswer(phone, request);
+}
+
+void Endurance::endRound(int round)
+{
+    if (round + 1 == kSettledRound || round + 1 == m_rounds)
+        footprints.push_back(Footprint::of(*service));
+}
+
+void Endurance::TearDown()
+{
+    if (!service || !service->isRunning()) {
+        ADD_FAILURE() << "the service has ended";
+        return;
+    }
+    footprints.push_back(Footprint::of(*service));
+    expectSameFootprint();
+    expectCleanLine();
+    reportRow();
+}
+
+void Endurance::expectSameFootprint() const
+{
+    const Footprint& settled = footprints.front();
+    const Footprint& last = footprints.back();
+    EXPECT_EQ(last.threads, settled.threads);
+    EXPECT_EQ(last.descriptors, settled.descriptors);
+    EXPECT_EQ(last.children, settled.children);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LE(last.residentKb, settled.residentKb + kResidentToleranceKb);
+#endif
+}
+
+void Endurance::expectCleanLine()
+{
+    auto events = chip.followFromStart();
+    while (const auto event = events.next(efr32sim::Milliseconds(0))) {
+        EXPECT_NE(event->kind, EventKind::PacketRefused) << "console bytes reached the co-processor";
+        if (event->kind == EventKind::ConsoleKey) {
+            EXPECT_THAT(event->number("key"), testing::AnyOf('\r', '1', '2', '3'))
+                << "bytes of the co-processor protocol reached the console";
+        } else if (event->kind == EventKind::LineMismatch) {
+            EXPECT_NE(event->text("direction"), "to_chip") << "the host spoke in the other mode's settings";
+        }
+    }
+}
+
+void Endurance::reportRow() const
+{
+    const char* const path = std::getenv("BRISCA_ENDURANCE_REPORT");
+    if (path == nullptr)
+        return;
+    const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
+    const Footprint& settled = footprints.front();
+    const Footprint& last = footprints.back();
+    std::ofstream(path, std::ios::app)
+        << test->test_suite_name() << '.' << test->name() << '|' << m_rounds << '|'
+        << (HasFailure() ? "FAILED" : "ok") << '|' << requests.repeated() << '|' << settled.threads << "/"
+        << last.threads << '|' << settled.descriptors << "/" << last.descriptors << '|' << settled.children
+        << "/" << last.children << '|' << settled.residentKb << "/" << last.residentKb << '\n';
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Station.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// What a process costs its machine at one moment.
+struct Footprint
+{
+    std::size_t threads = 0;
+    std::size_t descriptors = 0;
+    std::size_t children = 0;
+    long residentKb = 0;
+
+    static Footprint of(const Process& process);
+};
+
+/// A phone's requests and their answers. A request whose answer has not come in time is sent again, as CoAP
+/// does: a response of the chip that takes longer than 10 ms counts as lost, the fragment then goes out
+/// twice, and the phone drops the message.
+class Requests
+{
+public:
+    /// Sends a request until it is answered; fails the test when it never is, or when a message comes that is
+    /// no answer to a request that was sent.
+    void expectAnswer(efr32sim::Phone& phone, const std::string& request);
+    /// As above, without failing when no answer has come after @p attempts.
+    [[nodiscard]] bool isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts);
+
+    [[nodiscard]] int repeated() const { return m_repeated; }
+
+private:
+    std::vector<std::string> m_sent;
+    int m_repeated = 0;
+};
+
+/// Many rounds of the same on one station. The rounds of the short form are the test's own, those of the long
+/// form come from the environment (BRISCA_ENDURANCE_ROUNDS). At the end the station must cost what it cost
+/// after the tenth round, and neither conversation of the serial line may have leaked into the other.
+class Endurance : public Station
+{
+protected:
+    Endurance();
+    void TearDown() override;
+
+    [[nodiscard]] int rounds(int shortForm);
+    /// Waits for a signal, skipping those before it.
+    [[nodiscard]] bool awaitSignal(const std::string& name);
+    /// A phone connects, asks and is answered.
+    void expectService(const std::string& request);
+    void endRound(int round);
+
+    Requests requests;
+
+    std::vector<Footprint> footprints;
+
+private:
+    void expectSameFootprint() const;
+    void expectCleanLine();
+    void reportRow() const;
+
+    int m_rounds = 0;
+};
