@@ -131,17 +131,11 @@ EventLog::EventLog(std::size_t capacity) : m_capacity(std::max<std::size_t>(capa
 
 void EventLog::publish(EventKind kind, Fields fields)
 {
-    std::function<void()> listener;
-    {
-        const std::lock_guard lock(m_mutex);
-        if (m_events.size() == m_capacity)
-            m_events.pop_front();
-        m_events.push_back({++m_lastSequence, Clock::now(), kind, std::move(fields)});
-        listener = m_listener;
-        m_published.notify_all();
-    }
-    if (listener)
-        listener();
+    const std::lock_guard lock(m_mutex);
+    if (m_events.size() == m_capacity)
+        m_events.pop_front();
+    m_events.push_back({++m_lastSequence, Clock::now(), kind, std::move(fields)});
+    m_published.notify_all();
 }
 
 std::vector<Event> EventLog::history() const
@@ -162,12 +156,6 @@ EventCursor EventLog::cursor(bool fromStart) const
 {
     const std::lock_guard lock(m_mutex);
     return {*this, fromStart ? 0 : m_lastSequence};
-}
-
-void EventLog::setListener(std::function<void()> listener)
-{
-    const std::lock_guard lock(m_mutex);
-    m_listener = std::move(listener);
 }
 
 const Event* EventLog::find(std::uint64_t sequence) const

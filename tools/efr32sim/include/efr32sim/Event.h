@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -103,8 +102,6 @@ public:
     /// The history as text, a line an event; for the report of a failed test.
     [[nodiscard]] std::string dump() const;
     [[nodiscard]] Clock::time_point origin() const { return m_origin; }
-    /// Called after each event, on the thread that published it; must not call back into the chip or log.
-    void setListener(std::function<void()> listener);
 
     /// A reader that sees what comes from now on, or everything that is still in the history.
     [[nodiscard]] EventCursor cursor(bool fromStart = false) const;
@@ -120,7 +117,6 @@ private:
     mutable std::condition_variable m_published;
     std::deque<Event> m_events;
     std::uint64_t m_lastSequence = 0;
-    std::function<void()> m_listener;
 };
 
 /// A reader's place in the event log. Must not outlive the chip. One thread at a time uses a cursor.
