@@ -1,4 +1,5 @@
-#include "GBS_Types.h"
+#include "GBSSlave.h"
+#include "GOS.h"
 #include "Harness.h"
 #include "NCP_Manager.h"
 #include "StdoutCapture.h"
@@ -9,12 +10,14 @@
 using namespace gbstest;
 
 namespace {
+enum Through { facade, manager };  ///< the facade where it has the command: under the API lock
 enum class Answers { withResult, withoutResult };
 
 constexpr std::array<std::uint8_t, 3> kBytes = {0xA1, 0xB2, 0xC3};
 
 struct CommandCase
 {
+    Through through;
     const char* name;
     std::function<std::string()> call;  ///< gives the result and, after a success, the outputs
     const char* sent;
@@ -53,28 +56,28 @@ std::string attributeOutcome(std::uint32_t result, const tGBS_Attribute_Data& da
 std::string readValue()
 {
     tGBS_Attribute_Data data = {};
-    const std::uint32_t result = NCPManager_ReadAttributeValue(0x0102, 0x0304, &data);
+    const std::uint32_t result = GBSSlave_GetAttributeValue(0x0102, 0x0304, &data);
     return attributeOutcome(result, data);
 }
 
 std::string readType()
 {
     tGBS_Attribute_Data data = {};
-    const std::uint32_t result = NCPManager_ReadAttributeType(0x0102, &data);
+    const std::uint32_t result = GBSSlave_GetAttributeType(0x0102, &data);
     return attributeOutcome(result, data);
 }
 
 std::string findAttribute()
 {
     std::uint16_t found = 0;
-    const std::uint32_t result = NCPManager_FindAttribute(0x0102, 2, kBytes.data(), &found);
+    const std::uint32_t result = GBSSlave_FindAttribute(0x0102, 2, kBytes.data(), &found);
     return outcome(result, std::to_string(found));
 }
 
 std::string setTxPowerDbm()
 {
     std::int16_t set = 0;
-    const std::uint32_t result = NCPManager_SetTxPowerDbm(-200, &set);
+    const std::uint32_t result = GBSSlave_SetTxPowerDbm(-200, &set);
     return outcome(result, std::to_string(set));
 }
 
@@ -90,7 +93,7 @@ std::string getAllBonds()
 {
     std::array<_tGBS_BondInfo, kBondTableEntries> bonds;
     std::uint8_t count = 0;
-    const std::uint32_t result = NCPManager_GetAllBonds(bonds.data(), &count);
+    const std::uint32_t result = GBSSlave_GetAllBonds(bonds.data(), &count);
     return outcome(result,
                    toHex({reinterpret_cast<const char*>(bonds.data()), count * sizeof(_tGBS_BondInfo)}));
 }
@@ -106,72 +109,79 @@ const std::string kDtmDone = event("0E 00", "00 00 2A 01");
 
 // clang-format off
 const std::vector<CommandCase> kCommands = {
-    {"hello", plain(NCPManager_HelloNCP), "01 00:", "00 00", "1"},
-    {"the address has no result code", [] { return withBytes(NCPManager_GetAddress, 6); },
+    {facade, "hello", plain(GBSSlave_HelloNCP), "01 00:", "00 00", "1"},
+    {facade, "the address has no result code", [] { return withBytes(GBSSlave_GetAddress, 6); },
      "01 03:", "01 02 03 04 05 06", "1 01 02 03 04 05 06", {}, "01 03:", Answers::withoutResult},
-    {"transmit power halts and resumes the radio", setTxPowerDbm,
+    {facade, "transmit power halts and resumes the radio", setTxPowerDbm,
      "01 0C: 01 | 01 0A: 38 FF | 01 0C: 00", "9C FF", "1 -100", {}, "01 0A: 38 FF", Answers::withoutResult},
-    {"advertise timing", plain(NCPManager_SetAdvTiming, 0x01020304, 0x05060708, 0x090A),
+    {facade, "make discoverable sets intervals and channels, too", plain(GBSSlave_MakeDiscoverable, 4, 0x0102),
+     "03 0E: 00 A0 00 00 00 40 01 00 00 02 01 00 | 03 0F: 00 07 | 03 14: 00 04 02", "00 00", "1", {}, "03 14: 00 04 02"},
+    {manager, "advertise timing", plain(NCPManager_SetAdvTiming, 0x01020304, 0x05060708, 0x090A),
      "03 0E: 00 04 03 02 01 08 07 06 05 0A 09 00", "00 00", "1"},
-    {"advertise channel map", plain(NCPManager_SetAdvChannelMap, 7), "03 0F: 00 07", "00 00", "1"},
-    {"connection parameters", plain(NCPManager_SetConnParams, 0x0102, 0x0304, 0x0506, 0x0708),
+    {manager, "advertise channel map", plain(NCPManager_SetAdvChannelMap, 7), "03 0F: 00 07", "00 00", "1"},
+    {facade, "connection parameters", plain(GBSSlave_SetConnParams, 0x0102, 0x0304, 0x0506, 0x0708),
      "03 22: 02 01 04 03 06 05 08 07 00 00 FF FF", "00 00", "1"},
-    {"start advertising", plain(NCPManager_StartAdvertising, 4, 2), "03 14: 00 04 02", "00 00", "1"},
-    {"stop advertising", plain(NCPManager_StopAdvertising), "03 15: 00", "00 00", "1"},
-    {"end procedure", plain(NCPManager_EndProc), "03 03:", "00 00", "1"},
-    {"advertising data", plain(NCPManager_SetAdvData, GBS_AD_USAGE_SCAN_RESPONSE, 3, kBytes.data()),
+    {facade, "stop advertising", plain(GBSSlave_EndDiscoverable), "03 15: 00", "00 00", "1"},
+    {manager, "end procedure", plain(NCPManager_EndProc), "03 03:", "00 00", "1"},
+    {manager, "advertising data", plain(NCPManager_SetAdvData, GBS_AD_USAGE_SCAN_RESPONSE, 3, kBytes.data()),
      "03 0C: 00 01 03 A1 B2 C3", "00 00", "1"},
-    {"disconnect", plain(NCPManager_Disconnect, 3), "08 04: 03", "00 00", "1"},
-    {"RSSI comes with its event", [] { return withNumber(NCPManager_ReadRssi); },
+    {facade, "the payload of an update", plain(GBSSlave_UpdateAdvertisingData, GBS_AD_USAGE_SCAN_RESPONSE),
+     "03 0C: 00 01 00", "00 00", "1"},
+    {facade, "terminate the link", plain(GBSSlave_TerminateLink), "08 04: 01", "00 00", "1"},
+    {manager, "disconnect", plain(NCPManager_Disconnect, 3), "08 04: 03", "00 00", "1"},
+    {facade, "RSSI comes with its event", [] { return withNumber(GBSSlave_ReadRssi); },
      "08 01: 01", "00 00", "1 -65", event("08 03", "01 00 BF")},
-    {"characteristic notification", plain(NCPManager_EnableNotification, 3, 0x0102, 2),
+    {manager, "characteristic notification", plain(NCPManager_EnableNotification, 3, 0x0102, 2),
      "09 05: 03 02 01 02", "00 00", "1"},
-    {"attribute value", readValue, "0A 00: 02 01 04 03", "00 00 02 AA BB", "1 AA BB"},
-    {"attribute value whose count passes the packet", readValue, "0A 00: 02 01 04 03",
+    {facade, "attribute value", readValue, "0A 00: 02 01 04 03", "00 00 02 AA BB", "1 AA BB"},
+    {facade, "attribute value whose count passes the packet", readValue, "0A 00: 02 01 04 03",
      "00 00 FF AA BB CC", "1 AA BB CC"},
-    {"attribute type", readType, "0A 01: 02 01", "00 00 02 00 28", "1 00 28"},
-    {"write attribute value", plain(NCPManager_WriteAttributeValue, 0x0102, 0x0304, 3, kBytes.data()),
+    {facade, "attribute type", readType, "0A 01: 02 01", "00 00 02 00 28", "1 00 28"},
+    {facade, "write attribute value", plain(GBSSlave_WriteAttributeValue, 0x0102, 0x0304, 3, kBytes.data()),
      "0A 02: 02 01 04 03 03 A1 B2 C3", "00 00", "1"},
-    {"find attribute", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C 01", "1 300"},
-    {"find attribute with a response cut short", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C", "1 44"},
-    {"bondable mode", plain(NCPManager_SetBondMode, GBS_BONDABLE), "0F 00: 01", "00 00", "1"},
-    {"security configuration", plain(NCPManager_SMConfigure, 4, 3), "0F 01: 04 03", "00 00", "1"},
-    {"bonding store", plain(NCPManager_ConfigureStoreBond, 8, 2), "0F 02: 08 02", "00 00", "1"},
-    {"increase security", plain(NCPManager_IncreaseSecurity), "0F 04: 01", "00 00", "1"},
-    {"delete a bonding", plain(NCPManager_DeleteBonding, 5), "0F 06: 05", "00 00", "1"},
-    {"delete all bondings", plain(NCPManager_DeleteBondings), "0F 07:", "00 00", "1"},
-    {"enter passkey", plain(NCPManager_EnterPasskey, 123456), "0F 08: 01 40 E2 01 00", "00 00", "1"},
-    {"confirm passkey", plain(NCPManager_ConfirmPasskey, 1), "0F 09: 01 01", "00 00", "1"},
-    {"a passkey confirmation other than 1 refuses", plain(NCPManager_ConfirmPasskey, 2), "0F 09: 01 00", "00 00", "1"},
-    {"list bondings", plain(NCPManager_ListAllBondings), "0F 0B:", "00 00", "1"},
-    {"a bonding confirmation is sent as it is", plain(NCPManager_ConfirmBonding, 2), "0F 0E: 01 02", "00 00", "1"},
-    {"set passkey", plain(NCPManager_SetPasskey, -1), "0F 10: FF FF FF FF", "00 00", "1"},
-    {"direct test transmission", plain(NCPManager_DTMTestTx, 1, 37, 39, 2), "0E 00: 01 25 27 02", "00 00", "1", kDtmDone},
-    {"direct test reception", plain(NCPManager_DTMTestRx, 39, 2), "0E 01: 27 02", "00 00", "1", kDtmDone},
-    {"end of a direct test", [] { return withNumber(NCPManager_EndDTMTest); }, "0E 02:", "00 00", "1 298", kDtmDone},
-    {"user message", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 02 11 22", "1 11 22"},
-    {"user message whose reply's count passes the packet", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 FF 11", "1 11"},
-    {"all bonds", getAllBonds, "0F 0B:", "00 00", "1 07 01 02 03 04 05 06 01 08 06 05 04 03 02 01 00",
+    {facade, "find attribute", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C 01", "1 300"},
+    {facade, "find attribute with a response cut short", findAttribute, "0A 06: 02 01 02 A1 B2", "00 00 2C", "1 44"},
+    {facade, "bondable mode", plain(GBSSlave_SetBondMode, GBS_BONDABLE), "0F 00: 01", "00 00", "1"},
+    {facade, "security configuration", plain(GBSSlave_SetFlagsAndIOCap, 4, 3), "0F 01: 04 03", "00 00", "1"},
+    {facade, "capability 2", plain(GBSSlave_SetIOCap, 2), "0F 01: 01 02", "00 00", "1"},
+    {facade, "capability 3, none", plain(GBSSlave_SetIOCap, 3), "0F 01: 00 03", "00 00", "1"},
+    {facade, "capability 4", plain(GBSSlave_SetIOCap, 4), "0F 01: 01 04", "00 00", "1"},
+    {manager, "bonding store", plain(NCPManager_ConfigureStoreBond, 8, 2), "0F 02: 08 02", "00 00", "1"},
+    {facade, "increase security", plain(GBSSlave_IncreaseSecurityRequest), "0F 04: 01", "00 00", "1"},
+    {facade, "delete a bonding", plain(GBSSlave_EraseSingleBond, 5), "0F 06: 05", "00 00", "1"},
+    {facade, "delete all bondings", plain(GBSSlave_EraseAllBonds), "0F 07:", "00 00", "1"},
+    {facade, "enter passkey", plain(GBSSlave_EnterPasskey, 123456), "0F 08: 01 40 E2 01 00", "00 00", "1"},
+    {facade, "confirm passkey", plain(GBSSlave_ConfirmPasskey, 1), "0F 09: 01 01", "00 00", "1"},
+    {facade, "a passkey confirmation other than 1 refuses", plain(GBSSlave_ConfirmPasskey, 2), "0F 09: 01 00", "00 00", "1"},
+    {manager, "list bondings", plain(NCPManager_ListAllBondings), "0F 0B:", "00 00", "1"},
+    {manager, "a bonding confirmation is sent as it is", plain(NCPManager_ConfirmBonding, 2), "0F 0E: 01 02", "00 00", "1"},
+    {facade, "set passkey", plain(GBSSlave_SetPasskey, -1), "0F 10: FF FF FF FF", "00 00", "1"},
+    {manager, "direct test transmission", plain(NCPManager_DTMTestTx, 1, 37, 39, 2), "0E 00: 01 25 27 02", "00 00", "1", kDtmDone},
+    {manager, "direct test reception", plain(NCPManager_DTMTestRx, 39, 2), "0E 01: 27 02", "00 00", "1", kDtmDone},
+    {manager, "end of a direct test", [] { return withNumber(NCPManager_EndDTMTest); }, "0E 02:", "00 00", "1 298", kDtmDone},
+    {manager, "user message", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 02 11 22", "1 11 22"},
+    {manager, "user message whose reply's count passes the packet", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 FF 11", "1 11"},
+    {facade, "all bonds", getAllBonds, "0F 0B:", "00 00", "1 07 01 02 03 04 05 06 01 08 06 05 04 03 02 01 00",
      event("0F 05", "07 01 02 03 04 05 06 01") + event("0F 05", "08 06 05 04 03 02 01 00") + event("0F 06", "")},
-    {"application version", [] { return withBytes(NCPManager_GetNcpAppVersion, 3); },
+    {facade, "application version", [] { return withBytes(GBSSlave_GetNcpAppVersion, 3); },
      "FF 00: 01 00", "00 00 08 F0 F1 0A F3 0B F5 0C F7", "1 0A 0B 0C"},
-    {"user transmit power", plain(NCPManager_SetTXPower, 9), "FF 00: 02 02 09", "00 00 00", "1"},
-    {"read user transmit power", [] { return withNumber(NCPManager_GetTXPower); },
+    {manager, "user transmit power", plain(NCPManager_SetTXPower, 9), "FF 00: 02 02 09", "00 00 00", "1"},
+    {manager, "read user transmit power", [] { return withNumber(NCPManager_GetTXPower); },
      "FF 00: 01 03", "00 00 03 00 00 09", "1 9"},
-    {"power mode", plain(NCPManager_SetPowerMode, 1), "FF 00: 02 04 01", "00 00 00", "1"},
-    {"read power mode", [] { return withNumber(NCPManager_GetPowerMode); },
+    {manager, "power mode", plain(NCPManager_SetPowerMode, 1), "FF 00: 02 04 01", "00 00 00", "1"},
+    {manager, "read power mode", [] { return withNumber(NCPManager_GetPowerMode); },
      "FF 00: 01 05", "00 00 03 00 00 01", "1 1"},
-    {"channel", plain(NCPManager_SetChannel, 39), "FF 00: 02 06 27", "00 00 00", "1"},
-    {"read channel", [] { return withNumber(NCPManager_GetChannel); }, "FF 00: 01 07", "00 00 03 00 00 27", "1 39"},
-    {"frequency tuning", plain(NCPManager_SetFreqTune, 0x01020304), "FF 00: 05 08 04 03 02 01", "00 00 02 08 00", "1"},
-    {"read frequency tuning", [] { return withNumber(NCPManager_GetFreqTune); },
+    {manager, "channel", plain(NCPManager_SetChannel, 39), "FF 00: 02 06 27", "00 00 00", "1"},
+    {manager, "read channel", [] { return withNumber(NCPManager_GetChannel); }, "FF 00: 01 07", "00 00 03 00 00 27", "1 39"},
+    {manager, "frequency tuning", plain(NCPManager_SetFreqTune, 0x01020304), "FF 00: 05 08 04 03 02 01", "00 00 02 08 00", "1"},
+    {manager, "read frequency tuning", [] { return withNumber(NCPManager_GetFreqTune); },
      "FF 00: 01 09", "00 00 06 00 00 04 03 02 01", "1 16909060"},
-    {"save frequency tuning", plain(NCPManager_SaveFreqTune, 0x01020304), "FF 00: 05 0A 04 03 02 01", "00 00 00", "1"},
-    {"read saved frequency tuning", [] { return withNumber(NCPManager_GetSavedFreqTune); },
+    {manager, "save frequency tuning", plain(NCPManager_SaveFreqTune, 0x01020304), "FF 00: 05 0A 04 03 02 01", "00 00 00", "1"},
+    {manager, "read saved frequency tuning", [] { return withNumber(NCPManager_GetSavedFreqTune); },
      "FF 00: 01 0B", "00 00 06 00 00 04 03 02 FF", "1 4278321924"},
-    {"start a transmit stream", plain(NCPManager_StartTxStream, 1), "FF 00: 02 0C 01", "00 00 00", "1"},
-    {"stop the transmit stream", plain(NCPManager_StopTxStream), "FF 00: 01 0D", "00 00 00", "1"},
-    {"RAIL version", [] { return withBytes(NCPManager_GetRAILVersion, 3); },
+    {manager, "start a transmit stream", plain(NCPManager_StartTxStream, 1), "FF 00: 02 0C 01", "00 00 00", "1"},
+    {manager, "stop the transmit stream", plain(NCPManager_StopTxStream), "FF 00: 01 0D", "00 00 00", "1"},
+    {manager, "RAIL version", [] { return withBytes(NCPManager_GetRAILVersion, 3); },
      "FF 00: 01 0E", "00 00 0E 00 01 02 03 04 05 0A 0B 0C 09 0A 0B 0C 0D", "1 0A 0B 0C"},
 };
 // clang-format on
@@ -199,45 +209,31 @@ TEST_F(Commands, SendTheirBytesAndReadTheirOutputs)
     for (const CommandCase& row : kCommands) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(run(row, response(idOf(row.main), row.answer) + row.event), row.outcome);
+        EXPECT_EQ(m_chip.allUnderApiLock(), row.through == facade);
         EXPECT_EQ(m_chip.takeCommands(), row.sent);
+        EXPECT_FALSE(semaphoreTaken(GBS_API_SEMAPHORE_ID));
     }
 }
 
-TEST_F(Commands, FailOnAnErrorResult)
+TEST_F(Commands, FailWithoutASuccessOfTheirOwn)
 {
     for (const CommandCase& row : kCommands) {
         SCOPED_TRACE(row.name);
-        std::string answer = row.answer;
-        answer.replace(0, 5, "81 01");
+        const std::string id = idOf(row.main);
         if (row.answers == Answers::withResult) {
-            EXPECT_EQ(run(row, response(idOf(row.main), answer)), "0");
+            EXPECT_EQ(run(row, response(id, std::string(row.answer).replace(0, 5, "81 01"))), "0") << "error";
         }
+        EXPECT_EQ(run(row, ""), "0") << "lost";
+        EXPECT_EQ(run(row, response("7F" + id.substr(2), row.answer)), "0") << "of another class";
+        EXPECT_EQ(run(row, response(id.substr(0, 3) + "7F", row.answer)), "0") << "of another command";
     }
 }
 
-TEST_F(Commands, FailWhenTheResponseIsLost)
+TEST_F(Commands, FailOnAStaleAndOnAnImpossibleResponse)
 {
-    for (const CommandCase& row : kCommands) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(run(row, ""), "0");
-    }
-    m_chip.answerWith(accept);
     EXPECT_EQ(NCPManager_HelloNCP(), 1u);
     m_chip.answerWith([](const std::string&) { return ""; });
     EXPECT_EQ(NCPManager_HelloNCP(), 0u) << "the response of the call before does not count";
-}
-
-TEST_F(Commands, FailOnTheResponseOfAnotherCommand)
-{
-    for (const CommandCase& row : kCommands) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(run(row, response("7F" + idOf(row.main).substr(2), row.answer)), "0");
-        EXPECT_EQ(run(row, response(idOf(row.main).substr(0, 3) + "7F", row.answer)), "0");
-    }
-}
-
-TEST_F(Commands, FailOnAResponseTooLongOrTooShortForAnyResponse)
-{
     m_chip.answerWith([](const std::string&) { return fromHex("21 00 01 00") + std::string(256, '\0'); });
     EXPECT_EQ(NCPManager_HelloNCP(), 0u);
     m_chip.answerWith([](const std::string&) { return response("01 00", "01"); });
@@ -334,12 +330,13 @@ TEST_F(Commands, EnableResetsTheChipAndWaitsForItsBootEvent)
                    ? event("08 02", "") + event("01 00", "02 00 0D 00 03 00 40 01 09 07 0B 01 01 00")
                    : accept(command);
     });
-    auto done = onTask([] { return outcome(NCPManager_Enable()); });
+    auto done = onTask([] { return outcome(GBSSlave_Enable()); });
     EXPECT_EQ(pumpUntilDone(done), "1");
+    EXPECT_TRUE(m_chip.allUnderApiLock());
     EXPECT_EQ(m_chip.takeCommands(), "01 01: 00");
     EXPECT_EQ(NCPManager_GetState(), GBS_LINK_READY);
-    EXPECT_EQ(withBytes(NCPManager_GetNcpSdkVersion, 3), "1 02 0D 03");
-    EXPECT_EQ(withBytes(NCPManager_GetNcpSblVersion, 3), "1 01 0B 07");
+    EXPECT_EQ(withBytes(GBSSlave_GetNcpSdkVersion, 3), "1 02 0D 03");
+    EXPECT_EQ(withBytes(GBSSlave_GetNcpSblVersion, 3), "1 01 0B 07");
 }
 
 TEST_F(Commands, AWaitWithoutItsEventEndsAfterFiveSeconds)

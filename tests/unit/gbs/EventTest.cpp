@@ -257,12 +257,6 @@ TEST_F(Events, WithoutCallbacksAreLoggedAsUnprocessedAndNotAnswered)
     EXPECT_EQ(m_chip.takeCommands(), "");
 }
 
-TEST_F(Events, HandlerWithoutAnEventDoesNothing)
-{
-    NCPManager_EventHandler();
-    EXPECT_EQ(journal, Lines{});
-}
-
 TEST_F(Events, AReadOfMoreThanAPacketHoldsIsNotAnswered)
 {
     static std::uint8_t length = 0;

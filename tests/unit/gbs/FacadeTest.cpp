@@ -13,10 +13,7 @@ constexpr auto kAdv = GBS_AD_USAGE_ADVERTISING;
 constexpr auto kBad = static_cast<tGBS_ADTypeUsage>(2);
 constexpr std::array<std::uint8_t, 8> kBytes = {1, 2, 3, 4, 5, 6, 7, 8};
 
-std::array<std::uint8_t, 256> output;
-tGBS_Attribute_Data attribute;
-std::uint16_t handle;
-std::int16_t power;
+std::array<std::uint8_t, 6> output;
 
 class Facade : public testing::Test
 {
@@ -26,77 +23,6 @@ protected:
     FakeChip m_chip;
 };
 }  // namespace
-
-TEST_F(Facade, SendsUnderTheApiLock)
-{
-    const struct
-    {
-        Call call;
-        const char* sent;
-    } cases[] = {
-        {GBSSlave_HelloNCP, "01 00:"},
-        {call(GBSSlave_GetAddress, output.data()), "01 03:"},
-        {call(GBSSlave_MakeDiscoverable, 4, 0x0102),
-         "03 0E: 00 A0 00 00 00 40 01 00 00 02 01 00 | 03 0F: 00 07 | 03 14: 00 04 02"},
-        {GBSSlave_EndDiscoverable, "03 15: 00"},
-        {GBSSlave_TerminateLink, "08 04: 01"},
-        {call(GBSSlave_SetConnParams, 1, 2, 3, 4), "03 22: 01 00 02 00 03 00 04 00 00 00 FF FF"},
-        {call(GBSSlave_SetTxPowerDbm, 80, &power), "01 0C: 01 | 01 0A: 50 00 | 01 0C: 00"},
-        {call(GBSSlave_GATTNotification, 7, 26, 1, kBytes.data()), "0A 05: 01 1A 00 01 01"},
-        {call(GBSSlave_GetAttributeValue, 1, 2, &attribute), "0A 00: 01 00 02 00"},
-        {call(GBSSlave_GetAttributeType, 1, &attribute), "0A 01: 01 00"},
-        {call(GBSSlave_FindAttribute, 1, 2, kBytes.data(), &handle), "0A 06: 01 00 02 01 02"},
-        {call(GBSSlave_WriteAttributeValue, 1, 2, 1, kBytes.data()), "0A 02: 01 00 02 00 01 01"},
-        {call(GBSSlave_SetIOCap, 0), "0F 01: 01 00"},
-        {call(GBSSlave_SetIOCap, 2), "0F 01: 01 02"},
-        {call(GBSSlave_SetIOCap, 3), "0F 01: 00 03"},
-        {call(GBSSlave_SetIOCap, 4), "0F 01: 01 04"},
-        {call(GBSSlave_SetFlagsAndIOCap, 4, 3), "0F 01: 04 03"},
-        {call(GBSSlave_SetPasskey, 1), "0F 10: 01 00 00 00"},
-        {call(GBSSlave_EnterPasskey, 1), "0F 08: 01 01 00 00 00"},
-        {call(GBSSlave_ConfirmPasskey, 1), "0F 09: 01 01"},
-        {GBSSlave_IncreaseSecurityRequest, "0F 04: 01"},
-        {call(GBSSlave_SetBondMode, GBS_NOT_BONDABLE), "0F 00: 00"},
-        {call(GBSSlave_EraseSingleBond, 3), "0F 06: 03"},
-        {GBSSlave_EraseAllBonds, "0F 07:"},
-        {call(GBSSlave_UpdateAdvertisingData, kAdv), "03 0C: 00 00 00"},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.sent);
-        EXPECT_EQ(row.call(), 1u);
-        EXPECT_EQ(m_chip.takeCommands(), row.sent);
-        EXPECT_FALSE(semaphoreTaken(GBS_API_SEMAPHORE_ID));
-    }
-    EXPECT_TRUE(m_chip.allUnderApiLock());
-}
-
-TEST_F(Facade, WaitsForEventsUnderTheApiLock)
-{
-    const struct
-    {
-        const char* sent;
-        Call call;
-        std::string event;
-    } cases[] = {
-        {"01 01: 00", GBSSlave_Enable, event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00")},
-        {"08 01: 01", call(GBSSlave_ReadRssi, reinterpret_cast<std::int8_t*>(output.data())),
-         event("08 03", "01 00 00")},
-        {"0F 0B:",
-         [] {
-             std::array<_tGBS_BondInfo, kBondTableEntries> bonds;
-             return GBSSlave_GetAllBonds(bonds.data(), output.data());
-         },
-         event("0F 06", "")},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.sent);
-        m_chip.answerWith([&row](const std::string& command) { return accept(command) + row.event; });
-        auto done = onTask([&row] { return std::to_string(row.call()); });
-        EXPECT_EQ(pumpUntilDone(done), "1");
-        EXPECT_EQ(m_chip.takeCommands(), row.sent);
-    }
-    EXPECT_TRUE(m_chip.allUnderApiLock());
-}
 
 TEST_F(Facade, TakesTheApiLockOnceForWhatItDoesNotSend)
 {
@@ -127,6 +53,10 @@ TEST_F(Facade, TakesTheApiLockOnceForWhatItDoesNotSend)
         {"complete name", [] { GBSSlave_ADTypeCompleteLocalName(kAdv); }},
         {"shortened name", [] { GBSSlave_ADTypeShortenedLocalName(kAdv); }},
         {"power level", [] { GBSSlave_ADTypeTxPowerLevel(kAdv, -127); }},
+        {"lowest interval", [] { EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 6, 3200), 1u); }},
+        {"highest interval", [] { EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 3200, 3200), 1u); }},
+        {"lowest advertising interval", [] { EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 32), 1u); }},
+        {"highest advertising interval", [] { EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 16384), 1u); }},
         {"public address", [] { GBSSlave_ADTypePublicAddress(kAdv, kBytes.data()); }},
         {"device address", [] { GBSSlave_ADTypeLeDeviceAddress(kAdv, kBytes.data(), 0); }},
         {"manufacturer data", [&] { GBSSlave_AdTypeManufacturerSpecificData(kAdv, &record); }},
@@ -200,14 +130,6 @@ TEST_F(Facade, RefusesArgumentsOutOfRange)
     EXPECT_EQ(m_chip.takeCommands(), "");
 }
 
-TEST_F(Facade, AcceptsTheEdgesOfItsRanges)
-{
-    EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 6, 3200), 1u);
-    EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 3200, 3200), 1u);
-    EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 32), 1u);
-    EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 16384), 1u);
-}
-
 TEST_F(Facade, DoesNotAdvertiseWithoutItsChannels)
 {
     m_chip.answerWith([](const std::string& command) {
@@ -229,12 +151,4 @@ TEST_F(Facade, LinkStatusIsOneWhileAPhoneIsConnected)
     EXPECT_EQ(GBSSlave_GetLinkStatus(), 0u);
     GBSSlave_Disable();
     EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_DISABLED);
-}
-
-TEST_F(Facade, ApplicationVersionIsAskedUnderTheApiLock)
-{
-    m_chip.answerWith(
-        [](const std::string&) { return response("FF 00", "00 00 08 00 00 01 00 02 00 03 00"); });
-    EXPECT_EQ(GBSSlave_GetNcpAppVersion(output.data()), 1u);
-    EXPECT_TRUE(m_chip.allUnderApiLock());
 }

@@ -181,6 +181,7 @@ std::string FakeChip::takeCommands()
     for (const std::string& command : m_commands)
         line += (line.empty() ? "" : " | ") + command;
     m_commands.clear();
+    m_allUnderApiLock = true;
     return line;
 }
 

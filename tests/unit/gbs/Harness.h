@@ -40,7 +40,7 @@ public:
     [[nodiscard]] std::vector<std::string> commands() const;
     /// The same in one line, joined by " | "; then forgets them.
     std::string takeCommands();
-    /// True when every command so far was sent with GOS semaphore 1 held.
+    /// True when every command since they were last taken was sent with GOS semaphore 1 held.
     [[nodiscard]] bool allUnderApiLock() const;
 
 private:

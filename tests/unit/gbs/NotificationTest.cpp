@@ -3,6 +3,8 @@
 #include "StdoutCapture.h"
 #include "Wait.h"
 
+#include <gmock/gmock.h>
+
 #include <array>
 
 using namespace gbstest;
@@ -38,6 +40,7 @@ TEST_F(Notifications, AreLoggedAndSentOnce)
 {
     m_chip.answerWith(answerFrom(1, "00 00"));
     EXPECT_EQ(notify(2), 1u);
+    EXPECT_TRUE(m_chip.allUnderApiLock());
     EXPECT_EQ(m_chip.takeCommands(), kNotification) << "connection 1, whatever the caller gives";
     const std::string node = " [NCP_MANAGER] [Send Notification] ";
     EXPECT_EQ(m_log.logLines(),
@@ -45,37 +48,35 @@ TEST_F(Notifications, AreLoggedAndSentOnce)
                      "<INFO >" + node + "Attempt 1 : Notification result 0"}));
 }
 
-TEST_F(Notifications, ThatTheChipRefusesAreNotRepeated)
+TEST_F(Notifications, AreRepeatedOnlyWhileNoResponseComes)
 {
-    m_chip.answerWith(answerFrom(1, "81 01"));
-    EXPECT_EQ(notify(2), 0u);
-    EXPECT_EQ(m_chip.takeCommands(), kNotification);
-    EXPECT_TRUE(m_log.contains("Attempt 1 : Notification result 385"));
-}
-
-TEST_F(Notifications, WithoutAResponseAreRepeated)
-{
-    m_chip.answerWith(answerFrom(3, "00 00"));
-    EXPECT_EQ(notify(2), 1u);
-    EXPECT_EQ(m_chip.commands(), Lines(3, kNotification));
-    EXPECT_EQ(m_log.count("NO response."), 2);
-    EXPECT_TRUE(m_log.contains("Attempt 3 : Notification result 0"));
-}
-
-TEST_F(Notifications, AreGivenUpAfterFifteenAttempts)
-{
-    m_chip.answerWith(answerFrom(1000, ""));
-    EXPECT_EQ(notify(252), 0u);
-    EXPECT_EQ(m_chip.commands(),
-              Lines(15, "0A 05: 01 1A 00 FC A1 B2" + toHex(std::string(250, '\0')).insert(0, " ")));
-    EXPECT_TRUE(m_log.contains("Attempt 15 : NO response."));
-}
-
-TEST_F(Notifications, TooLongForAPacketTakeAllAttemptsUnsent)
-{
-    EXPECT_EQ(notify(253), 0u);
-    EXPECT_EQ(m_chip.takeCommands(), "");
-    EXPECT_EQ(m_log.count("NO response."), 15);
+    const struct
+    {
+        const char* name;
+        int answeredFrom;
+        const char* result;
+        std::uint8_t length;
+        std::uint32_t returned;
+        std::size_t sent;
+        int unanswered;
+        const char* lastLine;
+    } cases[] = {
+        {"a refusal is final", 1, "81 01", 2, 0, 1, 0, "Attempt 1 : Notification result 385"},
+        {"the third is answered", 3, "00 00", 2, 1, 3, 2, "Attempt 3 : Notification result 0"},
+        {"fifteen are the last", 16, "00 00", 252, 0, 15, 15, "Attempt 15 : NO response."},
+        {"too long for a packet", 1, "00 00", 253, 0, 0, 15, "Attempt 15 : NO response."},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        m_log.clear();
+        m_chip.answerWith(answerFrom(row.answeredFrom, row.result));
+        EXPECT_EQ(notify(row.length), row.returned);
+        const Lines sent = m_chip.commands();
+        EXPECT_EQ(sent, Lines(row.sent, sent.empty() ? "" : sent.front()));
+        EXPECT_EQ(m_log.count("NO response."), row.unanswered);
+        EXPECT_THAT(m_log.logLines().back(), testing::EndsWith(row.lastLine));
+        m_chip.takeCommands();
+    }
 }
 
 TEST_F(Notifications, EndWhenTheLineIsLetGo)
