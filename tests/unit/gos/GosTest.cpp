@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,21 +75,21 @@ TEST(Gos, MeasuresStringsUpToALimit)
 
 TEST(Gos, LocksEachNumberedSemaphoreByItself)
 {
-    for (unsigned id = 0; id <= 4; ++id)
-        GOS_WaitForSemaphore(id);
+    const auto forEach = [](void (*function)(unsigned)) {
+        for (unsigned id = 0; id <= 4; ++id)
+            function(id);
+    };
+    forEach(GOS_WaitForSemaphore);
     int shared = 0;
     std::thread waiter([&] {
-        for (unsigned id = 0; id <= 4; ++id)
-            GOS_WaitForSemaphore(id);
+        forEach(GOS_WaitForSemaphore);
         ++shared;
     });
     ++shared;
-    for (unsigned id = 0; id <= 4; ++id)
-        GOS_ReleaseSemaphore(id);
+    forEach(GOS_ReleaseSemaphore);
     waiter.join();
     EXPECT_EQ(shared, 2);
-    for (unsigned id = 0; id <= 4; ++id)
-        GOS_ReleaseSemaphore(id);  // any thread may release
+    forEach(GOS_ReleaseSemaphore);  // any thread may release
 }
 
 TEST(Gos, ContinuesAtOnceOnASemaphoreThatDoesNotExist)
@@ -165,26 +167,18 @@ TEST(Gos, RunsTasksThatSignalAndMailEachOther)
 
 TEST(LogNodes, OfEveryLinkedFloorAreInTheTree)
 {
-    const std::set<std::string> expected = {"GLOBAL.liblog",
-                                            "GLOBAL.Utils",
-                                            "GLOBAL.Utils.StringUtils",
-                                            "GLOBAL.RTapi",
-                                            "GLOBAL.RTapi.TASKS",
-                                            "GLOBAL.RTapi.TASK",
-                                            "GLOBAL.RTapi.THREAD",
-                                            "GLOBAL.RTapi.FIFO_MUTEX",
-                                            "GLOBAL.[RTapi][MAILBOX]",
-                                            "GLOBAL.[RTapi][MUTEX]",
-                                            "GLOBAL.[RTapi][SEM]",
-                                            "GLOBAL.[RTapi][SIGNAL]",
-                                            "GLOBAL.[KORA][GOS]"};
+    std::istringstream names(
+        "liblog Utils Utils.StringUtils RTapi RTapi.TASKS RTapi.TASK RTapi.THREAD "
+        "RTapi.FIFO_MUTEX [RTapi][MAILBOX] [RTapi][MUTEX] [RTapi][SEM] [RTapi][SIGNAL] "
+        "[KORA][GOS]");
+    const std::set<std::string> expected{std::istream_iterator<std::string>(names), {}};
     StdoutCapture capture;
     LogFacade::inst().printTree();
     std::set<std::string> printed;
     for (const std::string& line : capture.logLines()) {
         const auto name = line.find("GLOBAL.");
         if (name != std::string::npos)
-            printed.insert(line.substr(name, line.rfind(':') - name));
+            printed.insert(line.substr(name + 7, line.rfind(':') - name - 7));
     }
     EXPECT_EQ(printed, expected);
 }

@@ -13,7 +13,6 @@
 namespace {
 using testsupport::StdoutCapture;
 using testsupport::waitUntil;
-using Lines = std::vector<std::string>;
 
 /// A moment of a second at which a timed wait of up to 999 ms can be expressed, as every one of these starts.
 constexpr long kStartOfSecond = 0;
@@ -102,23 +101,6 @@ TEST_F(SignalHandlerTest, SpinsOnADeadlineThatCannotBeExpressedUntilABitComes)
     handler.SendSignal(0x1);
     handler.SendSignal(0x2);
     EXPECT_EQ(received.get(), 0x3u);
-}
-
-TEST_F(SignalHandlerTest, TellsWhatItDoes)
-{
-    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Debug);
-    StdoutCapture capture;
-    SignalHandler handler("first");
-    handler.SetSignalHandlerName("second");
-    handler.SendSignal(0xFFFFFFFF);
-    (void)handler.WaitForSignal(0x1, 0);
-    const fakesystem::NanosecondsAre now(kStartOfSecond);
-    (void)handler.WaitForSignal(0x1, 1);
-    EXPECT_EQ(capture.logLines(), (Lines{"<DEBUG> [[RTapi][SIGNAL]] 'second' SendSignal '-1'",
-                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' WaitForSignal",
-                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' received signals -1",
-                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' WaitForSignal",
-                                         "<DEBUG> [[RTapi][SIGNAL]] 'second' timeout"}));
 }
 
 TEST_F(SignalHandlerTest, LosesNoBitOfManySenders)

@@ -32,22 +32,13 @@ protected:
 
 void idle() {}
 
-TEST_F(Tasks, HaveTheirPositionAsId)
-{
-    for (const char* name : {"zero", "one", "two"})
-        m_tasks.CreateTask(name, idle, kMessageSize);
-    EXPECT_EQ(m_tasks.GetTaskId("zero"), 0);
-    EXPECT_EQ(m_tasks.GetTaskId("two"), 2);
-    StdoutCapture capture;
-    EXPECT_EQ(m_tasks.GetTaskId("tw"), -1);
-    EXPECT_EQ(capture.logLines(), Lines{"<ERROR> [RTapi.TASKS] Failed to find task 'tw'"});
-}
-
 TEST_F(Tasks, OfOneNameShareTheLaterId)
 {
     for (const char* name : {"twin", "other", "twin"})
         m_tasks.CreateTask(name, idle, kMessageSize);
+    EXPECT_EQ(m_tasks.GetTaskId("other"), 1);
     EXPECT_EQ(m_tasks.GetTaskId("twin"), 2);
+    EXPECT_EQ(m_tasks.GetTaskId("twi"), -1);
     m_tasks.SendSignal(0x40, 2);
     StdoutCapture capture;
     m_tasks.SendSignal(0x1, 0);
@@ -85,26 +76,46 @@ void sendToSelf()
 {
     char mail[kMessageSize + 1] = "mail";  // nothing behind the message itself may be looked at
     mail[kMessageSize] = '!';
-    running->SendSignal(0x2, 0);
+    running->SendSignal(0xFFFFFFFE, 0);
     (void)running->WaitForSignal(0x2, 0);
+    const fakesystem::NanosecondsAre startOfSecond(0);
+    (void)running->WaitForSignal(0x2, 1);
     running->SendMail(mail, 0);
     running->WaitForMail(mail, 0);
 }
 
 TEST_F(Tasks, TellWhatTheyDo)
 {
-    LogFacade::setLevel("RTapi", LogLevel::Debug);
-    LogFacade::setLevel("RTapi.FIFO_MUTEX", LogLevel::Notic);
+    LogFacade::inst().setLevel(LogLevel::Debug);
     StdoutCapture capture;
     m_tasks.CreateTask("talker", sendToSelf, kMessageSize);
     run();
-    EXPECT_EQ(capture.logLines(), (Lines{"<DEBUG> [RTapi.TASKS] Create task 'talker' with mailboxsize 4",
-                                         "<DEBUG> [RTapi.TASK] Start task 'talker'",
-                                         "<DEBUG> [RTapi.THREAD] Start thread 'talker'",
-                                         "<DEBUG> [RTapi.TASK] Task 'talker' send signal '2'",
-                                         "<DEBUG> [RTapi.TASK] Task 'talker' wait for signal '2'",
-                                         "<DEBUG> [RTapi.TASK] Task 'talker' send mail 'mail'",
-                                         "<DEBUG> [RTapi.TASK] Task 'talker' wait for mail"}));
+    EXPECT_EQ(capture.count("<DEBUG> [RTapi.FIFO_MUTEX] ENTER Take Mutex 'talker'"),
+              capture.count("<DEBUG> [RTapi.FIFO_MUTEX] ENTER Give Mutex 'talker'"));
+    EXPECT_TRUE(capture.contains("ENTER Give Mutex 'talker'"));
+    auto lines = capture.logLines();
+    std::erase_if(lines, [](const std::string& line) { return line.find("FIFO_MUTEX") != line.npos; });
+    EXPECT_EQ(lines, (Lines{"<DEBUG> [RTapi.TASKS] Create task 'talker' with mailboxsize 4",
+                            "<DEBUG> [RTapi.TASK] Start task 'talker'",
+                            "<DEBUG> [RTapi.THREAD] Start thread 'talker'",
+                            "<DEBUG> [RTapi.TASK] Task 'talker' send signal '-2'",
+                            "<DEBUG> [[RTapi][SIGNAL]] 'talker' SendSignal '-2'",
+                            "<DEBUG> [[RTapi][SEM]]  talker:1 ",
+                            "<DEBUG> [RTapi.TASK] Task 'talker' wait for signal '2'",
+                            "<DEBUG> [[RTapi][SIGNAL]] 'talker' WaitForSignal",
+                            "<DEBUG> [[RTapi][SEM]]  talker:1 ",
+                            "<DEBUG> [[RTapi][SIGNAL]] 'talker' received signals -2",
+                            "<DEBUG> [RTapi.TASK] Task 'talker' wait for signal '2'",
+                            "<DEBUG> [[RTapi][SIGNAL]] 'talker' WaitForSignal",
+                            "<DEBUG> [[RTapi][SEM]]  talker:0 ",
+                            "<DEBUG> [[RTapi][SIGNAL]] 'talker' timeout",
+                            "<DEBUG> [RTapi.TASK] Task 'talker' send mail 'mail'",
+                            "<DEBUG> [[RTapi][MAILBOX]]  'talker' send mail",
+                            "<DEBUG> [[RTapi][SEM]]  Mail:1 ",
+                            "<DEBUG> [RTapi.TASK] Task 'talker' wait for mail",
+                            "<DEBUG> [[RTapi][MAILBOX]] 'talker' WaitForMail",
+                            "<DEBUG> [[RTapi][SEM]]  Mail:1 ",
+                            "<DEBUG> [[RTapi][MAILBOX]] 'talker' receive mail"}));
 }
 
 TEST_F(Tasks, AreShownInThreeTables)
