@@ -42,11 +42,8 @@ TEST_F(LogConfFile, SetsLevels)
         {"a later line for a leaf", "conf.a:ERROR\nconf.a.b:INFO\n", {{"conf.a", 4}, {"conf.a.b", 7}}},
         {"a digit for the whole tree", "GLOBAL:3\n", {{"GLOBAL", 3}, {"conf.a", 3}, {"other", 3}}},
         {"the root's name in front", "GLOBAL.conf.a:9", {{"conf.a", 9}, {"conf", 6}}},
-        {"only the first digit counts", "conf:12\n", {{"conf", 1}}},
         {"blanks inside words", " \tconf : DE BUG   # comment\n", {{"conf", 8}}},
-        {"prefixes of words and words as prefixes", "other:WARNINGS\nconf:W", {{"conf", 5}, {"other", 5}}},
         {"a line feed is part of a short word", "conf:W\n", {{"conf", 0}}},
-        {"an unknown word silences", "conf:debug\n", {{"conf", 0}}},
         {"carriage returns", "\r\nconf:INFO\r\n", {{"conf", 7}}},
         {"lines that say nothing", "\n   \n\t\n# conf:TRACE\n  #\n#\nconf:INFO\n", {{"conf", 7}}},
         {"a line without colon", "conf\nDEBUG\nother:INFO\n", {{"conf", 6}, {"other", 7}}},
@@ -104,22 +101,17 @@ TEST_F(LogConfFile, IsSharedWithWhoeverAsks)
 
 TEST(LogConfLine, IsCleanedInPlace)
 {
-    struct Row
-    {
-        const char* line;
-        const char* cleaned;
-    };
-    const Row rows[] = {{"a : DE BUG # x\n", "a:DEBUG\n"},
-                        {"#", "\n"},
-                        {"", ""},
-                        {" \t\n", "\n"},
-                        {"a:1\r\n", "a:1\r\n"},
-                        {"a:1", "a:1"}};
-    for (const Row& row : rows) {
+    const char* const rows[][2] = {{"a : DE BUG # x\n", "a:DEBUG\n"},
+                                   {"#", "\n"},
+                                   {"", ""},
+                                   {" \t\n", "\n"},
+                                   {"a:1\r\n", "a:1\r\n"},
+                                   {"a:1", "a:1"}};
+    for (const auto& [given, cleaned] : rows) {
         char line[64];
-        std::strcpy(line, row.line);
-        EXPECT_EQ(LogConf::cleanLine(line), static_cast<int>(std::strlen(row.cleaned))) << row.line;
-        EXPECT_STREQ(line, row.cleaned);
+        std::strcpy(line, given);
+        EXPECT_EQ(LogConf::cleanLine(line), static_cast<int>(std::strlen(cleaned))) << given;
+        EXPECT_STREQ(line, cleaned);
     }
 }
 }  // namespace

@@ -79,12 +79,11 @@ TEST(LogTree, SetsTheLevelOfOneSubtreeOnly)
         (void)tree.findOrCreateNode(name, -1);
     tree.findNode("mid", -1)->setLevel(LogLevel::Trace);
     tree.findNode("mid.x", -1)->setLevel(LogLevel::Warn);
-    const std::vector<std::pair<const char*, LogLevel>> expected = {
-        {"GLOBAL", LogLevel::Notic}, {"before", LogLevel::Notic},    {"mid", LogLevel::Trace},
-        {"mid.x", LogLevel::Warn},   {"mid.x.deep", LogLevel::Warn}, {"mid.y", LogLevel::Trace},
-        {"after", LogLevel::Notic}};
+    const std::pair<const char*, int> expected[] = {{"GLOBAL", 6}, {"before", 6},     {"mid", 9},
+                                                    {"mid.x", 5},  {"mid.x.deep", 5}, {"mid.y", 9},
+                                                    {"after", 6}};
     for (const auto& [name, level] : expected)
-        EXPECT_EQ(tree.findNode(name, -1)->level(), level) << name;
+        EXPECT_EQ(static_cast<int>(tree.findNode(name, -1)->level()), level) << name;
 }
 
 TEST(LogTree, PrintsTheNodesBelowOneInPreOrder)
@@ -93,14 +92,14 @@ TEST(LogTree, PrintsTheNodesBelowOneInPreOrder)
     LogFacade::setLevel("print.b", LogLevel::Emerg);
     StdoutCapture capture;
     LogFacade::printTree("print");
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0].substr(10),
-              "LogNode.cpp              :0027: <NOTIC> [liblog] Current log configuration :");
-    EXPECT_EQ(lines[1].substr(10), "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a:NOTIC");
-    EXPECT_EQ(lines[2].substr(10),
-              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a.deep:DEBUG");
-    EXPECT_EQ(lines[3].substr(10), "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.b:EMERG");
+    std::string printed;
+    for (const std::string& line : capture.lines())
+        printed += line.substr(10) + "\n";
+    EXPECT_EQ(printed,
+              "LogNode.cpp              :0027: <NOTIC> [liblog] Current log configuration :\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a:NOTIC\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a.deep:DEBUG\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.b:EMERG\n");
 }
 
 TEST(LogTree, ReportsAnUnknownName)
