@@ -50,7 +50,7 @@ public:
     ssize_t nothing = -1;
 };
 
-struct ReadCase
+struct ReadRow
 {
     const char* name;
     Bytes incoming;
@@ -58,60 +58,50 @@ struct ReadCase
     Bytes message;  // of the last Frame
 };
 
-void PrintTo(const ReadCase& row, std::ostream* out)
+TEST(PipeFrameReaderTest, TakesFramesOutOfTheStream)
 {
-    *out << row.name;
-}
-
-class PipeFrameReaderCases : public testing::TestWithParam<ReadCase>
-{
-};
-
-TEST_P(PipeFrameReaderCases, GivesItsFrames)
-{
-    const ReadCase& row = GetParam();
-    ScriptedStream stream;
-    stream.incoming.assign(row.incoming.begin(), row.incoming.end());
-    PipeFrameReader reader;
-    Bytes message;
-    for (std::size_t index = 0; index < row.statuses.size(); ++index) {
-        EXPECT_EQ(reader.poll(stream), row.statuses[index]) << "poll " << index;
-        if (row.statuses[index] == Status::Frame)
-            message = toBytes(reader.message());
+    const ReadRow rows[] = {
+        {"an empty pipe is nothing", {}, {}, {}},
+        {"five bytes become seven",
+         Bytes{0, 0, 0, 5} + counting(5),
+         {Status::Frame},
+         Bytes{0, 5} + counting(5)},
+        {"the first two bytes are ignored", {0xFF, 0x80, 0, 1, 9}, {Status::Frame}, {0, 1, 9}},
+        {"the largest answer",
+         Bytes{0, 0, 0x11, 0x7B} + counting(4475),
+         {Status::Frame},
+         Bytes{0x11, 0x7B} + counting(4475)},
+        {"length 0 is invalid", {0, 0, 0, 0}, {Status::InvalidLength}, {}},
+        {"one too long is invalid", {0, 0, 0x11, 0x7C}, {Status::InvalidLength}, {}},
+        {"what follows an invalid length is the next header",
+         {0, 0, 0xFF, 0xFF, 7, 7, 0, 2, 1, 2},
+         {Status::InvalidLength, Status::Frame},
+         {0, 2, 1, 2}},
+        {"a header without payload is dropped", {0, 0, 0, 5}, {Status::PayloadMissing}, {}},
+        {"a short payload goes out under its announced length",
+         {0, 0, 0, 5, 1, 2},
+         {Status::Frame},
+         {0, 5, 1, 2}},
+        {"two frames are two polls",
+         {0, 0, 0, 1, 8, 0, 0, 0, 1, 9},
+         {Status::Frame, Status::Frame},
+         {0, 1, 9}},
+    };
+    for (const ReadRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedStream stream;
+        stream.incoming.assign(row.incoming.begin(), row.incoming.end());
+        PipeFrameReader reader;
+        Bytes message;
+        for (const Status expected : row.statuses) {
+            ASSERT_EQ(reader.poll(stream), expected);
+            if (expected == Status::Frame)
+                message = toBytes(reader.message());
+        }
+        EXPECT_EQ(message, row.message);
+        EXPECT_EQ(reader.poll(stream), Status::Nothing);
     }
-    EXPECT_EQ(message, row.message);
-    EXPECT_EQ(reader.poll(stream), Status::Nothing);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Reader, PipeFrameReaderCases,
-    testing::Values(
-        ReadCase{"AnEmptyPipeIsNothing", {}, {Status::Nothing}, {}},
-        ReadCase{"FiveBytesBecomeSeven",
-                 Bytes{0, 0, 0, 5} + counting(5),
-                 {Status::Frame},
-                 Bytes{0, 5} + counting(5)},
-        ReadCase{"FirstTwoBytesAreIgnored", Bytes{0xFF, 0x80, 0, 1, 9}, {Status::Frame}, {0, 1, 9}},
-        ReadCase{"LargestAnswer",
-                 Bytes{0, 0, 0x11, 0x7B} + counting(4475),
-                 {Status::Frame},
-                 Bytes{0x11, 0x7B} + counting(4475)},
-        ReadCase{"LengthZeroIsInvalid", {0, 0, 0, 0}, {Status::InvalidLength}, {}},
-        ReadCase{"OneTooLongIsInvalid", {0, 0, 0x11, 0x7C}, {Status::InvalidLength}, {}},
-        ReadCase{"LargestNumberIsInvalid", {0, 0, 0xFF, 0xFF}, {Status::InvalidLength}, {}},
-        ReadCase{"PayloadOfAnInvalidLengthIsTheNextHeader",
-                 Bytes{0, 0, 0, 0, 7, 7, 0, 2, 1, 2},
-                 {Status::InvalidLength, Status::Frame},
-                 {0, 2, 1, 2}},
-        ReadCase{
-            "HeaderWithoutPayloadIsDropped", {0, 0, 0, 5}, {Status::PayloadMissing, Status::Nothing}, {}},
-        ReadCase{
-            "ShortPayloadGoesOutUnderItsAnnouncedLength", {0, 0, 0, 5, 1, 2}, {Status::Frame}, {0, 5, 1, 2}},
-        ReadCase{"TwoFramesAreTwoPolls",
-                 Bytes{0, 0, 0, 1, 8, 0, 0, 0, 1, 9},
-                 {Status::Frame, Status::Frame},
-                 {0, 1, 9}}),
-    [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST(PipeFrameReaderTest, AHeaderThatComesInPiecesIsCompleted)
 {
@@ -129,5 +119,4 @@ TEST(PipeFrameReaderTest, AHeaderThatComesInPiecesIsCompleted)
         EXPECT_EQ(toBytes(reader.message()), (Bytes{0, 3, 7, 8, 9}));
     }
 }
-
 }  // namespace

@@ -1,5 +1,6 @@
 #include "BtpFixture.h"
 #include "GOS.h"
+#include "efr32sim/Fragments.h"
 
 #include <atomic>
 #include <thread>
@@ -25,17 +26,10 @@ protected:
 
     static void send(unsigned number, const Bytes& frame)
     {
-        const std::size_t count = (frame.size() + 68) / 69;
-        const std::size_t first = frame.size() - 69 * (count - 1);
-        std::size_t at = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            const std::size_t length = i == 0 ? first : 69;
-            Bytes fragment = {btpHeader(i == 0, number, static_cast<unsigned>(count - 1 - i))};
-            fragment.insert(fragment.end(), frame.begin() + static_cast<long>(at),
-                            frame.begin() + static_cast<long>(at + length));
+        efr32sim::FragmentEncoder encoder;
+        encoder.setNextFrame(static_cast<std::uint8_t>(number));
+        for (const Bytes& fragment : encoder.encode(frame))
             call_back_BTP_Receive(fragment.data(), static_cast<unsigned>(fragment.size()));
-            at += length;
-        }
     }
 };
 
