@@ -11,6 +11,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -37,6 +38,7 @@ int main(int argc, char** argv)
 {
     installFatalSignalHandler();
     blockStopSignals();
+    std::signal(SIGPIPE, SIG_IGN);  // the log's reader may go; the station stays
     run(argc, argv);
     BRISCA_NOTIC(logNode, "Service stopped");
     std::fflush(nullptr);

@@ -1,0 +1,205 @@
+// The programs around the service misbehave: the application, the bus, its clients, the reader of the log.
+#include "Endurance.h"
+#include "UniqueFd.h"
+#include "Wait.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace {
+using testing::HasSubstr;
+
+constexpr const char* kAnswers = "/tmp/ttyBleTx";
+constexpr const char* kRequests = "/tmp/ttyBleRx";
+
+/// Writes as an application would, as much as the pipe takes.
+void put(const char* pipe, const std::string& bytes)
+{
+    const testsupport::UniqueFd fd(::open(pipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_NE(fd.get(), -1);
+    for (std::size_t at = 0; at < bytes.size();) {
+        const ssize_t count = ::write(fd.get(), bytes.data() + at, bytes.size() - at);
+        if (count <= 0)
+            return;
+        at += static_cast<std::size_t>(count);
+    }
+}
+
+void signalApplication(int signal)
+{
+    for (const pid_t application : Process::running(APPLICATION_PROGRAM))
+        ::kill(application, signal);
+}
+
+enum class Recovers { ByItself, ByRestart };
+
+struct Neighbour
+{
+    const char* name;
+    void (*misbehave)();
+    Recovers recovers;
+};
+void PrintTo(const Neighbour& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+const std::string kFullPipe(1 << 17, '\0');
+
+const Neighbour kNeighbours[] = {
+    {"ApplicationCrashes", [] { signalApplication(SIGSEGV); }, Recovers::ByRestart},
+    {"ApplicationHangs", [] { signalApplication(SIGSTOP); }, Recovers::ByRestart},
+    {"ApplicationHangsForAWhile",
+     [] {
+         signalApplication(SIGSTOP);
+         signalApplication(SIGCONT);
+     },
+     Recovers::ByItself},
+    {"ApplicationHangsBehindAFullPipe",
+     [] {
+         signalApplication(SIGSTOP);
+         put(kRequests, kFullPipe);
+     },
+     Recovers::ByRestart},
+    {"ApplicationWritesHalfAHeader", [] { put(kAnswers, std::string("\0\0\0", 3)); }, Recovers::ByRestart},
+    {"ApplicationWritesNonsenseLengths",
+     [] { put(kAnswers, std::string("\xFF\xFF\xFF\xFF\0\0\0\0\0\0\x11\x7C", 12)); }, Recovers::ByItself},
+    {"ApplicationFloods", [] { put(kAnswers, kFullPipe); }, Recovers::ByRestart},
+    {"PipesAreRemoved",
+     [] {
+         std::filesystem::remove(kAnswers);
+         std::filesystem::remove(kRequests);
+     },
+     Recovers::ByItself},
+    {"PipesAreRemovedAndARestartFollows",
+     [] {
+         std::filesystem::remove(kAnswers);
+         std::filesystem::remove(kRequests);
+     },
+     Recovers::ByRestart},
+    {"PipesAreReplaced",
+     [] {
+         for (const char* const pipe : {kAnswers, kRequests}) {
+             std::filesystem::remove(pipe);
+             ASSERT_EQ(::mkfifo(pipe, 0600), 0);
+         }
+     },
+     Recovers::ByRestart},
+};
+
+class Neighbours : public Endurance, public testing::WithParamInterface<Neighbour>
+{
+};
+
+TEST_P(Neighbours, AreSurvived)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    for (int round = 0; round < rounds(2); ++round) {
+        GetParam().misbehave();
+        EXPECT_EQ(client->call("getBriscaState"), kFirmware);
+        if (GetParam().recovers == Recovers::ByRestart) {
+            (void)client->pendingSignals();
+            client->send("BriscaRestart");
+            ASSERT_TRUE(awaitSignal("bleIsStarted"));
+        }
+        ASSERT_NO_FATAL_FAILURE(expectService("round " + std::to_string(round)));
+        endRound(round);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Neighbours, testing::ValuesIn(kNeighbours),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+class Surroundings : public Endurance
+{
+protected:
+    /// Starts the service with its output going to a command.
+    void startWithReader(const std::string& reader)
+    {
+        service = std::make_unique<Process>(
+            std::vector<std::string>{"bash", "-c", "exec \"$0\" > >(" + reader + ") 2>&1", SERVICE_PROGRAM},
+            kLog, notified());
+        ASSERT_EQ(notify.wait(), "READY=1");
+        client->send("startFirmwareApp");
+        ASSERT_TRUE(awaitSignal("bleIsStarted"));
+    }
+    void serveRounds()
+    {
+        for (int round = 0; round < rounds(3); ++round) {
+            ASSERT_NO_FATAL_FAILURE(expectService("round " + std::to_string(round)));
+            endRound(round);
+        }
+    }
+};
+
+TEST_F(Surroundings, TheLogsReaderIsGone)
+{
+    ASSERT_NO_FATAL_FAILURE(startWithReader("head -c 10 >/dev/null"));
+    serveRounds();
+}
+
+TEST_F(Surroundings, TheLogsReaderIsSlow)
+{
+    std::ofstream("/evse/data/log.cfg") << "GLOBAL : DEBUG\n";
+    ASSERT_NO_FATAL_FAILURE(startWithReader("while read -r line; do sleep 0.002; done"));
+    serveRounds();
+}
+
+TEST_F(Surroundings, TheBusGoesAway)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    bus.kill(SIGKILL);
+    ASSERT_TRUE(bus.waitEnd(testsupport::kPatience));
+    serveRounds();
+}
+
+TEST_F(Surroundings, PipesWereLeftBehindWithBytesInThem)
+{
+    for (const char* const pipe : {kAnswers, kRequests})
+        ASSERT_EQ(::mkfifo(pipe, 0600), 0);
+    const testsupport::UniqueFd keeper(::open(kAnswers, O_RDWR | O_CLOEXEC));
+    put(kAnswers, std::string("\0\0\0\5half", 8));
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    serveRounds();
+}
+
+TEST_F(Surroundings, TwoClientsCallAtOnce)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    const auto callMany = [this] {
+        BusClient own;
+        for (int call = 0; call < 50 * rounds(1); ++call) {
+            // The chip may answer too late for one command; the text is empty then.
+            EXPECT_THAT(own.call("getMacAddress"), testing::AnyOf("060504030201", ""));
+            EXPECT_EQ(own.call("getBriscaState"), kFirmware);
+            EXPECT_EQ(own.call("getFirmwareVersion"), "");
+        }
+    };
+    std::thread other(callMany);
+    callMany();
+    other.join();
+    serveRounds();
+}
+
+TEST_F(Surroundings, NamesAreVeryLong)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("BOOTLOADER"));
+    std::string umlauts;
+    for (int i = 0; i < 50'000; ++i)
+        umlauts += "\xC3\xBC";
+    EXPECT_EQ(client->call("startFirmwareUpdate", std::string(1'000'000, '/')), "false");
+    EXPECT_EQ(client->call("changeBleName", umlauts), "");
+    client->send("startFirmwareApp");
+    ASSERT_TRUE(awaitSignal("bleIsStarted"));
+    EXPECT_EQ(efr32sim::Phone(chip).scan()->scanResponse.localName(), std::nullopt)
+        << "31 bytes of name do not fit the scan response; the station is on the air without it";
+    serveRounds();
+}
+}  // namespace
