@@ -6,14 +6,13 @@
 #include "UniqueFd.h"
 #include "facade/LogFacade.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 
 namespace {
 using namespace std::chrono_literals;
@@ -54,37 +53,30 @@ std::vector<std::string> fileEvents(int watch)
 TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
 {
     const testsupport::TempDir directory;
-    const std::string path = directory.file("pin");
-    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    const testsupport::UniqueFd reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    LinuxOutputPin pin(path.c_str());
-    pin.setLow();
-    pin.setHigh();
-    pin.set(true);
-    pin.set(false);
-    char bytes[16] = {};
-    EXPECT_EQ(::read(reader.get(), bytes, sizeof bytes), 4);
-    EXPECT_STREQ(bytes, "0110");
-
-    const std::string watched = directory.write("watched", "");
+    const std::string path = directory.write("pin", "");
     const testsupport::UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    ASSERT_GE(::inotify_add_watch(watch.get(), watched.c_str(), IN_OPEN | IN_MODIFY | IN_CLOSE), 0);
-    LinuxOutputPin other(watched.c_str());
-    other.setLow();
-    other.setHigh();
-    EXPECT_THAT(fileEvents(watch.get()), ElementsAre("open", "write", "close", "open", "write", "close"));
-    EXPECT_EQ(testsupport::readFile(watched), "1");
+    ASSERT_GE(::inotify_add_watch(watch.get(), path.c_str(), IN_OPEN | IN_MODIFY | IN_CLOSE_WRITE), 0);
+    LinuxOutputPin pin(path.c_str());
+    const std::pair<std::function<void()>, const char*> changes[] = {{[&] { pin.setLow(); }, "0"},
+                                                                     {[&] { pin.setHigh(); }, "1"},
+                                                                     {[&] { pin.set(false); }, "0"},
+                                                                     {[&] { pin.set(true); }, "1"}};
+    for (const auto& [change, level] : changes) {
+        change();
+        EXPECT_THAT(fileEvents(watch.get()), ElementsAre("open", "write", "close"));
+        EXPECT_EQ(testsupport::readFile(path), level);
+        (void)fileEvents(watch.get());  // of the look at the file
+    }
 }
 
-TEST(ResetLine, PulsesLowForOneHundredMilliseconds)
+TEST(ResetLine, HoldsTheChip)
 {
     RecordingPin pin;
-    IoEfr32Manager(pin).resetEfr32(false);
-    ASSERT_THAT(pin.levels, ElementsAre(false, true));
-    EXPECT_GE(pin.times[1] - pin.times[0], kPulse);
+    IoEfr32Manager(pin).resetEfr32(true);
+    EXPECT_THAT(pin.levels, ElementsAre(false));
 }
 
-TEST(ResetLine, ASignalDoesNotCutThePulseShort)
+TEST(ResetLine, PulsesLowForOneHundredMillisecondsAlsoWhenSignalsArrive)
 {
     struct sigaction onAlarm = {};
     onAlarm.sa_handler = [](int) {};
@@ -99,13 +91,6 @@ TEST(ResetLine, ASignalDoesNotCutThePulseShort)
     EXPECT_GE(pin.times[1] - pin.times[0], kPulse);
 }
 
-TEST(ResetLine, HoldsTheChip)
-{
-    RecordingPin pin;
-    IoEfr32Manager(pin).resetEfr32(true);
-    EXPECT_THAT(pin.levels, ElementsAre(false));
-}
-
 TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
 {
     const std::string line = "<ERROR> [LinuxOutputPin] Unable to access GPIO /nowhere/reset";
@@ -114,9 +99,7 @@ TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
     const testsupport::StdoutCapture log;
     manager.resetEfr32(true);
     EXPECT_EQ(log.count(line), 1);
-    const auto begin = Clock::now();
     manager.resetEfr32(false);
-    EXPECT_GE(Clock::now() - begin, kPulse);
     EXPECT_EQ(log.count(line), 3);
 }
 

@@ -1,4 +1,3 @@
-#include "BluetoothManager.h"
 #include "BootloaderState.h"
 #include "Fakes.h"
 #include "StdoutCapture.h"
@@ -84,15 +83,6 @@ TEST_F(Bootloader, LogsWhatTheConsoleSentAndEachRetry)
     EXPECT_NE(position, std::string::npos) << text;
 }
 
-TEST_F(Bootloader, ARestartClosesThePortAndResetsTheChipAgain)
-{
-    manager.switchState(BOOTLOADER);
-    calls.clear();
-    state.restart();
-    EXPECT_THAT(calls, ElementsAre("close", "open", "pulse"));
-    EXPECT_EQ(manager.getCurrentState(), BOOTLOADER);
-}
-
 TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
 {
     const testsupport::TempDir directory;
@@ -111,20 +101,5 @@ TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
                                  refused.toStdString() + ")"));
     }
     EXPECT_EQ(calls.size(), 1U);
-}
-
-TEST_F(Bootloader, HandsOnVersionNameAndUpdateResult)
-{
-    std::vector<bool> results;
-    QObject::connect(&state, &BootloaderState::fwUpdateCompleteStatus,
-                     [&results](bool success) { results.push_back(success); });
-    Q_EMIT console.fwUpdateCompleteStatus(true);
-    Q_EMIT console.fwUpdateCompleteStatus(false);
-    EXPECT_THAT(results, ElementsAre(true, false));
-
-    manager.switchState(BOOTLOADER);
-    EXPECT_EQ(state.getFwVersion(), console.versionText);
-    state.setBleName(QStringLiteral("Garage"));
-    EXPECT_EQ(BluetoothManager::instance().getBleName(), QStringLiteral("Garage"));
 }
 }  // namespace

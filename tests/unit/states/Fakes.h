@@ -46,15 +46,10 @@ public:
             received.push_back(byte);
         return m_attempt == 'P';
     }
-    bool getFirmwareVersion(QString& version) override
-    {
-        version = versionText;
-        return !versionText.isEmpty();
-    }
     bool startFirmware() override
     {
         m_calls.push_back("start firmware");
-        return firmwareStarts;
+        return false;
     }
     void updateFirmware(const QString& filePath) override
     {
@@ -62,9 +57,6 @@ public:
     }
 
     void script(std::string attempts) { m_attempts = std::move(attempts); }
-
-    QString versionText = QStringLiteral("Gecko Bootloader v1.8 BL >");
-    bool firmwareStarts = true;
 
 private:
     Calls& m_calls;

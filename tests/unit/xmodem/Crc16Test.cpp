@@ -34,10 +34,6 @@ TEST(Crc16, ShiftsBitsInFromBelow)
 
 TEST(Crc16, TheTableAgreesWithTheDefinition)
 {
-    for (int value = 0; value < 256; ++value) {
-        const std::vector<unsigned char> one(1, static_cast<unsigned char>(value));
-        EXPECT_EQ(crc16_block(one), definition(one)) << "byte " << value;
-    }
     std::mt19937 random(20240117);
     for (std::size_t length = 0; length < 600; ++length) {
         std::vector<unsigned char> data(length);
