@@ -100,7 +100,7 @@ TEST_F(SerialPortOnALine, OpensWithTheConsolesSettingsWhateverTheLineHadBefore)
     EXPECT_EQ(port.bytesAvailable(), 0) << "bytes from before were kept";
 }
 
-TEST_F(SerialPortOnALine, SetsStopBitsAndParity)
+TEST_F(SerialPortOnALine, SetsStopBitsParityAndFlowControl)
 {
     struct Row
     {
@@ -119,10 +119,6 @@ TEST_F(SerialPortOnALine, SetsStopBitsAndParity)
         EXPECT_TRUE(other.openDevice());
         EXPECT_EQ(settingsInForce().c_cflag & (CSTOPB | PARODD), row.expected);
     }
-}
-
-TEST_F(SerialPortOnALine, HardwareFlowControlIsClearedByFalseAndNotSetByTrue)
-{
     open();
     EXPECT_TRUE(port.setHardwareFlowControl(false));
     EXPECT_EQ(settingsInForce().c_cflag & (CRTSCTS | CLOCAL), static_cast<tcflag_t>(CLOCAL));
@@ -155,7 +151,7 @@ TEST_F(SerialPortOnALine, CarriesEveryByteBothWays)
     EXPECT_THAT(log.logLines(), IsEmpty());
 }
 
-TEST_F(SerialPortOnALine, CountsAndDiscardsWaitingBytes)
+TEST_F(SerialPortOnALine, CountsDiscardsAndRefusesAShortRead)
 {
     open();
     line.write("abc");
@@ -164,11 +160,6 @@ TEST_F(SerialPortOnALine, CountsAndDiscardsWaitingBytes)
     EXPECT_EQ(onlyLine(), traceLine("3 bytes to read on serial port"));
     port.discardBufferedData();
     EXPECT_EQ(port.bytesAvailable(), 0);
-}
-
-TEST_F(SerialPortOnALine, AShortReadIsAFailure)
-{
-    open();
     line.write("ab");
     waitForInput(2);
     char buffer[3] = {};
@@ -284,16 +275,5 @@ TEST_F(SerialPortOnALine, AClosedPortTouchesNoDescriptor)
         EXPECT_EQ(log.logLines(), row.lines);
     }
     EXPECT_EQ(testsupport::readFile(directory.file("pin")), "");
-}
-
-TEST_F(SerialPortOnALine, IsClosedByItsDestruction)
-{
-    int descriptor = -1;
-    {
-        SerialPort shortLived = makePort(line.slavePath());
-        EXPECT_TRUE(shortLived.openDevice());
-        descriptor = shortLived.descriptor();
-    }
-    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 }  // namespace
