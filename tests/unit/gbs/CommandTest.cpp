@@ -22,7 +22,7 @@ struct CommandCase
     std::function<std::string()> call;  ///< gives the result and, after a success, the outputs
     const char* sent;
     const char* answer;  ///< payload of the chip's response
-    const char* outcome;
+    std::string outcome;
     std::string event = {};   ///< what the call waits for
     const char* main = sent;  ///< the command that gets the answer, where there are several
     Answers answers = Answers::withResult;
@@ -107,6 +107,23 @@ std::function<std::string()> plain(std::uint32_t (*function)(Arguments...),
 }
 const std::string kDtmDone = event("0E 00", "00 00 2A 01");
 
+/// The table's bytes of the bonds of bondEvents.
+std::string bondBytes(int count)
+{
+    std::string bytes;
+    for (int i = 1; i <= count; ++i)
+        bytes += std::string(8, static_cast<char>(i));
+    return toHex(bytes);
+}
+
+std::string bondEvents(int count)
+{
+    std::string events;
+    for (int i = 1; i <= count; ++i)
+        events += event("0F 05", toHex(std::string(8, static_cast<char>(i))));
+    return events + event("0F 06", "");
+}
+
 // clang-format off
 const std::vector<CommandCase> kCommands = {
     {facade, "hello", plain(GBSSlave_HelloNCP), "01 00:", "00 00", "1"},
@@ -163,6 +180,7 @@ const std::vector<CommandCase> kCommands = {
     {manager, "user message whose reply's count passes the packet", sendUserMessage, "FF 00: 03 A1 B2 C3", "00 00 FF 11", "1 11"},
     {facade, "all bonds", getAllBonds, "0F 0B:", "00 00", "1 07 01 02 03 04 05 06 01 08 06 05 04 03 02 01 00",
      event("0F 05", "07 01 02 03 04 05 06 01") + event("0F 05", "08 06 05 04 03 02 01 00") + event("0F 06", "")},
+    {facade, "as many bonds as the table holds", getAllBonds, "0F 0B:", "00 00", "1 " + bondBytes(14), bondEvents(16)},
     {facade, "application version", [] { return withBytes(GBSSlave_GetNcpAppVersion, 3); },
      "FF 00: 01 00", "00 00 08 F0 F1 0A F3 0B F5 0C F7", "1 0A 0B 0C"},
     {manager, "user transmit power", plain(NCPManager_SetTXPower, 9), "FF 00: 02 02 09", "00 00 00", "1"},

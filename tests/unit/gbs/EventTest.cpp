@@ -151,21 +151,19 @@ protected:
     {
         journal.clear();
         callbackResult = 1;
-        NCPManager_SetGATTReadCallback(onRead);
-        NCPManager_SetGATTWriteCallback(onWrite);
-        NCPManager_SetSMDisplayPasskeyCallback(onDisplay);
-        NCPManager_SetSMConfirmPasskeyCallback(onConfirm);
-        NCPManager_SetEventCallback(onEvent);
+        setCallbacks(onRead, onWrite, onDisplay, onConfirm, onEvent);
     }
-    ~Events() override { removeCallbacks(); }
+    ~Events() override { setCallbacks(nullptr, nullptr, nullptr, nullptr, nullptr); }
 
-    static void removeCallbacks()
+    static void setCallbacks(tGBS_GATTReadCallback read, tGBS_GATTWriteCallback write,
+                             tGBS_SMDisplayPasskeyCallback display, tGBS_SMConfirmPasskeyCallback confirm,
+                             tGBS_EventCallback event)
     {
-        NCPManager_SetGATTReadCallback(nullptr);
-        NCPManager_SetGATTWriteCallback(nullptr);
-        NCPManager_SetSMDisplayPasskeyCallback(nullptr);
-        NCPManager_SetSMConfirmPasskeyCallback(nullptr);
-        NCPManager_SetEventCallback(nullptr);
+        NCPManager_SetGATTReadCallback(read);
+        NCPManager_SetGATTWriteCallback(write);
+        NCPManager_SetSMDisplayPasskeyCallback(display);
+        NCPManager_SetSMConfirmPasskeyCallback(confirm);
+        NCPManager_SetEventCallback(event);
     }
 
     /// Lines of the event handling, without the node's name.
@@ -243,7 +241,7 @@ TEST_F(Events, OfAnyLengthDoNoHarm)
 
 TEST_F(Events, WithoutCallbacksAreLoggedAsUnprocessedAndNotAnswered)
 {
-    removeCallbacks();
+    setCallbacks(nullptr, nullptr, nullptr, nullptr, nullptr);
     const LogLevelScope level("NCP_MANAGER", LogLevel::Trace);
     testsupport::StdoutCapture log;
     for (const EventCase& row : kEventCases) {
@@ -271,23 +269,6 @@ TEST_F(Events, AReadOfMoreThanAPacketHoldsIsNotAnswered)
     length = 252;
     handle(event("0A 01", "01 1A 00 0A 00 00"));
     EXPECT_EQ(m_chip.takeCommands(), "");
-}
-
-TEST_F(Events, ABondListLongerThanTheTableIsCut)
-{
-    m_chip.answerWith([](const std::string& command) {
-        std::string list = accept(command);
-        for (int i = 1; i <= 16; ++i)
-            list += event("0F 05", toHex(std::string(8, static_cast<char>(i))));
-        return list + event("0F 06", "");
-    });
-    auto done = onTask([] {
-        _tGBS_BondInfo bonds[kBondTableEntries];
-        std::uint8_t count = 0;
-        const std::uint32_t result = NCPManager_GetAllBonds(bonds, &count);
-        return std::to_string(result) + " " + std::to_string(count) + " " + std::to_string(bonds[13].bonding);
-    });
-    EXPECT_EQ(pumpUntilDone(done), "1 14 14");
 }
 
 TEST_F(Events, ALateResponseIsPassedOnAsAnEvent)

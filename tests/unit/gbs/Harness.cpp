@@ -9,10 +9,10 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
+#include <semaphore>
+#include <utility>
 
 namespace {
 std::array<std::atomic<int>, 5> requests;
@@ -61,31 +61,20 @@ std::string describe(std::string_view command)
     return toHex(command.substr(2, 2)) + ":" + (payload.empty() ? "" : " ") + payload;
 }
 
-/// Jobs of the one GOS task; lives until the process ends, like the task.
-struct Jobs
+/// The one GOS task's job; the next is handed over when this one is done. Lives until the process ends, like
+/// the task.
+struct Worker
 {
-    std::mutex lock;
-    std::condition_variable added;
-    std::deque<std::packaged_task<std::string()>> queue;
+    std::packaged_task<std::string()> job;
+    std::binary_semaphore given{0};
 };
-
-Jobs& jobs()
-{
-    static Jobs& instance = *new Jobs;
-    return instance;
-}
+Worker& worker = *new Worker;
 
 void workerTask()
 {
     for (;;) {
-        std::packaged_task<std::string()> job;
-        {
-            std::unique_lock lock(jobs().lock);
-            jobs().added.wait(lock, [] { return !jobs().queue.empty(); });
-            job = std::move(jobs().queue.front());
-            jobs().queue.pop_front();
-        }
-        job();
+        worker.given.acquire();
+        std::exchange(worker.job, {})();
     }
 }
 
@@ -242,11 +231,9 @@ bool semaphoreTaken(unsigned id)
 std::future<std::string> onTask(std::function<std::string()> function)
 {
     startWorkerOnce();
-    std::packaged_task<std::string()> job(std::move(function));
-    std::future<std::string> done = job.get_future();
-    const std::lock_guard lock(jobs().lock);
-    jobs().queue.push_back(std::move(job));
-    jobs().added.notify_one();
+    worker.job = std::packaged_task<std::string()>(std::move(function));
+    std::future<std::string> done = worker.job.get_future();
+    worker.given.release();
     return done;
 }
 

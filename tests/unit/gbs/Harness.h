@@ -72,7 +72,7 @@ Call call(std::uint32_t (*function)(Arguments...), std::type_identity_t<Argument
     return [=] { return function(arguments...); };
 }
 
-/// Runs a function on a GOS task (id 0), as the waiting calls need.
+/// Runs a function on a GOS task (id 0), as the waiting calls need; one at a time.
 std::future<std::string> onTask(std::function<std::string()> function);
 /// Handles events until the function that runs on the task is done.
 std::string pumpUntilDone(std::future<std::string>& done);
