@@ -36,7 +36,7 @@ std::vector<Shape> shapes(std::initializer_list<Shape> first, int from, int to)
     return all;
 }
 
-struct Cut
+struct CutRow
 {
     const char* name;
     std::size_t frame;
@@ -44,45 +44,35 @@ struct Cut
     std::vector<Shape> fragments;
 };
 
-class Encoder : public testing::TestWithParam<Cut>
+std::vector<Shape> operator+(std::vector<Shape> left, const std::vector<Shape>& right)
 {
-};
-
-TEST_P(Encoder, CutsLikeTheFormat)
-{
-    FragmentEncoder encoder(GetParam().frame);
-    const Bytes message = counting(GetParam().size);
-    const std::vector<Bytes> fragments = encoder.encode(message);
-    EXPECT_EQ(shapesOf(fragments), GetParam().fragments);
-    Bytes joined;
-    for (const Bytes& fragment : fragments)
-        joined.insert(joined.end(), fragment.begin() + 1, fragment.end());
-    EXPECT_EQ(joined, message);
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sizes, Encoder,
-    testing::Values(Cut{"Nothing", kPhoneFrame, 0, {}}, Cut{"OneByte", kPhoneFrame, 1, {{0x80, 1}}},
-                    Cut{"OneFullFragment", kPhoneFrame, 69, {{0x80, 69}}},
-                    Cut{"OddPieceFirst", kPhoneFrame, 70, {{0x81, 1}, {0x00, 69}}},
-                    Cut{"TwoFullFragments", kPhoneFrame, 138, {{0x81, 69}, {0x00, 69}}},
-                    Cut{"OneFullFrame", kPhoneFrame, 1104, shapes({{0x8F, 69}}, 0x0E, 0x00)},
-                    Cut{"OneByteMore", kPhoneFrame, 1105,
-                        [] {
-                            auto all = shapes({{0x8F, 69}}, 0x0E, 0x00);
-                            all.emplace_back(0x90, 1);
-                            return all;
-                        }()},
-                    Cut{"StationFrame", kStationFrame, 1120, shapes({{0x80, 16}}, 0x0F, 0x00)}),
-    [](const auto& row) { return row.param.name; });
-
-TEST(Encoder, FrameNumbersRunModuloEight)
+TEST(Encoder, CutsLikeTheFormat)
 {
-    FragmentEncoder encoder;
-    std::string headers;
-    for (int i = 0; i < 9; ++i)
-        headers += toHex({encoder.encode(counting(1))[0].data(), 1});
-    EXPECT_EQ(headers, "8090a0b0c0d0e0f080");
+    const std::vector<Shape> phoneFrame = shapes({{0x8F, 69}}, 0x0E, 0x00);
+    const CutRow rows[] = {
+        {"nothing", kPhoneFrame, 0, {}},
+        {"one byte", kPhoneFrame, 1, {{0x80, 1}}},
+        {"one full fragment", kPhoneFrame, 69, {{0x80, 69}}},
+        {"odd piece first", kPhoneFrame, 70, {{0x81, 1}, {0x00, 69}}},
+        {"two full fragments", kPhoneFrame, 138, {{0x81, 69}, {0x00, 69}}},
+        {"one full frame", kPhoneFrame, 1104, phoneFrame},
+        {"one byte more", kPhoneFrame, 1105, phoneFrame + std::vector<Shape>{{0x90, 1}}},
+        {"station frame", kStationFrame, 1120, shapes({{0x80, 16}}, 0x0F, 0x00)},
+    };
+    for (const CutRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Bytes message = counting(row.size);
+        const std::vector<Bytes> fragments = FragmentEncoder(row.frame).encode(message);
+        EXPECT_EQ(shapesOf(fragments), row.fragments);
+        Bytes joined;
+        for (const Bytes& fragment : fragments)
+            joined.insert(joined.end(), fragment.begin() + 1, fragment.end());
+        EXPECT_EQ(joined, message);
+    }
 }
 
 /// The fragments of a station's message: shapes filled with the length bytes and counting payload.
@@ -102,12 +92,6 @@ std::vector<Bytes> fill(std::size_t payload, const std::vector<Shape>& fragments
     return out;
 }
 
-std::vector<Shape> operator+(std::vector<Shape> left, const std::vector<Shape>& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
 struct Arrival
 {
     const char* name;
@@ -117,75 +101,66 @@ struct Arrival
     std::vector<const char*> violations;  // parts of the texts, in order
 };
 
-class Reassembly : public testing::TestWithParam<Arrival>
+TEST(Reassembler, DeliversOrComplains)
 {
-};
-
-TEST_P(Reassembly, DeliversOrComplains)
-{
-    Reassembler reassembler;
-    std::vector<std::string> violations;
-    int messages = 0;
-    for (const Bytes& fragment : fill(GetParam().payload, GetParam().fragments)) {
-        const Reassembler::Result result = reassembler.accept(fragment);
-        violations.insert(violations.end(), result.violations.begin(), result.violations.end());
-        if (!result.message)
-            continue;
-        ++messages;
-        EXPECT_EQ(*result.message, counting(GetParam().payload));
+    const std::vector<Shape> frame0 = shapes({{0x80, 16}}, 0x0F, 0x00);
+    const std::vector<Shape> frame1 = shapes({{0x90, 16}}, 0x1F, 0x10);
+    const Arrival rows[] = {
+        {"one fragment", 3, {{0x80, 5}}, 1, {}},
+        {"no payload", 0, {{0x80, 2}}, 1, {}},
+        {"length split between fragments", 68, {{0x81, 1}, {0x00, 69}}, 1, {}},
+        {"sixteen bytes are a whole message", 14, {{0x80, 16}}, 1, {}},
+        {"sixteen bytes are the start of a station frame", 1118, frame0, 1, {}},
+        {"second frame of two fragments", 1188, frame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1, {}},
+        {"long frame with an odd piece of one byte", 1103, shapes({{0x80, 1}}, 0x0F, 0x00), 1, {}},
+        {"last frame is long too", 2228, frame0 + shapes({{0x90, 6}}, 0x1F, 0x10), 1, {}},
+        {"second frame is a station frame too", 2238, frame0 + frame1, 1, {}},
+        {"last frame filled up to sixty nine",
+         1148,
+         frame0 + std::vector<Shape>{{0x90, 69}},
+         1,
+         {"69 bytes where 30"}},
+        {"frame numbers wrap", 1, {{0xF0, 3}}, 1, {}},
+        {"header alone", 3, {{0x80, 0}}, 0, {"fragment of 1 bytes"}},
+        {"seventy payload bytes", 68, {{0x80, 70}}, 0, {"fragment of 71 bytes"}},
+        {"no first fragment", 68, {{0x00, 69}}, 0, {"outside any frame"}},
+        {"fragment missing", 137, {{0x82, 1}, {0x00, 69}}, 0, {"fragment 0 where 1"}},
+        {"fragment twice", 137, {{0x82, 1}, {0x01, 69}, {0x01, 69}}, 0, {"fragment 1 where 0"}},
+        {"short following fragment", 68, {{0x81, 1}, {0x00, 68}}, 0, {"68 payload bytes"}},
+        {"fragment of another frame", 68, {{0x81, 1}, {0x10, 69}}, 0, {"frame 1 inside frame 0"}},
+        {"frame broken off", 1, {{0x81, 1}, {0x90, 3}}, 0, {"before the last one", "3 bytes where 258"}},
+        {"one byte alone opens a long frame",
+         1,
+         {{0x80, 1}, {0x90, 3}},
+         0,
+         {"before the last one", "3 bytes where 258"}},
+        {"frame number skipped",
+         1188,
+         frame0 + shapes({{0xA1, 1}}, 0x20, 0x20),
+         0,
+         {"frame 2 after frame 0", "a frame of 70 bytes"}},
+        {"frame shorter than announced", 100, {{0x80, 50}}, 0, {"50 bytes where 102"}},
+        {"frame longer than announced", 10, {{0x80, 40}}, 1, {"40 bytes where 12"}},
+    };
+    for (const Arrival& row : rows) {
+        SCOPED_TRACE(row.name);
+        Reassembler reassembler;
+        std::vector<std::string> violations;
+        int messages = 0;
+        for (const Bytes& fragment : fill(row.payload, row.fragments)) {
+            const Reassembler::Result result = reassembler.accept(fragment);
+            violations.insert(violations.end(), result.violations.begin(), result.violations.end());
+            if (!result.message)
+                continue;
+            ++messages;
+            EXPECT_EQ(*result.message, counting(row.payload));
+        }
+        EXPECT_EQ(messages, row.messages);
+        ASSERT_EQ(violations.size(), row.violations.size()) << testing::PrintToString(violations);
+        for (std::size_t i = 0; i < violations.size(); ++i)
+            EXPECT_THAT(violations[i], HasSubstr(row.violations[i]));
     }
-    EXPECT_EQ(messages, GetParam().messages);
-    ASSERT_EQ(violations.size(), GetParam().violations.size()) << testing::PrintToString(violations);
-    for (std::size_t i = 0; i < violations.size(); ++i)
-        EXPECT_THAT(violations[i], HasSubstr(GetParam().violations[i]));
 }
-
-const std::vector<Shape> kStationFrame0 = shapes({{0x80, 16}}, 0x0F, 0x00);
-const std::vector<Shape> kStationFrame1 = shapes({{0x90, 16}}, 0x1F, 0x10);
-
-INSTANTIATE_TEST_SUITE_P(
-    Messages, Reassembly,
-    testing::Values(
-        Arrival{"OneFragment", 3, {{0x80, 5}}, 1, {}}, Arrival{"NoPayload", 0, {{0x80, 2}}, 1, {}},
-        Arrival{"LengthSplitBetweenFragments", 68, {{0x81, 1}, {0x00, 69}}, 1, {}},
-        Arrival{"SixteenBytesAreAWholeMessage", 14, {{0x80, 16}}, 1, {}},
-        Arrival{"SixteenBytesAreTheStartOfAStationFrame", 1118, kStationFrame0, 1, {}},
-        Arrival{"SecondFrameOfTwoFragments", 1188, kStationFrame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1, {}},
-        Arrival{"LongFrameWithAnOddPieceOfOneByte", 1103, shapes({{0x80, 1}}, 0x0F, 0x00), 1, {}},
-        Arrival{"LastFrameIsLongToo", 2228, kStationFrame0 + shapes({{0x90, 6}}, 0x1F, 0x10), 1, {}},
-        Arrival{"SecondFrameIsAStationFrameToo", 2238, kStationFrame0 + kStationFrame1, 1, {}},
-        Arrival{"LastFrameFilledUpToSixtyNine",
-                1148,
-                kStationFrame0 + std::vector<Shape>{{0x90, 69}},
-                1,
-                {"69 bytes where 30"}},
-        Arrival{"FrameNumbersWrap", 1, {{0xF0, 3}}, 1, {}}),
-    [](const auto& row) { return row.param.name; });
-
-INSTANTIATE_TEST_SUITE_P(
-    Violations, Reassembly,
-    testing::Values(
-        Arrival{"HeaderAlone", 3, {{0x80, 0}}, 0, {"fragment of 1 bytes"}},
-        Arrival{"SeventyPayloadBytes", 68, {{0x80, 70}}, 0, {"fragment of 71 bytes"}},
-        Arrival{"NoFirstFragment", 68, {{0x00, 69}}, 0, {"outside any frame"}},
-        Arrival{"FragmentMissing", 137, {{0x82, 1}, {0x00, 69}}, 0, {"fragment 0 where 1"}},
-        Arrival{"FragmentTwice", 137, {{0x82, 1}, {0x01, 69}, {0x01, 69}}, 0, {"fragment 1 where 0"}},
-        Arrival{"ShortFollowingFragment", 68, {{0x81, 1}, {0x00, 68}}, 0, {"68 payload bytes"}},
-        Arrival{"FragmentOfAnotherFrame", 68, {{0x81, 1}, {0x10, 69}}, 0, {"frame 1 inside frame 0"}},
-        Arrival{"FrameBrokenOff", 1, {{0x81, 1}, {0x90, 3}}, 0, {"before the last one", "3 bytes where 258"}},
-        Arrival{"OneByteAloneOpensALongFrame",
-                1,
-                {{0x80, 1}, {0x90, 3}},
-                0,
-                {"before the last one", "3 bytes where 258"}},
-        Arrival{"FrameNumberSkipped",
-                1188,
-                kStationFrame0 + shapes({{0xA1, 1}}, 0x20, 0x20),
-                0,
-                {"frame 2 after frame 0", "a frame of 70 bytes"}},
-        Arrival{"FrameShorterThanAnnounced", 100, {{0x80, 50}}, 0, {"50 bytes where 102"}},
-        Arrival{"FrameLongerThanAnnounced", 10, {{0x80, 40}}, 1, {"40 bytes where 12"}}),
-    [](const auto& row) { return row.param.name; });
 
 TEST(Reassembler, TakesTheNextMessageAfterTheRestOfALostOne)
 {

@@ -19,32 +19,28 @@ std::string pattern(std::size_t size)
     return bytes;
 }
 
-class ForeignSender : public testing::TestWithParam<std::size_t>
-{
-};
-
-TEST_P(ForeignSender, UploadArrivesWhole)
+TEST(ForeignSender, UploadArrivesWhole)
 {
     const testsupport::TempDir directory;
-    const std::string content = pattern(GetParam());
-    const std::string file = directory.write("image", content);
-    Chip chip({.xmodemPing = Milliseconds(50)});
-    chip.start();
-    HostLine host(chip.slavePath());
-    host.send("1");
-    host.readUntil("begin upload\r\n");
-    const std::string command =
-        "timeout 60 sx -q " + file + " <" + chip.slavePath() + " >" + chip.slavePath() + " 2>/dev/null";
-    ASSERT_EQ(std::system(command.c_str()), 0) << chip.events().dump();
-    auto events = chip.followFromStart();
-    ASSERT_TRUE(events.waitFor(EventKind::UploadComplete)) << chip.events().dump();
-    const Bytes image = chip.image();
-    ASSERT_EQ(image.size(), (content.size() + 127) / 128 * 128);
-    EXPECT_EQ(std::string(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(content.size())),
-              content);
+    for (const std::size_t size : {0, 1, 127, 128, 129, 300000}) {
+        SCOPED_TRACE(size);
+        const std::string content = pattern(size);
+        const std::string file = directory.write("image", content);
+        Chip chip({.xmodemPing = Milliseconds(50)});
+        chip.start();
+        HostLine host(chip.slavePath());
+        host.send("1");
+        host.readUntil("begin upload\r\n");
+        const std::string command =
+            "timeout 60 sx -q " + file + " <" + chip.slavePath() + " >" + chip.slavePath() + " 2>/dev/null";
+        ASSERT_EQ(std::system(command.c_str()), 0) << chip.events().dump();
+        auto events = chip.followFromStart();
+        ASSERT_TRUE(events.waitFor(EventKind::UploadComplete)) << chip.events().dump();
+        const Bytes image = chip.image();
+        ASSERT_EQ(image.size(), (size + 127) / 128 * 128);
+        EXPECT_EQ(std::string(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)), content);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Sizes, ForeignSender, testing::Values(0, 1, 127, 128, 129, 300000));
 
 /// A block of zeros, whose CRC is zero too.
 std::string block(int number, int complement, int crc = 0)
@@ -83,55 +79,51 @@ struct Upload
     Milliseconds stall{60000};
 };
 
-class StrictReceiver : public testing::TestWithParam<Upload>
+TEST(StrictReceiver, AnswersEachBlockByTheRules)
 {
-};
-
-TEST_P(StrictReceiver, AnswersEachBlockByTheRules)
-{
-    Chip chip({.checkLine = false, .xmodemPing = Milliseconds(60000), .xmodemStall = GetParam().stall});
-    chip.start();
-    for (const Fault& fault : GetParam().faults)
-        chip.inject(fault);
-    HostLine host(chip.slavePath());
-    host.send("1");
-    host.readUntil("begin upload\r\nC");
-    for (const auto& [sent, answer] : GetParam().dialogue) {
-        host.send(sent);
-        ASSERT_EQ(host.read(answer.size()), answer);
+    const Upload rows[] = {
+        {"two blocks", {{block(1), kAck}, {block(2), kAck}, {kEnd, kAck}}, 256},
+        {"block again is kept once", {{block(1), kAck}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        {"wrong complement", {{block(1, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        {"wrong crc", {{block(1, 254, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
+        {"block left out", {{block(1), kAck}, {block(3), kCancel}}, {}},
+        {"first block must be one", {{block(0), kCancel}}, {}},
+        {"cancelled by sender", {{block(1), kAck}, {"\x18\x18", kCancel}}, {}},
+        {"one cancel is not enough", {{"\x18" + block(1), kAck}, {kEnd, kAck}}, 128},
+        {"block broken off",
+         {{block(1).substr(0, 60), kNak}, {block(1), kAck}, {kEnd, kAck}},
+         128,
+         {},
+         kShortStall},
+        {"noise between blocks", {{"xyz", kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
+        {"too many bad blocks", tooManyBadBlocks(), {}},
+        {"corrupt on command",
+         {{block(1), kNak}, {block(1), kAck}, {kEnd, kAck}},
+         128,
+         {{.kind = FaultKind::CorruptBlock}}},
+        {"any answer on command",
+         {{block(1), "?"}, {block(1), kAck}, {kEnd, kAck}},
+         128,
+         {{.kind = FaultKind::XmodemAnswer, .bytes = {'?'}}}},
+    };
+    for (const Upload& row : rows) {
+        SCOPED_TRACE(row.name);
+        Chip chip({.checkLine = false, .xmodemPing = Milliseconds(60000), .xmodemStall = row.stall});
+        chip.start();
+        for (const Fault& fault : row.faults)
+            chip.inject(fault);
+        HostLine host(chip.slavePath());
+        host.send("1");
+        host.readUntil("begin upload\r\nC");
+        for (const auto& [sent, answer] : row.dialogue) {
+            host.send(sent);
+            ASSERT_EQ(host.read(answer.size()), answer);
+        }
+        EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, row.image.has_value());
+        EXPECT_EQ(chip.imageCount(), row.image ? 1U : 0U);
+        EXPECT_EQ(chip.image().size(), row.image.value_or(0));
     }
-    EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, GetParam().image.has_value());
-    EXPECT_EQ(chip.imageCount(), GetParam().image ? 1U : 0U);
-    EXPECT_EQ(chip.image().size(), GetParam().image.value_or(0));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Dialogues, StrictReceiver,
-    testing::Values(
-        Upload{"TwoBlocks", {{block(1), kAck}, {block(2), kAck}, {kEnd, kAck}}, 256},
-        Upload{"BlockAgainIsKeptOnce", {{block(1), kAck}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        Upload{"WrongComplement", {{block(1, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        Upload{"WrongCrc", {{block(1, 254, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        Upload{"BlockLeftOut", {{block(1), kAck}, {block(3), kCancel}}, {}},
-        Upload{"FirstBlockMustBeOne", {{block(0), kCancel}}, {}},
-        Upload{"CancelledBySender", {{block(1), kAck}, {"\x18\x18", kCancel}}, {}},
-        Upload{"OneCancelIsNotEnough", {{"\x18" + block(1), kAck}, {kEnd, kAck}}, 128},
-        Upload{"BlockBrokenOff",
-               {{block(1).substr(0, 60), kNak}, {block(1), kAck}, {kEnd, kAck}},
-               128,
-               {},
-               kShortStall},
-        Upload{"NoiseBetweenBlocks", {{"xyz", kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
-        Upload{"TooManyBadBlocks", tooManyBadBlocks(), {}},
-        Upload{"CorruptOnCommand",
-               {{block(1), kNak}, {block(1), kAck}, {kEnd, kAck}},
-               128,
-               {{.kind = FaultKind::CorruptBlock}}},
-        Upload{"AnyAnswerOnCommand",
-               {{block(1), "?"}, {block(1), kAck}, {kEnd, kAck}},
-               128,
-               {{.kind = FaultKind::XmodemAnswer, .bytes = {'?'}}}}),
-    [](const auto& row) { return row.param.name; });
 
 TEST(Upload, ThatBrokeOffLeavesNoFirmwareWhereItErases)
 {
