@@ -9,20 +9,32 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 using testing::ElementsAre;
 
 struct Crash
 {
-    const char* name;
     int signal;
     bool onTask;
     bool inFirmware;
 };
 void PrintTo(const Crash& row, std::ostream* out)
 {
-    *out << row.name;
+    *out << "SIG" << ::sigabbrev_np(row.signal) << (row.onTask ? " on a task" : " on the main thread")
+         << (row.inFirmware ? " in FIRMWARE" : " in BOOTLOADER");
+}
+std::vector<Crash> allCrashes()
+{
+    std::vector<Crash> rows;
+    for (const int signal : {SIGSEGV, SIGABRT, SIGILL}) {
+        for (const bool onTask : {false, true}) {
+            for (const bool inFirmware : {false, true})
+                rows.push_back({signal, onTask, inFirmware});
+        }
+    }
+    return rows;
 }
 class FatalSignal : public Station, public testing::WithParamInterface<Crash>
 {
@@ -66,12 +78,5 @@ TEST_P(FatalSignal, LeavesItsLineABacktraceAndStatusOne)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Crashes, FatalSignal,
-    testing::Values(Crash{"SIGSEGV on the main thread in BOOTLOADER", SIGSEGV, false, false},
-                    Crash{"SIGABRT on the main thread in FIRMWARE", SIGABRT, false, true},
-                    Crash{"SIGILL on the main thread in FIRMWARE", SIGILL, false, true},
-                    Crash{"SIGSEGV on a task in FIRMWARE", SIGSEGV, true, true},
-                    Crash{"SIGABRT on a task in BOOTLOADER", SIGABRT, true, false},
-                    Crash{"SIGILL on a task in FIRMWARE", SIGILL, true, true}));
+INSTANTIATE_TEST_SUITE_P(Crashes, FatalSignal, testing::ValuesIn(allCrashes()));
 }  // namespace
