@@ -115,16 +115,6 @@ TEST_F(Firmware, IsDisabledWithTheChipInResetAndEnabledAfresh)
     EXPECT_EQ(service->threads().size(), threads) << "threads have doubled";
 }
 
-TEST_F(Firmware, TellsWhenTheApplicationEndsByItself)
-{
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    ASSERT_EQ(Process::running(APPLICATION_PROGRAM).size(), 1U);
-    ::kill(Process::running(APPLICATION_PROGRAM).front(), SIGKILL);
-    EXPECT_TRUE(waitLog(
-        "<WARN > [BriscaService.states.FirmwareState] The CoAP application ended by itself: signal 9"));
-    EXPECT_EQ(client->call("getBriscaState"), kFirmware);
-}
-
 struct Failure
 {
     const char* name;

@@ -47,18 +47,6 @@ TEST_F(Update, UploadsTheFileAndTellsItsSuccess)
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
 }
 
-TEST_F(Update, ServesOtherRequestsMeanwhile)
-{
-    startService();
-    writeImage(kImage, 2000 * kBlock);
-    auto events = chip.follow();
-    EXPECT_EQ(client->call("startFirmwareUpdate", kImage), "true");
-    ASSERT_TRUE(events.waitFor(EventKind::UploadStarted));
-    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
-    EXPECT_EQ(client->call("changeBleName", "meanwhile"), "");
-    EXPECT_EQ(client->waitSignal(), "fwUpdateComplete true");
-}
-
 TEST_F(Update, ThatTheChipRefusesIsToldAsAFailureAndCanBeRepeated)
 {
     startService();
