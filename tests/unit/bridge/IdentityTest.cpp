@@ -177,4 +177,32 @@ TEST_F(IdentityTest, ALineThatCannotBeOpenedFailsTheStart)
 {
     EXPECT_EQ(stack().init("/nowhere", {}, QStringLiteral("Voltra"), onEvent), 0);
 }
+
+TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
+{
+    ASSERT_TRUE(enter());
+    ASSERT_TRUE(efr32sim::Phone(chip).scan());
+    GBSSlave_LetGoLine();
+    ASSERT_TRUE(init());
+    EXPECT_FALSE(stack().isStarted());
+    auto events = chip.follow();
+    chip.reboot();
+    ASSERT_TRUE(events.waitFor(EventKind::BootSent));
+    // The event pump looks every 10 ms.
+    EXPECT_FALSE(efr32sim::Phone(chip).scan(std::chrono::milliseconds(300)));
+    stack().startStack();
+    EXPECT_TRUE(stack().isStarted());
+    EXPECT_TRUE(efr32sim::Phone(chip).scan());
+}
+
+TEST_F(IdentityTest, AStationThatOneLostResponseSilencedIsBackOnTheAir)
+{
+    chip.inject(Fault{.kind = FaultKind::LostResponse, .skip = 1, .command = kSetAdvertisingData});
+    ASSERT_TRUE(enter());
+    ASSERT_TRUE(testsupport::waitUntil(
+        [&] { return capture.contains("Failed to update manufacturer specific data"); }));
+    EXPECT_FALSE(chip.air().advertising);
+    EXPECT_TRUE(efr32sim::Phone(chip).scan());
+    EXPECT_EQ(capture.count("<NOTIC> [Brisca] Neither advertising nor connected for 10 s"), 1);
+}
 }  // namespace

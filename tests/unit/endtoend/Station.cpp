@@ -65,7 +65,12 @@ void Application::answer(ByteSpan payload)
     Bytes frame = {0, 0, static_cast<std::uint8_t>(payload.size() >> 8),
                    static_cast<std::uint8_t>(payload.size())};
     frame.insert(frame.end(), payload.begin(), payload.end());
-    if (::write(m_answers.get(), frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()))
+    write(frame);
+}
+
+void Application::write(ByteSpan bytes) const
+{
+    if (::write(m_answers.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
         throw std::system_error(errno, std::generic_category(), "answer");
 }
 

@@ -21,7 +21,10 @@ public:
     Application();
     /// The next request; nothing when none came in time.
     std::optional<Bytes> waitRequest(Milliseconds limit = kPatience);
+    /// An answer behind its header.
     void answer(ByteSpan payload);
+    /// Any bytes into the pipe of the answers.
+    void write(ByteSpan bytes) const;
 
 private:
     std::optional<Bytes> read(std::size_t count, std::chrono::steady_clock::time_point deadline) const;

@@ -1,0 +1,77 @@
+// The bridge when the application writes nonsense or does not read, and what it traces.
+
+#include "StationFixture.h"
+#include "StdoutCapture.h"
+#include "UniqueFd.h"
+#include "Wait.h"
+#include "facade/LogFacade.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+using endtoend::Bytes;
+using testsupport::waitUntil;
+
+class Pipes : public StationFixture
+{
+protected:
+    Pipes() { LogFacade::setLevel("Brisca", LogLevel::Trace); }
+    ~Pipes() override { LogFacade::setLevel("Brisca", LogLevel::Notic); }
+
+    testsupport::StdoutCapture output;
+};
+
+TEST_F(Pipes, WithWrongAnswersReportThemAndCarryTheNextOne)
+{
+    const Bytes good{0xEE, 0xEE, 0, 4, 'g', 'o', 'o', 'd'};
+    const struct
+    {
+        const char* name;
+        Bytes bytes;
+        const char* line;
+        Bytes next;
+    } rows[] = {
+        {"length 0", Bytes(4, 0), "<ERROR> [Brisca] 0 is not a valid frame length", good},
+        {"one too long", {0, 0, 0x11, 0x7C}, "<ERROR> [Brisca] 4476 is not a valid frame length", good},
+        {"no payload", {0, 0, 0, 5}, "<DEBUG> [Brisca] Frame length is 5 but pipe is empty", good},
+        {"half a header", Bytes(good.begin(), good.begin() + 2), "", Bytes(good.begin() + 2, good.end())},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        application().write(row.bytes);
+        ASSERT_TRUE(waitUntil([&] { return output.contains(row.line); }));
+        application().write(row.next);
+        EXPECT_EQ(waitAnswer(), (Bytes{'g', 'o', 'o', 'd'}));
+    }
+}
+
+TEST_F(Pipes, TraceLongMessagesAsTheirReadersKnowThem)
+{
+    sendRequest(Bytes(45, 'A'));
+    application().answer(Bytes(3, 'B'));
+    EXPECT_EQ(waitAnswer(), Bytes(3, 'B'));
+    EXPECT_TRUE(waitUntil([&] { return output.contains("CoAP -> BTP { 0x00, 0x03, 0x42, 0x42, 0x42 }"); }));
+    EXPECT_TRUE(waitUntil([&] { return output.count("BTP -> COAP {  }") == 2; }));
+    std::string first = "BTP -> COAP { 0x41";
+    for (int count = 1; count < 20; ++count)
+        first += ", 0x41";
+    EXPECT_EQ(output.count(first + " }"), 1);
+    EXPECT_EQ(output.count("<TRACE> [Brisca] BTP -> COAP Header = { 0x2D, 0x00 }"), 1);
+    EXPECT_EQ(output.count("<TRACE> [Brisca] GBS -> BTP data length = 46"), 1);
+    EXPECT_EQ(output.count("<DEBUG> [Brisca] Send 45 bytes to Coap"), 1);
+    EXPECT_EQ(output.count("<TRACE> [Brisca] COAP-> BTP Frame length 3"), 1);
+}
+
+TEST_F(Pipes, ThatAreFullLoseRequestsAndNothingElse)
+{
+    const testsupport::UniqueFd pipe(::open("/tmp/ttyBleRx", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    Bytes filling(65'536, 'f');  // the capacity of a pipe
+    const auto size = static_cast<ssize_t>(filling.size());
+    ASSERT_EQ(::write(pipe.get(), filling.data(), filling.size()), size);
+    ASSERT_TRUE(phone.writeMessage("lost"));
+    ASSERT_TRUE(waitUntil([&] { return output.count("<DEBUG> [Brisca] Send -1 bytes to Coap") == 2; }));
+    EXPECT_EQ(::read(pipe.get(), filling.data(), filling.size()), size);
+    expectService();
+}
+}  // namespace
