@@ -2,7 +2,6 @@
 
 #include "GBSSlave.h"
 #include "Harness.h"
-#include "NCPManagerSBL.h"
 #include "Pty.h"
 #include "StdoutCapture.h"
 #include "Wait.h"
@@ -39,8 +38,7 @@ private:
                 continue;
             static_cast<void>(m_line.read(static_cast<unsigned char>(command[1])));
             ++m_commands;
-            const std::string id = toHex(command.substr(2));
-            m_line.write(id == "00 00" ? "\r\nBL > " : response(id, "00 00"));
+            m_line.write(response(toHex(command.substr(2)), "00 00"));
         }
     }
 
@@ -135,17 +133,4 @@ TEST_F(Line, IsLetGoOnlyAfterTheEventThatIsBeingHandled)
     GBSSlave_LetGoLine();
     isLetGo = true;
     pump.join();
-}
-
-TEST_F(Line, EventsAreLeftAloneWhileTheChipIsInItsSerialBootloader)
-{
-    ASSERT_EQ(GBSSlave_Init(m_chip.path()), 1u);
-    GBSSlave_ResumeEvents();
-    ASSERT_EQ(NCPManagerSBL_GotoBootloader(), 1u);
-    m_chip.send(m_boot);
-    GBSSlave_TreatEvent();
-    EXPECT_EQ(boots, 0);
-    EXPECT_EQ(NCPManagerSBL_RunApp(), 1u);  // no prompt comes back; takes what has been sent so far
-    m_chip.send(m_boot);
-    EXPECT_TRUE(pumpUntilBoots(1));
 }

@@ -1,9 +1,12 @@
+#include "GBSSlave.h"
 #include "LineOwner.h"
 #include "NCPDriver.h"
 #include "NCPManagerSBL.h"
 #include "Pty.h"
 #include "StdoutCapture.h"
+#include "Wait.h"
 #include "efr32sim/Chip.h"
+#include "uart_posix.h"
 
 #include <gmock/gmock.h>
 
@@ -157,6 +160,11 @@ TEST_F(SilentPeer, KeepsTheModeWhenThePromptComesBackInsteadOfTheApplication)
     EXPECT_EQ(NCPManagerSBL_RunApp(), 0U);
     bootloader.join();
     EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 1);
+    LineOwner::resumeEvents();
+    pty.write("BL >");
+    EXPECT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 4; }));
+    GBSSlave_TreatEvent();
+    EXPECT_EQ(uartRxPeek(), 4) << "the event pump leaves the bootloader's text alone";
     EXPECT_THAT(output.text(), testing::EndsWith("\nRun exploit...01H \xFF"
                                                  "00H No application\r\nBL > Run exploit FAILED!"));
 }
