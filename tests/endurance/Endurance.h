@@ -3,6 +3,7 @@
 #include "Station.h"
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -26,13 +27,17 @@ public:
     /// Sends a request until it is answered; fails the test when it never is, or when a message comes that is
     /// no answer to a request that was sent.
     void expectAnswer(efr32sim::Phone& phone, const std::string& request);
-    /// As above, without failing when no answer has come after @p attempts.
-    [[nodiscard]] bool isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts);
+    /// As above, without failing when no answer has come after @p attempts of @p limit each.
+    [[nodiscard]] bool isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts,
+                                  efr32sim::Milliseconds limit);
 
     [[nodiscard]] int repeated() const { return m_repeated; }
+    /// Answers to what nobody sent.
+    [[nodiscard]] const std::vector<std::string>& strangers() const { return m_strangers; }
 
 private:
-    std::vector<std::string> m_sent;
+    std::set<std::string> m_expected;
+    std::vector<std::string> m_strangers;
     int m_repeated = 0;
 };
 
@@ -53,12 +58,16 @@ protected:
     void endRound(int round);
 
     Requests requests;
+    /// How often the chip has damaged what it told the host. Its packets have no checksum: a damaged request
+    /// reaches the application, and its answer the phone.
+    std::size_t damages = 0;
 
     std::vector<Footprint> footprints;
 
 private:
     void expectSameFootprint() const;
     void expectCleanLine();
+    void expectOwnAnswers() const;
     void reportRow() const;
 
     int m_rounds = 0;

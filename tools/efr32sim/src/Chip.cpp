@@ -101,6 +101,11 @@ void Chip::clearFaults()
     m_impl->locked([](Impl& chip) { chip.clearFaults(); });
 }
 
+void Chip::setChaos(std::optional<std::uint64_t> seed, double rate)
+{
+    m_impl->locked([&](Impl& chip) { chip.setChaos(seed, rate); });
+}
+
 void Chip::reboot()
 {
     m_impl->locked([](Impl& chip) { chip.reboot(); });

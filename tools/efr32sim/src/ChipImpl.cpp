@@ -52,8 +52,7 @@ void Chip::Impl::start()
     m_running = true;
     m_events.publish(EventKind::Started, {{"tty", m_line.slavePath()}});
     powerOn();
-    if (m_faults.chaotic())
-        planMishap();
+    planMishap();
     m_thread = std::thread([this] { run(); });
 }
 
@@ -81,6 +80,7 @@ void Chip::Impl::stop()
     halt();
     setMode(Mode::Held);
     m_mishapTimers.clear();
+    m_mishapPlanned = false;
     m_line.unplug();
     m_resetLine.close();
     m_wake.reset();
@@ -303,10 +303,21 @@ void Chip::Impl::applyLineRequest()
     m_lineDone.notify_all();
 }
 
+void Chip::Impl::setChaos(std::optional<std::uint64_t> seed, double rate)
+{
+    m_faults.setChaos(seed, rate);
+    planMishap();
+}
+
 void Chip::Impl::planMishap()
 {
+    if (!m_faults.chaotic() || m_mishapPlanned)
+        return;
+    m_mishapPlanned = true;
     m_mishapTimers.at(Clock::now() + kMishapPeriod, [this] {
-        applyMishap(m_faults.mishap());
+        m_mishapPlanned = false;
+        if (m_faults.chaotic())
+            applyMishap(m_faults.mishap());
         planMishap();
     });
 }

@@ -54,6 +54,7 @@ public:
     // With the mutex held.
     void inject(const Fault& fault);
     void clearFaults();
+    void setChaos(std::optional<std::uint64_t> seed, double rate);
     void reboot();
 
     EventLog m_events;
@@ -63,7 +64,8 @@ public:
     Flash m_flash;
     SerialLine m_line;
     ResetLine m_resetLine;
-    Timers m_timers;        // of the chip's programs: a reset forgets them
+    Timers m_timers;  // of the chip's programs: a reset forgets them
+    bool m_mishapPlanned = false;
     Timers m_mishapTimers;  // of the world around it
     Console m_console;
     Coprocessor m_coprocessor;

@@ -42,6 +42,13 @@ FaultPlan::FaultPlan(EventLog& events, std::optional<std::uint64_t> chaosSeed, d
 {
 }
 
+void FaultPlan::setChaos(std::optional<std::uint64_t> seed, double rate)
+{
+    m_seed = seed;
+    m_rate = rate;
+    m_dice.clear();
+}
+
 std::mt19937_64& FaultPlan::dice(int stream)
 {
     const auto [place, added] = m_dice.try_emplace(stream);

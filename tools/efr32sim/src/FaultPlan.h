@@ -18,6 +18,8 @@ public:
 
     void add(const Fault& fault) { m_faults.push_back(fault); }
     void clear() { m_faults.clear(); }
+    /// Begins chaos, with the numbers of its seed from their start, or ends it.
+    void setChaos(std::optional<std::uint64_t> seed, double rate);
 
     /// An opportunity for a fault of this kind, concerning the packet @p id if any; reports what it returns.
     [[nodiscard]] std::optional<Fault> take(FaultKind kind, std::optional<CommandId> id = {});

@@ -105,6 +105,9 @@ public:
     // Faults.
     void inject(const Fault& fault);
     void clearFaults();
+    /// Begins random faults, the same ones for the same seed, or ends them.
+    /// @param rate probability of a fault at each opportunity, 0 to 1
+    void setChaos(std::optional<std::uint64_t> seed, double rate = 0.02);
     /// The firmware restarts by itself, with a boot event after the boot delay. Ends a connection.
     void reboot();
     /// Tears the serial line out: programs that have it open see it hang up, ttyPath disappears.

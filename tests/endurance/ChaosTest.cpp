@@ -1,0 +1,131 @@
+// The chip misbehaves at random while a phone asks all the time.
+#include "Endurance.h"
+#include "Wait.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+namespace {
+using efr32sim::Clock;
+using efr32sim::Event;
+using efr32sim::EventKind;
+using efr32sim::Milliseconds;
+
+constexpr double kRate = 0.02;
+constexpr Milliseconds kConnectLimit{1000};
+constexpr Milliseconds kAnswerLimit{1000};
+// The service starts advertising again 10 s after it has noticed that it is silent.
+constexpr std::chrono::seconds kRecoveryLimit{40};
+
+std::chrono::seconds duration()
+{
+    const char* const asked = std::getenv("BRISCA_CHAOS_SECONDS");
+    return std::chrono::seconds(asked != nullptr ? std::atoi(asked) : 4);
+}
+
+class Chaos : public Endurance
+{
+protected:
+    Chaos()
+    {
+        // The boots that the host has noticed are told at this level.
+        std::ofstream("/evse/data/log.cfg") << "GLOBAL : NOTIC\nNCP_MANAGER : DEBUG\n";
+    }
+
+    /// One request, connecting first when there is no connection.
+    bool isServed(const std::string& request)
+    {
+        if (!phone)
+            phone = std::make_unique<efr32sim::Phone>(chip);
+        return (phone->connected() || phone->connect(kConnectLimit)) &&
+               requests.isAnswered(*phone, request, 1, kAnswerLimit);
+    }
+    void askUntil(Clock::time_point end)
+    {
+        while (Clock::now() < end) {
+            const std::string size((asked * 37) % 300, 'x');
+            ++asked;
+            answered += isServed("request " + std::to_string(asked) + size) ? 1 : 0;
+        }
+    }
+    bool isServedAgain()
+    {
+        return testsupport::waitUntil(
+            [this] { return isServed("again " + std::to_string(++asked)) && ++answered; }, kRecoveryLimit);
+    }
+    /// What the host cannot know any more: a line that was torn out, a boot or an end of a connection whose
+    /// event did not reach it.
+    [[nodiscard]] bool hostIsMisled(std::size_t from) const
+    {
+        const auto noticed = [this, from](const char* text) {
+            return static_cast<std::ptrdiff_t>(linesWith({text}, from).size());
+        };
+        const auto history = chip.events().history();
+        const auto happened = [&](auto condition) {
+            return std::count_if(history.begin(), history.end(), [&](const Event& event) {
+                return event.sequence > seedBegan && condition(event);
+            });
+        };
+        return happened([](const Event& event) { return event.kind == EventKind::LineHungUp; }) > 0 ||
+               happened([](const Event& event) {
+                   return event.kind == EventKind::ModeChanged && event.text("mode") == "firmware";
+               }) > noticed("NCP boot up") ||
+               happened([](const Event& event) { return event.kind == EventKind::Disconnected; }) >
+                   noticed("Connect closed");
+    }
+    void restartByHand()
+    {
+        ++helped;
+        (void)client->pendingSignals();
+        client->send("BriscaRestart");
+        ASSERT_TRUE(awaitSignal("bleIsStarted"));
+        ASSERT_TRUE(isServedAgain());
+    }
+    /// Kinds of faults that put bytes on the line which are not what the chip meant, or leave some out.
+    void countDamages()
+    {
+        const auto history = chip.events().history();
+        damages =
+            static_cast<std::size_t>(std::count_if(history.begin(), history.end(), [](const Event& event) {
+                return event.kind == EventKind::LineOverrun ||
+                       (event.kind == EventKind::Fault && event.text("fault") != "mishap");
+            }));
+    }
+
+    std::unique_ptr<efr32sim::Phone> phone;
+    std::uint64_t seedBegan = 0;
+    int asked = 0;
+    int answered = 0;
+    int helped = 0;
+};
+
+TEST_F(Chaos, IsSurvivedAndServiceReturns)
+{
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    for (int seed = 0; seed < rounds(2); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        seedBegan = chip.events().history().back().sequence;
+        const auto before = mark();
+        chip.setChaos(seed, kRate);
+        askUntil(Clock::now() + duration());
+        chip.setChaos({});
+        chip.clearFaults();
+        chip.plugIn();
+        EXPECT_EQ(client->call("getBriscaState"), kFirmware);
+        if (!isServedAgain()) {
+            EXPECT_TRUE(hostIsMisled(before));
+            ASSERT_NO_FATAL_FAILURE(restartByHand());
+        }
+        countDamages();
+        endRound(seed);
+    }
+    RecordProperty("asked", asked);
+    RecordProperty("answered", answered);
+    RecordProperty("helped", helped);
+    std::cout << rounds(2) << " seeds: " << asked << " requests, " << answered << " answered, " << damages
+              << " faults, " << requests.strangers().size() << " damaged requests answered, " << helped
+              << " times restarted by hand\n";
+}
+}  // namespace
