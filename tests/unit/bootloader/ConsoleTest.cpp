@@ -22,35 +22,30 @@ protected:
     std::vector<char> received;
 };
 
-struct Printed
+TEST_F(Console, TakesTheTextUpToThePrompt)
 {
-    const char* name;
-    std::string text;
-    std::size_t found;  ///< bytes up to the end of the prompt that counts
-};
-class PromptSearch : public Console, public testing::WithParamInterface<Printed>
-{
-};
-
-TEST_P(PromptSearch, TakesTheTextUpToThePrompt)
-{
-    line.write(GetParam().text);
-    EXPECT_TRUE(client.waitCommandPrompt(received));
-    const std::string expected = GetParam().text.substr(0, GetParam().found);
-    EXPECT_EQ(std::string(received.begin(), received.end()), expected);
-    EXPECT_THAT(log.logLines(),
-                ElementsAre(debugLine(std::to_string(expected.size()) + " char read on serial port."),
-                            debugLine("Bootloader prompt found.")));
+    struct Row
+    {
+        const char* name;
+        std::string text;
+        std::size_t found;  ///< bytes up to the end of the prompt that counts
+    };
+    for (const Row& row :
+         {Row{"the prompt alone", "BL >", 4}, Row{"after the menu", "\r\n1. upload\r\n\xC3\xBC BL >", 20},
+          Row{"another byte breaks it", "BLx >BL >", 9}, Row{"a doubled letter breaks it", "BBL >BL >", 9},
+          Row{"a beginning breaks it", "BL BL >BL >", 11}}) {
+        SCOPED_TRACE(row.name);
+        received.clear();
+        log.clear();
+        line.write(row.text);
+        EXPECT_TRUE(client.waitCommandPrompt(received));
+        const std::string expected = row.text.substr(0, row.found);
+        EXPECT_EQ(std::string(received.begin(), received.end()), expected);
+        EXPECT_THAT(log.logLines(),
+                    ElementsAre(debugLine(std::to_string(expected.size()) + " char read on serial port."),
+                                debugLine("Bootloader prompt found.")));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Texts, PromptSearch,
-                         testing::Values(Printed{"ThePromptAlone", "BL >", 4},
-                                         Printed{"ThePromptAfterTheMenu", "\r\n1. upload\r\n\xC3\xBC BL > ",
-                                                 20},
-                                         Printed{"AnotherByteBreaksIt", "BLx >BL >", 9},
-                                         Printed{"ADoubledLetterBreaksIt", "BBL >BL >", 9},
-                                         Printed{"ABeginningBreaksIt", "BL BL >BL >", 11}),
-                         [](const auto& row) { return row.param.name; });
 
 TEST_F(Console, KeepsTheNewest64KiBOfABabblingChip)
 {

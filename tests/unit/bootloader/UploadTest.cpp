@@ -106,26 +106,6 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_TRUE(client.getFirmwareVersion(version)) << "the console was not given back";
 }
 
-TEST_F(ChipUpload, AnotherOneMayStartInTheReportOfTheFirst)
-{
-    const std::size_t threads = threadCount();
-    const QString second = imageFile("second", 3000);
-    auto events = chip.follow();
-    QObject::connect(&client, &An760::fwUpdateCompleteStatus, &client, [&] {
-        if (reports.size() > 1)
-            return;
-        EXPECT_TRUE(events.waitFor(EventKind::Prompt)) << "the chip is not back in its menu";
-        client.updateFirmware(second);
-    });
-    client.updateFirmware(QString::fromStdString(directory.write("first", "old")));
-    EXPECT_TRUE(waitForReports(2));
-    EXPECT_THAT(reports, ElementsAre(true, true));
-    EXPECT_TRUE(events.waitFor(EventKind::Prompt));
-    EXPECT_EQ(chip.imageCount(), 2U);
-    EXPECT_TRUE(chip.image() == image);
-    EXPECT_TRUE(threadsEndAt(threads));
-}
-
 efr32sim::Fault answers(efr32sim::Bytes bytes, unsigned count)
 {
     efr32sim::Fault fault;
@@ -150,6 +130,7 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         efr32sim::Fault fault;
         bool success;
     };
+    const std::size_t threads = threadCount();
     auto events = chip.follow();
     for (const Row& row :
          {Row{"refused blocks", refusals(20), true}, Row{"a lost answer", answers({}, 1), true},
@@ -163,6 +144,7 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         EXPECT_THAT(reports, ElementsAre(row.success));
         EXPECT_TRUE(!row.success || events.waitFor(EventKind::Prompt));
         EXPECT_TRUE(!row.success || chip.image() == image);
+        EXPECT_TRUE(threadsEndAt(threads));
     }
 }
 

@@ -11,10 +11,9 @@
 namespace {
 using testing::ElementsAre;
 
-class Bootloader : public testing::Test
+struct Station
 {
-protected:
-    Bootloader()
+    Station()
     {
         LogFacade::setLevel("BriscaService.states", LogLevel::Debug);
         manager.registerStateHandler(BOOTLOADER, state);
@@ -27,48 +26,45 @@ protected:
     BootloaderState state{manager, resetLine, console};
     testsupport::StdoutCapture log;
 };
-
-struct Entry
-{
-    const char* name;
-    const char* attempts;
-    BriscaState end;
-    int opens;
-    int pulses;
-    const char* lastLine;
-};
-void PrintTo(const Entry& row, std::ostream* out)
-{
-    *out << row.name;
-}
-class BootloaderEntry : public Bootloader, public testing::WithParamInterface<Entry>
+class Bootloader : public testing::Test, protected Station
 {
 };
 
-TEST_P(BootloaderEntry, EndsAsItsAttemptsDeserve)
+TEST(BootloaderEntry, EndsAsItsAttemptsDeserve)
 {
-    console.script(GetParam().attempts);
-    manager.switchState(BOOTLOADER);
-    EXPECT_EQ(manager.getCurrentState(), GetParam().end);
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "open"), GetParam().opens);
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "pulse"), GetParam().pulses);
-    // The port stays open for the requests of this state, and for nobody else.
-    EXPECT_EQ(calls.back(), GetParam().end == BOOTLOADER ? "pulse" : "close");
-    EXPECT_THAT(log.logLines().back(), testing::HasSubstr(GetParam().lastLine));
+    struct Row
+    {
+        const char* name;
+        const char* attempts;
+        BriscaState end;
+        int opens;
+        int pulses;
+        const char* lastLine;
+    };
+    for (const Row& row : {
+             Row{"prompt at the first attempt", "P", BOOTLOADER, 1, 1, "Success at retry number 0"},
+             Row{"prompt at the third attempt", "nnP", BOOTLOADER, 3, 3, "Success at retry number 2"},
+             Row{"a prompt at the fourth attempt is too late", "nnnP", ERROR, 4, 4, "to ERROR state"},
+             Row{"no prompt at all", "n", ERROR, 4, 4, "to ERROR state"},
+             Row{"carriage return not taken once", "cP", BOOTLOADER, 2, 2, "Success at retry number 1"},
+             Row{"port never opens", "x", ERROR, 4, 0, "to ERROR state"},
+             Row{"port opens at the third attempt", "xxP", BOOTLOADER, 3, 1, "Success at retry number 2"},
+             Row{"port opens at the fourth attempt", "xxxP", ERROR, 4, 1, "to ERROR state"},
+             Row{"port is lost after an attempt without prompt", "nx", ERROR, 4, 1, "to ERROR state"},
+         }) {
+        SCOPED_TRACE(row.name);
+        Station station;
+        station.console.script(row.attempts);
+        station.manager.switchState(BOOTLOADER);
+        const Calls& calls = station.calls;
+        EXPECT_EQ(station.manager.getCurrentState(), row.end);
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "open"), row.opens);
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "pulse"), row.pulses);
+        // The port stays open for the requests of this state, and for nobody else.
+        EXPECT_EQ(calls.back(), row.end == BOOTLOADER ? "pulse" : "close");
+        EXPECT_THAT(station.log.logLines().back(), testing::HasSubstr(row.lastLine));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Attempts, BootloaderEntry,
-    testing::Values(
-        Entry{"prompt at the first attempt", "P", BOOTLOADER, 1, 1, "Success at retry number 0"},
-        Entry{"prompt at the third attempt", "nnP", BOOTLOADER, 3, 3, "Success at retry number 2"},
-        Entry{"a prompt at the fourth attempt is too late", "nnnP", ERROR, 4, 4, "to ERROR state"},
-        Entry{"no prompt at all", "n", ERROR, 4, 4, "to ERROR state"},
-        Entry{"carriage return not taken once", "cP", BOOTLOADER, 2, 2, "Success at retry number 1"},
-        Entry{"port never opens", "x", ERROR, 4, 0, "to ERROR state"},
-        Entry{"port opens at the third attempt", "xxP", BOOTLOADER, 3, 1, "Success at retry number 2"},
-        Entry{"port opens at the fourth attempt", "xxxP", ERROR, 4, 1, "to ERROR state"},
-        Entry{"port is lost after an attempt without prompt", "nx", ERROR, 4, 1, "to ERROR state"}));
 
 TEST_F(Bootloader, LogsWhatTheConsoleSentAndEachRetry)
 {

@@ -40,18 +40,6 @@ protected:
     CoapProcess process;
 };
 
-TEST_F(CoapApplication, IsANewOneEachTimeAlsoRightAfterAKill)
-{
-    install("echo \"runs as $$ with $1\"; exec sleep 1000");
-    for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(process.launch(kTimeoutMs));
-        const auto pid = process.processId();
-        EXPECT_TRUE(outputShows("runs as " + std::to_string(pid) + " with coap+ser://tmp/EV3"));
-        EXPECT_TRUE(process.killIfRunning());
-    }
-    EXPECT_FALSE(output.contains("ended by itself"));
-}
-
 TEST_F(CoapApplication, TakesStopSignalsAlthoughTheServiceBlocksThem)
 {
     install("kill -TERM $$; echo still here; exec sleep 1000");
