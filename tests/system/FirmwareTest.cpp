@@ -24,13 +24,13 @@ std::string transition(const std::string& from, const std::string& to)
            " state";
 }
 
-/// A phone sends a message and gets the stand-in's answer.
-void expectEcho(efr32sim::Phone& phone, const std::string& text)
+/// The lines of an entry that succeeds, behind those that lead to it.
+std::vector<std::string> entry(std::vector<std::string> lines)
 {
-    ASSERT_TRUE(phone.writeMessage(text));
-    const auto answer = phone.waitMessage();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(std::string(answer->begin(), answer->end()), "echo:" + text);
+    for (const char* const text : {"EFR32 restarted", "Prompt detected: true", "BLE initialized: true",
+                                   "Coap started: true", "Bluetooth started: true"})
+        lines.push_back(step(text));
+    return lines;
 }
 
 TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
@@ -39,17 +39,17 @@ TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
     const auto before = mark();
     client->send("startFirmwareApp");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
-    EXPECT_THAT(linesWith(kSteps, before),
-                ElementsAre(transition("BOOTLOADER", "FIRMWARE"), step("EFR32 restarted"),
-                            step("Prompt detected: true"), step("BLE initialized: true"),
-                            step("Coap started: true"), step("Bluetooth started: true")));
+    EXPECT_EQ(linesWith(kSteps, before), entry({transition("BOOTLOADER", "FIRMWARE")}));
     EXPECT_TRUE(std::filesystem::exists("/tmp/EV3"));
     EXPECT_TRUE(waitLog("runs with coap+ser://tmp/EV3"))
         << "the application's output goes to the service's own";
     efr32sim::Phone phone(chip);
     ASSERT_TRUE(phone.connect());
     EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
-    expectEcho(phone, "hello");
+    ASSERT_TRUE(phone.writeMessage("hello"));
+    const auto answer = phone.waitMessage();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(std::string(answer->begin(), answer->end()), "echo:hello");
     phone.disconnect();
     EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
     EXPECT_THAT(phone.violations(), testing::IsEmpty());
@@ -67,52 +67,29 @@ TEST_F(Firmware, TellsAShortConnectionInOrder)
     }
 }
 
-TEST_F(Firmware, IsRestartedWithANewApplicationAndServesThePhoneAgain)
+TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
 {
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    for (int round = 0; round < 3; ++round) {
-        const auto applications = Process::running(APPLICATION_PROGRAM);
-        ASSERT_EQ(applications.size(), 1U);
-        const auto before = mark();
-        client->send("BriscaRestart");
-        EXPECT_EQ(client->waitSignal(), "bleIsStarted");
-        EXPECT_THAT(
-            linesWith(kSteps, before),
-            ElementsAre(transition("FIRMWARE", "FIRMWARE"), step("coAp killed"), step("EFR32 restarted"),
-                        step("Prompt detected: true"), step("BLE initialized: true"),
-                        step("Coap started: true"), step("Bluetooth started: true")));
-        const auto now = Process::running(APPLICATION_PROGRAM);
-        ASSERT_EQ(now.size(), 1U);
-        EXPECT_NE(now, applications);
-        efr32sim::Phone phone(chip);
-        ASSERT_TRUE(phone.connect());
-        EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
-        expectEcho(phone, "round " + std::to_string(round));
-        phone.disconnect();
-        EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
-    }
-}
+    const auto applications = Process::running(APPLICATION_PROGRAM);
+    auto before = mark();
+    client->send("BriscaRestart");
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    EXPECT_EQ(linesWith(kSteps, before), entry({transition("FIRMWARE", "FIRMWARE"), step("coAp killed")}));
+    EXPECT_EQ(Process::running(APPLICATION_PROGRAM).size(), 1U);
+    EXPECT_NE(Process::running(APPLICATION_PROGRAM), applications);
 
-TEST_F(Firmware, IsDisabledWithTheChipInResetAndEnabledAfresh)
-{
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    const auto threads = service->threads().size();
-    for (int round = 0; round < 2; ++round) {
-        const auto before = mark();
-        client->send("disableBluetooth");
-        EXPECT_EQ(client->call("getBriscaState"), kDisabled);
-        EXPECT_TRUE(testsupport::waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
-        EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
-        EXPECT_THAT(linesWith(kSteps, before),
-                    ElementsAre(transition("FIRMWARE", "DISABLED"), step("coAp killed")));
-        client->send("enableBluetooth");
-        EXPECT_EQ(client->waitSignal(), "bleIsStarted");
-        EXPECT_EQ(client->call("getBriscaState"), kFirmware);
-    }
-    efr32sim::Phone phone(chip);
-    ASSERT_TRUE(phone.connect());
-    expectEcho(phone, "after enabling");
-    EXPECT_EQ(service->threads().size(), threads) << "threads have doubled";
+    before = mark();
+    client->send("disableBluetooth");
+    EXPECT_EQ(client->call("getBriscaState"), kDisabled);
+    EXPECT_EQ(chip.mode(), efr32sim::Mode::Held);
+    EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
+    EXPECT_THAT(linesWith(kSteps, before),
+                ElementsAre(transition("FIRMWARE", "DISABLED"), step("coAp killed")));
+
+    before = mark();
+    client->send("enableBluetooth");
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    EXPECT_EQ(linesWith(kSteps, before), entry({transition("DISABLED", "FIRMWARE")}));
 }
 
 struct Failure

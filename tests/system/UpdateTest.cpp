@@ -61,16 +61,4 @@ TEST_F(Update, ThatTheChipRefusesIsToldAsAFailureAndCanBeRepeated)
     EXPECT_EQ(client->call("startFirmwareUpdate", kImage), "true");
     EXPECT_EQ(client->waitSignal(), "fwUpdateComplete true");
 }
-
-TEST_F(Update, ThatARestartInterruptsIsToldAsAFailure)
-{
-    startService();
-    writeImage(kImage, 8000 * kBlock);
-    auto events = chip.follow();
-    EXPECT_EQ(client->call("startFirmwareUpdate", kImage), "true");
-    ASSERT_TRUE(events.waitFor(EventKind::UploadStarted));
-    client->send("BriscaRestart");
-    EXPECT_EQ(client->waitSignal(), "fwUpdateComplete false");
-    EXPECT_THAT(client->call("getFirmwareVersion"), HasSubstr("BL >"));
-}
 }  // namespace
