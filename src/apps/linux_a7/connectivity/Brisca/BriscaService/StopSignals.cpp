@@ -47,8 +47,8 @@ void waitForStop()
     // Before the event loop ends: the process is gone a moment later.
     sd_notify(0, "STOPPING=1");
     BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
-    // Queued, because exec() forgets a quit() that came before it, during the first state entry; and as a call,
-    // because it removes a Quit event, too.
+    // Queued, because exec() forgets a quit() that came before it, during the first state entry; and as a
+    // call, because it removes a Quit event, too.
     QMetaObject::invokeMethod(qApp, "quit", Qt::QueuedConnection);
 }
 }  // namespace
