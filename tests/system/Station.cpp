@@ -77,6 +77,10 @@ Station::Station()
 
 Station::~Station()
 {
+    // A sanitizer that goes on after its report leaves no other trace: most tests end the service by SIGKILL.
+    for (const char* const report :
+         {"WARNING: ThreadSanitizer", "ERROR: AddressSanitizer", "runtime error: "})
+        EXPECT_EQ(log().find(report), std::string::npos) << report;
     if (HasFailure())
         std::cerr << "--- log of the service\n"
                   << log() << "--- events of the chip\n"
