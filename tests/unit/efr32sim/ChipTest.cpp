@@ -32,39 +32,6 @@ struct Bench
     std::optional<HostLine> host;
 };
 
-TEST(Console, AnswersKeys)
-{
-    const ChipOptions texts;
-    const std::pair<const char*, std::string> rows[] = {
-        {"\r", texts.menu},                     // shows the menu
-        {"3", texts.information + texts.menu},  // shows the information
-        {"x0\n\r", texts.menu},                 // other keys do nothing
-    };
-    for (const auto& [keys, text] : rows) {
-        Bench bench;
-        bench.host->send(keys);
-        EXPECT_EQ(bench.host->readUntil("BL >"), text + "BL >");
-    }
-}
-
-TEST(Console, TextsAreTheUsersOwn)
-{
-    Bench bench;
-    bench.chip.setConsoleTexts("M", "BL >", "I");
-    bench.host->send("3");
-    EXPECT_EQ(bench.host->read(6), "IMBL >");
-}
-
-TEST(Console, ANoisyPromptIsNoPromptAndTheNextOneIs)
-{
-    Bench bench;
-    bench.chip.inject({.kind = FaultKind::NoisyPrompt, .bytes = {'x'}});
-    bench.host->send("\r");
-    EXPECT_THAT(bench.host->readUntil("BLx > "), EndsWith("BLx > "));
-    bench.host->send("\r");
-    EXPECT_THAT(bench.host->readUntil("BL >"), EndsWith("BL >"));
-}
-
 TEST(Reset, TheFirstResetsCanStaySilent)
 {
     Bench bench;
@@ -152,20 +119,6 @@ TEST(Line, AFileIsNotReplacedByTheLink)
     EXPECT_EQ(testsupport::readFile(directory.file("tty")), "precious");
 }
 
-TEST(Line, SurvivesUsersThatComeAndGo)
-{
-    Bench bench;
-    auto events = bench.chip.follow();
-    for (int i = 0; i < 5; ++i) {
-        bench.host.reset();
-        ASSERT_TRUE(events.waitFor(EventKind::LineClosed));
-        bench.host.emplace(bench.chip.slavePath());
-        ASSERT_EQ(::ioctl(bench.host->fd(), TIOCEXCL), 0);
-        bench.host->send("\r");
-        ASSERT_THAT(bench.host->readUntil("BL >"), EndsWith("BL >"));
-    }
-}
-
 TEST(Line, WithOtherSettingsOfTheHostIsReportedAndUseless)
 {
     const struct
@@ -209,19 +162,6 @@ TEST(Line, TheFirmwareNeedsFlowControlAt115200)
     EXPECT_TRUE(events.waitFor(EventKind::LineMismatch));
     running.host->set(HostLine::kCoprocessor);
     EXPECT_EQ(running.host->command(0x01, 0x00), "200201000000");
-}
-
-TEST(Line, AKeySentJustBeforeTheHostChangesTheSpeedIsHeard)
-{
-    RunningChip running({.bootDelay = RunningChip::kUnhurried});
-    for (int i = 0; i < 3; ++i) {
-        running.chip.setReset(false);
-        running.host->set(HostLine::kConsole);
-        running.chip.setReset(true);
-        running.host->send("2");
-        running.host->set(HostLine::kCoprocessor);
-        ASSERT_EQ(running.host->readPacket(), running.bootEvent) << running.chip.events().dump();
-    }
 }
 
 TEST(SerialBootloader, TakesAnUploadOnTheFirmwaresLine)

@@ -219,24 +219,4 @@ TEST(Faults, SilenceLastsItsTimeAndSwallowsWhatTheHostSays)
     EXPECT_EQ(running.host->command(0x01, 0x00), kAnswer);
 }
 
-TEST(Faults, ABurstOfEventsArrivesWhole)
-{
-    RunningChip running;
-    ASSERT_TRUE(running.chip.sendBurst(40));
-    for (int i = 0; i < 40; ++i)
-        ASSERT_EQ(running.host->readPacket(), "a00308030100c4");
-}
-
-TEST(Faults, ASpontaneousRebootEndsTheConnectionAndSendsABootEvent)
-{
-    RunningChip running;
-    running.host->command(0x03, 0x14, {0, 4, 2});
-    Phone phone(running.chip, {.subscribe = false});
-    ASSERT_TRUE(phone.connect());
-    for (int i = 0; i < 4; ++i)
-        running.host->readPacket();
-    running.chip.reboot();
-    EXPECT_TRUE(phone.waitDisconnected());
-    EXPECT_EQ(running.host->readPacket(), running.bootEvent);
-}
 }  // namespace

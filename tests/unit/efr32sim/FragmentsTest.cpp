@@ -20,14 +20,6 @@ Bytes counting(std::size_t size)
     return bytes;
 }
 
-std::vector<Shape> shapesOf(const std::vector<Bytes>& fragments)
-{
-    std::vector<Shape> shapes;
-    for (const Bytes& fragment : fragments)
-        shapes.emplace_back(fragment[0], fragment.size() - 1);
-    return shapes;
-}
-
 std::vector<Shape> shapes(std::initializer_list<Shape> first, int from, int to)
 {
     std::vector<Shape> all(first);
@@ -36,43 +28,10 @@ std::vector<Shape> shapes(std::initializer_list<Shape> first, int from, int to)
     return all;
 }
 
-struct CutRow
-{
-    const char* name;
-    std::size_t frame;
-    std::size_t size;
-    std::vector<Shape> fragments;
-};
-
 std::vector<Shape> operator+(std::vector<Shape> left, const std::vector<Shape>& right)
 {
     left.insert(left.end(), right.begin(), right.end());
     return left;
-}
-
-TEST(Encoder, CutsLikeTheFormat)
-{
-    const std::vector<Shape> phoneFrame = shapes({{0x8F, 69}}, 0x0E, 0x00);
-    const CutRow rows[] = {
-        {"nothing", kPhoneFrame, 0, {}},
-        {"one byte", kPhoneFrame, 1, {{0x80, 1}}},
-        {"one full fragment", kPhoneFrame, 69, {{0x80, 69}}},
-        {"odd piece first", kPhoneFrame, 70, {{0x81, 1}, {0x00, 69}}},
-        {"two full fragments", kPhoneFrame, 138, {{0x81, 69}, {0x00, 69}}},
-        {"one full frame", kPhoneFrame, 1104, phoneFrame},
-        {"one byte more", kPhoneFrame, 1105, phoneFrame + std::vector<Shape>{{0x90, 1}}},
-        {"station frame", kStationFrame, 1120, shapes({{0x80, 16}}, 0x0F, 0x00)},
-    };
-    for (const CutRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Bytes message = counting(row.size);
-        const std::vector<Bytes> fragments = FragmentEncoder(row.frame).encode(message);
-        EXPECT_EQ(shapesOf(fragments), row.fragments);
-        Bytes joined;
-        for (const Bytes& fragment : fragments)
-            joined.insert(joined.end(), fragment.begin() + 1, fragment.end());
-        EXPECT_EQ(joined, message);
-    }
 }
 
 /// The fragments of a station's message: shapes filled with the length bytes and counting payload.

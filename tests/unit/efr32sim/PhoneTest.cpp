@@ -101,14 +101,6 @@ TEST(Phone, ConnectingEndsAdvertisingAndLeavingDoesNotBringItBack)
     EXPECT_FALSE(both.phone.connect(Milliseconds(1)));
 }
 
-TEST(Phone, AResetEndsTheConnection)
-{
-    Connected both;
-    both.chip.setReset(false);
-    EXPECT_TRUE(both.phone.waitDisconnected());
-    EXPECT_FALSE(both.chip.link().connected);
-}
-
 struct PairingRow
 {
     const char* name;

@@ -1,9 +1,7 @@
 #include "HostLine.h"
-#include "TempDir.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -11,37 +9,6 @@
 using namespace efr32sim;
 
 namespace {
-std::string pattern(std::size_t size)
-{
-    std::string bytes(size, '\0');
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xFF);
-    return bytes;
-}
-
-TEST(ForeignSender, UploadArrivesWhole)
-{
-    const testsupport::TempDir directory;
-    for (const std::size_t size : {0, 1, 127, 128, 129, 300000}) {
-        SCOPED_TRACE(size);
-        const std::string content = pattern(size);
-        const std::string file = directory.write("image", content);
-        Chip chip({.xmodemPing = Milliseconds(50)});
-        chip.start();
-        HostLine host(chip.slavePath());
-        host.send("1");
-        host.readUntil("begin upload\r\n");
-        const std::string command =
-            "timeout 60 sx -q " + file + " <" + chip.slavePath() + " >" + chip.slavePath() + " 2>/dev/null";
-        ASSERT_EQ(std::system(command.c_str()), 0) << chip.events().dump();
-        auto events = chip.followFromStart();
-        ASSERT_TRUE(events.waitFor(EventKind::UploadComplete)) << chip.events().dump();
-        const Bytes image = chip.image();
-        ASSERT_EQ(image.size(), (size + 127) / 128 * 128);
-        EXPECT_EQ(std::string(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size)), content);
-    }
-}
-
 /// A block of zeros, whose CRC is zero too.
 std::string block(int number, int complement, int crc = 0)
 {
