@@ -260,17 +260,6 @@ TEST_F(AdvData, TheTenthFragmentIsTheLast)
     EXPECT_EQ(sendNext().substr(0, 6), "00: 1B") << "what was built is kept";
 }
 
-TEST_F(AdvData, UnknownUsagesAreRefused)
-{
-    const auto usage = static_cast<tGBS_ADTypeUsage>(2);
-    EXPECT_EQ(NCPManager_ADTypeResetData(usage), 0u);
-    EXPECT_EQ(NCPManager_ADTypeFlags(usage, 5), 0u);
-    EXPECT_EQ(localName(usage, 0, "Voltra"), 0u);
-    EXPECT_EQ(manufacturer(usage, 1), 0u);
-    EXPECT_EQ(NCPManager_UpdateAdvertisingData(usage), 0u);
-    EXPECT_EQ(m_chip.takeCommands(), "");
-}
-
 TEST_F(AdvData, WithoutANameCallbackTheDefaultNameIsUsed)
 {
     NCPManager_SetDeviceNameCallback(nullptr);

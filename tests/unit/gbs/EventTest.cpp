@@ -6,8 +6,6 @@
 #include "Wait.h"
 #include "gecko.h"
 
-#include <thread>
-
 using namespace gbstest;
 using Lines = std::vector<std::string>;
 
@@ -277,31 +275,4 @@ TEST_F(Events, ALateResponseIsPassedOnAsAnEvent)
         [](std::uint32_t id, gecko_cmd_packet*) { journal.push_back(std::to_string(id)); });
     handle(response("03 14", "00 00"));
     EXPECT_EQ(journal, Lines{std::to_string(0x14030020)});
-}
-
-TEST_F(Events, AreAnsweredWhileAnotherThreadIsInCommands)
-{
-    constexpr int kRequests = 20;
-    constexpr int kCommands = 40;
-    for (int i = 0; i < kRequests; ++i)
-        m_chip.send(event("0A 02", "01 1A 00 13 00 00 01 " + toHex(std::string(1, static_cast<char>(i)))));
-    int succeeded = 0;
-    std::thread commands([&] {
-        for (int i = 0; i < kCommands; ++i)
-            succeeded += static_cast<int>(GBSSlave_HelloNCP());
-    });
-    EXPECT_TRUE(testsupport::waitUntil([] {
-        GBSSlave_TreatEvent();
-        return journal.size() == 2 * kRequests;
-    }));
-    commands.join();
-    EXPECT_EQ(succeeded, kCommands);
-    Lines expected;
-    for (int i = 0; i < kRequests; ++i) {
-        expected.push_back("write 26: " + toHex(std::string(1, static_cast<char>(i))));
-        expected.push_back(eventName("0A 02"));
-    }
-    EXPECT_EQ(journal, expected);
-    const auto sent = m_chip.commands();
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), "0A 04: 01 1A 00 00"), kRequests);
 }

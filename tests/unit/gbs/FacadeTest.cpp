@@ -2,9 +2,13 @@
 #include "GOS.h"
 #include "Harness.h"
 #include "NCP_Manager.h"
+#include "Pty.h"
 #include "StdoutCapture.h"
+#include "Wait.h"
 
 #include <array>
+#include <atomic>
+#include <thread>
 
 using namespace gbstest;
 
@@ -22,6 +26,11 @@ protected:
 
     FakeChip m_chip;
 };
+
+std::atomic<int> boots{0};
+std::atomic<bool> isBeingHandled{false};
+std::atomic<bool> isLetGo{false};
+const std::string kBoot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
 }  // namespace
 
 TEST_F(Facade, TakesTheApiLockOnceForWhatItDoesNotSend)
@@ -151,4 +160,49 @@ TEST_F(Facade, LinkStatusIsOneWhileAPhoneIsConnected)
     EXPECT_EQ(GBSSlave_GetLinkStatus(), 0u);
     GBSSlave_Disable();
     EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_DISABLED);
+}
+
+TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
+{
+    GBSSlave_LetGoLine();
+    EXPECT_FALSE(GBSSlave_IsLineHeld());
+    EXPECT_EQ(GBSSlave_HelloNCP(), 0u);
+    {
+        const testsupport::StdoutCapture log;
+        EXPECT_EQ(GBSSlave_Enable(), 0u);
+        EXPECT_FALSE(log.contains("[RTapi.TASKS] Failed to find current task")) << "it would wait for 5 s";
+    }
+    EXPECT_EQ(m_chip.takeCommands(), "");
+    const testsupport::Pty line;
+    ASSERT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
+    EXPECT_TRUE(GBSSlave_IsLineHeld());
+    FakeChip chip;  // in the place of the terminal
+    boots = 0;
+    GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) { ++boots; });
+    chip.send(kBoot);
+    GBSSlave_TreatEvent();
+    EXPECT_EQ(boots, 0);
+    EXPECT_EQ(GBSSlave_HelloNCP(), 1u) << "commands work before events are resumed";
+    GBSSlave_ResumeEvents();
+    GBSSlave_TreatEvent();
+    EXPECT_EQ(boots, 1) << "the boot event has been kept";
+    GBSSlave_SetEventCallback(nullptr);
+    GBSSlave_LetGoLine();
+}
+
+TEST_F(Facade, LetsTheLineGoOnlyAfterTheEventThatIsBeingHandled)
+{
+    isBeingHandled = isLetGo = false;
+    GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) {
+        isBeingHandled = true;
+        EXPECT_FALSE(testsupport::waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
+            << "this event would change the state of the stack's next run";
+    });
+    m_chip.send(kBoot);
+    std::thread pump([] { GBSSlave_TreatEvent(); });
+    EXPECT_TRUE(testsupport::waitUntil([] { return isBeingHandled.load(); }));
+    GBSSlave_LetGoLine();
+    isLetGo = true;
+    pump.join();
+    GBSSlave_SetEventCallback(nullptr);
 }
