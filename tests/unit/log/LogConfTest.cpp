@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
@@ -99,19 +98,4 @@ TEST_F(LogConfFile, IsSharedWithWhoeverAsks)
     EXPECT_TRUE(capture.contains("Coulnd't open file at path " + m_dir.file("missing")));
 }
 
-TEST(LogConfLine, IsCleanedInPlace)
-{
-    const char* const rows[][2] = {{"a : DE BUG # x\n", "a:DEBUG\n"},
-                                   {"#", "\n"},
-                                   {"", ""},
-                                   {" \t\n", "\n"},
-                                   {"a:1\r\n", "a:1\r\n"},
-                                   {"a:1", "a:1"}};
-    for (const auto& [given, cleaned] : rows) {
-        char line[64];
-        std::strcpy(line, given);
-        EXPECT_EQ(LogConf::cleanLine(line), static_cast<int>(std::strlen(cleaned))) << given;
-        EXPECT_STREQ(line, cleaned);
-    }
-}
 }  // namespace
