@@ -13,7 +13,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.main");
 
@@ -44,5 +43,5 @@ int main(int argc, char** argv)
     std::fflush(nullptr);
     // Not by return: the tasks of the BLE stack still run, and static objects must not be destroyed under
     // them.
-    _exit(EXIT_SUCCESS);
+    _exit(exitStatus());
 }

@@ -74,6 +74,11 @@ void sig_handler(int signal)
     std::exit(EXIT_FAILURE);
 }
 
+int exitStatus()
+{
+    return reportingThread == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 void displayBacktrace()
 {
     void* entries[kBacktraceEntries];

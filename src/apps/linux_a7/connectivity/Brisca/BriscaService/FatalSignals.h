@@ -9,5 +9,9 @@ void installFatalSignalHandler();
 /// inside exit() or a report that cannot finish ends the process with the same status.
 [[noreturn]] void sig_handler(int signal);
 
+/// The status with which the process is to end: EXIT_FAILURE once a fatal signal is being reported, also when
+/// a stop request or the end of the event loop comes first. Any thread, also in a signal handler.
+[[nodiscard]] int exitStatus();
+
 /// Writes the innermost 20 entries of the current call stack to standard error.
 void displayBacktrace();

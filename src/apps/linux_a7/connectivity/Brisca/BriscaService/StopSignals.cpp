@@ -1,5 +1,6 @@
 #include "StopSignals.h"
 
+#include "FatalSignals.h"
 #include "facade/Log.h"
 
 #include <systemd/sd-daemon.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <thread>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.main");
@@ -26,7 +28,7 @@ sigset_t stopSignals()
 
 [[noreturn]] void endWithoutCeremony(int)
 {
-    _exit(EXIT_SUCCESS);  // the kernel kills the CoAP application with its parent
+    _exit(exitStatus());  // the kernel kills the CoAP application with its parent
 }
 
 /// Armed before anything that can block, the log included: its reader may be gone.
@@ -43,6 +45,8 @@ void waitForStop()
     int signal = 0;
     while (sigwait(&set, &signal) != 0) {
     }
+    if (exitStatus() != EXIT_SUCCESS)
+        return;  // a crash is being reported and ends the process by itself
     limitStopTime();
     // Before the event loop ends: the process is gone a moment later.
     sd_notify(0, "STOPPING=1");
