@@ -39,4 +39,10 @@ std::string readFile(const std::string& path)
     content << in.rdbuf();
     return content.str();
 }
+
+std::size_t entriesOf(const char* directory)
+{
+    const std::filesystem::directory_iterator entries(directory);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
 }  // namespace testsupport

@@ -24,4 +24,8 @@ private:
 
 /// The whole content of a file; empty when it cannot be read.
 std::string readFile(const std::string& path);
+
+/// How many entries a directory has: with /proc/self/fd the open descriptors, with /proc/self/task the
+/// threads.
+std::size_t entriesOf(const char* directory);
 }  // namespace testsupport

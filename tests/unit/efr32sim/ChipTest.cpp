@@ -1,25 +1,13 @@
 #include "HostLine.h"
 #include "TempDir.h"
-#include "efr32sim/Phone.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 
 #include <filesystem>
 
 using namespace efr32sim;
-using testing::EndsWith;
-using testing::HasSubstr;
 
 namespace {
-std::size_t entriesOf(const char* directory)
-{
-    const std::filesystem::directory_iterator entries(directory);
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
 /// A chip that has started, and its line as the console's user opens it.
 struct Bench
 {
@@ -32,56 +20,18 @@ struct Bench
     std::optional<HostLine> host;
 };
 
-TEST(Reset, TheFirstResetsCanStaySilent)
-{
-    Bench bench;
-    auto events = bench.chip.follow();
-    bench.chip.inject({.kind = FaultKind::SilentReset, .count = 2});
-    for (int i = 0; i < 3; ++i) {
-        bench.chip.setReset(false);
-        bench.chip.setReset(true);
-        bench.host->send("\r");
-    }
-    EXPECT_THAT(bench.host->readUntil("BL >"), EndsWith("BL >"));
-    EXPECT_EQ(events.drain(EventKind::Prompt), 1U);
-}
-
-TEST(Reset, TheFifoHoldsAndReleasesTheChip)
-{
-    const testsupport::TempDir directory;
-    const std::string path = directory.file("reset");
-    Bench bench({.resetPath = path});
-    auto events = bench.chip.follow();
-    const auto write = [&path](const char* level) {
-        const testsupport::UniqueFd pin(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-        ASSERT_EQ(::write(pin.get(), level, 1), 1);
-    };
-    write("0");
-    const auto low = events.waitFor(EventKind::ResetLow);
-    ASSERT_TRUE(low);
-    EXPECT_EQ(low->text("was"), "bootloader");
-    EXPECT_EQ(bench.chip.mode(), Mode::Held);
-    bench.host->send("\r");
-    ASSERT_TRUE(events.waitFor(EventKind::Unheard)) << "a held chip hears nothing";
-    write("1");
-    const auto high = events.waitFor(EventKind::ResetHigh);
-    ASSERT_TRUE(high);
-    EXPECT_GT(high->time, low->time);
-    bench.host->send("\r");
-    EXPECT_EQ(bench.host->readUntil("BL >"), ChipOptions{}.menu + "BL >") << "and says nothing";
-    bench.chip.stop();
-    EXPECT_FALSE(std::filesystem::exists(path));
-}
-
-TEST(Reset, ForgetsAllButTheFlash)
+TEST(Reset, HoldsTheChipDeafAndSilentAndForgetsAllButTheFlash)
 {
     RunningChip running;
+    auto events = running.chip.follow();
     running.host->command(0xFF, 0x00, {5, 10, 1, 2, 3, 4});
     running.host->command(0x03, 0x0F, {0, 1});
     running.host->command(0x03, 0x14, {0, 4, 2});
     running.chip.setReset(false);
     EXPECT_FALSE(running.chip.air().advertising);
     EXPECT_EQ(running.chip.air().channelMap, 7);
+    running.host->sendCommand(0x01, 0x00);
+    EXPECT_TRUE(events.waitFor(EventKind::Unheard));
     running.chip.setReset(true);
     running.host->set(HostLine::kConsole);
     running.host->send("2");
@@ -91,32 +41,18 @@ TEST(Reset, ForgetsAllButTheFlash)
     EXPECT_EQ(running.host->command(0xFF, 0x00, {1, 11}), "2009ff000000060b0001020304");
 }
 
-TEST(Line, LinkFollowsTheLineAndGoesWithIt)
+TEST(Line, ReplacesTheLinkOfAnEarlierRunButNoFile)
 {
     const testsupport::TempDir directory;
-    const std::string link = directory.file("tty");
-    std::filesystem::create_symlink("/nowhere", link);  // left behind by an earlier run
-    Bench bench({.ttyPath = link});
-    EXPECT_EQ(std::filesystem::read_symlink(link), bench.chip.slavePath());
-    bench.chip.hangUp();
-    EXPECT_FALSE(std::filesystem::is_symlink(link));
-    EXPECT_EQ(bench.host->read(1), "");
-    char byte = 0;
-    EXPECT_LE(::read(bench.host->fd(), &byte, 1), 0) << "a hung-up line must not look quiet";
-    bench.chip.plugIn();
-    HostLine again(link);
-    again.send("\r");
-    EXPECT_THAT(again.readUntil("BL >"), EndsWith("BL >"));
-    bench.chip.stop();
-    EXPECT_FALSE(std::filesystem::is_symlink(link));
-}
-
-TEST(Line, AFileIsNotReplacedByTheLink)
-{
-    const testsupport::TempDir directory;
-    Chip chip({.ttyPath = directory.write("tty", "precious")});
+    const std::string path = directory.file("tty");
+    std::filesystem::create_symlink("/nowhere", path);
+    Chip chip({.ttyPath = path});
+    chip.start();
+    EXPECT_EQ(std::filesystem::read_symlink(path), chip.slavePath());
+    chip.stop();
+    directory.write("tty", "precious");
     EXPECT_THROW(chip.start(), std::exception);
-    EXPECT_EQ(testsupport::readFile(directory.file("tty")), "precious");
+    EXPECT_EQ(testsupport::readFile(path), "precious");
 }
 
 TEST(Line, WithOtherSettingsOfTheHostIsReportedAndUseless)
@@ -164,41 +100,22 @@ TEST(Line, TheFirmwareNeedsFlowControlAt115200)
     EXPECT_EQ(running.host->command(0x01, 0x00), "200201000000");
 }
 
-TEST(SerialBootloader, TakesAnUploadOnTheFirmwaresLine)
-{
-    RunningChip running({.bootDelay = RunningChip::kUnhurried});
-    HostLine& host = *running.host;
-    host.sendCommand(0x00, 0x00, {1});
-    EXPECT_EQ(host.readUntil("BL >"), ChipOptions{}.menu + "BL >") << "without being asked";
-    host.send("1");
-    EXPECT_THAT(host.readUntil("C"), EndsWith("C"));
-    std::string block{0x01, 0x01, static_cast<char>(0xFE)};
-    host.send(block + std::string(128, '\0') + std::string(2, '\0'));
-    EXPECT_EQ(host.read(1), "\x06");
-    host.send("\x04");
-    EXPECT_THAT(host.readUntil("BL >"), HasSubstr("complete"));
-    host.send("2");
-    EXPECT_EQ(host.read(1), " ");
-    EXPECT_EQ(host.readPacket(), running.bootEvent);
-    EXPECT_EQ(running.chip.image(), Bytes(128));
-}
-
 TEST(Chip, StartsAndStopsWithoutLeavingAnythingBehind)
 {
     const testsupport::TempDir directory;
     Chip kept({.ttyPath = directory.file("tty"), .resetPath = directory.file("reset"), .chaosSeed = 1});
     kept.start();
     kept.stop();
-    const std::size_t descriptors = entriesOf("/proc/self/fd");
-    const std::size_t threads = entriesOf("/proc/self/task");
+    const std::size_t descriptors = testsupport::entriesOf("/proc/self/fd");
+    const std::size_t threads = testsupport::entriesOf("/proc/self/task");
     for (int i = 0; i < 50; ++i) {  // a hundred starts and stops
         kept.start();
         Chip fresh;
         fresh.start();
         kept.stop();
     }
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(testsupport::entriesOf("/proc/self/task"), threads);
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 

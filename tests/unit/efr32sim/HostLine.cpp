@@ -38,14 +38,6 @@ void HostLine::send(std::string_view bytes) const
     }
 }
 
-void HostLine::send(std::initializer_list<int> bytes) const
-{
-    std::string text;
-    for (const int byte : bytes)
-        text += static_cast<char>(byte);
-    send(text);
-}
-
 bool HostLine::fill(steady_clock::time_point deadline)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
@@ -89,7 +81,7 @@ std::string HostLine::readPacket()
     return efr32sim::toHex({reinterpret_cast<const std::uint8_t*>(packet.data()), packet.size()});
 }
 
-void HostLine::sendCommand(int classId, int id, std::initializer_list<int> payload) const
+void HostLine::sendCommand(int classId, int id, const std::vector<int>& payload) const
 {
     std::string packet{0x20, static_cast<char>(payload.size()), static_cast<char>(classId),
                        static_cast<char>(id)};
@@ -98,7 +90,7 @@ void HostLine::sendCommand(int classId, int id, std::initializer_list<int> paylo
     send(packet);
 }
 
-std::string HostLine::command(int classId, int id, std::initializer_list<int> payload)
+std::string HostLine::command(int classId, int id, const std::vector<int>& payload)
 {
     sendCommand(classId, id, payload);
     return readPacket();

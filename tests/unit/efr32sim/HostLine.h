@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Settings of the host's end; eight data bits, no parity.
 struct HostSettings
@@ -27,15 +28,14 @@ public:
 
     void set(const HostSettings& settings);
     void send(std::string_view bytes) const;
-    void send(std::initializer_list<int> bytes) const;
     /// Reads until @p text has come; everything read so far, or what came before the time was up.
     std::string readUntil(std::string_view text, std::chrono::milliseconds limit = testsupport::kPatience);
     std::string read(std::size_t count, std::chrono::milliseconds limit = testsupport::kPatience);
     /// Reads one packet, header included, as hexadecimal text.
     std::string readPacket();
     /// Sends a command packet and reads one packet.
-    std::string command(int classId, int id, std::initializer_list<int> payload = {});
-    void sendCommand(int classId, int id, std::initializer_list<int> payload = {}) const;
+    std::string command(int classId, int id, const std::vector<int>& payload = {});
+    void sendCommand(int classId, int id, const std::vector<int>& payload = {}) const;
     [[nodiscard]] int fd() const { return m_fd.get(); }
 
 private:

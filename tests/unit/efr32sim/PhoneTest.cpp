@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <future>
-#include <thread>
 
 using namespace efr32sim;
 
@@ -23,22 +22,6 @@ struct Connected : RunningChip
     Phone phone;
 };
 
-TEST(Phone, ScanWaitsForAdvertisingAndTakesItApart)
-{
-    RunningChip running;
-    Phone phone(running.chip);
-    EXPECT_FALSE(phone.scan(Milliseconds(1)));
-    auto scan = std::async(std::launch::async, [&] { return phone.scan(); });
-    running.host->command(0x03, 0x0C, {0, 0, 3, 2, 1, 5});
-    running.host->command(0x03, 0x0C, {0, 1, 4, 3, 9, 'E', 'V'});
-    running.host->command(0x03, 0x14, {0, 4, 0});
-    const auto result = scan.get();
-    ASSERT_TRUE(result);
-    EXPECT_EQ(result->advertising.flags(), 5);
-    EXPECT_EQ(result->scanResponse.localName(), "EV");
-    EXPECT_FALSE(phone.connect(Milliseconds(1))) << "advertising without connecting";
-}
-
 TEST(Phone, WritesReachTheHostAndItsAnswersThePhone)
 {
     Connected both;
@@ -54,51 +37,35 @@ TEST(Phone, WritesReachTheHostAndItsAnswersThePhone)
     EXPECT_EQ(value.get(), (Bytes{4, 5}));
 }
 
-TEST(Phone, ARequestEndsWithItsConnection)
-{
-    Connected both;
-    auto answer = std::async(std::launch::async, [&] { return both.phone.writeRequest(Bytes{7}); });
-    both.host->readPacket();
-    both.host->command(0x08, 0x04, {1});
-    EXPECT_EQ(answer.get(), std::nullopt);
-    EXPECT_FALSE(both.phone.writeCommand(Bytes{7}));
-}
-
-TEST(Phone, NotificationsBecomeMessagesAndViolations)
-{
-    Connected both;
-    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 6, 0xB0, 0, 3, 'a', 'b', 'c'}), "20020a050000");
-    EXPECT_EQ(both.phone.waitMessage(), (Bytes{'a', 'b', 'c'}));
-    EXPECT_TRUE(both.phone.violations().empty());
-    both.host->command(0x0A, 0x05, {1, 26, 0, 2, 0x00, 0});
-    EXPECT_EQ(both.phone.violations().size(), 1U);
-    EXPECT_EQ(both.phone.waitNotification()->size(), 6U);
-    EXPECT_EQ(both.phone.waitNotification(), (Bytes{0, 0}));
-}
-
-TEST(Phone, NotificationsAreRefusedUntilItSubscribes)
+TEST(Phone, NotificationsAreRefusedUntilItSubscribesAndCheckedThen)
 {
     Connected both({.subscribe = false});
     EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 7}), "20020a058101");
     EXPECT_TRUE(both.phone.subscribe(true));
     EXPECT_EQ(both.host->readPacket(), "a0060a03011a00010100");
-    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 7}), "20020a050000");
+    EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 6, 0xB0, 0, 3, 'a', 'b', 'c'}), "20020a050000");
+    EXPECT_EQ(both.phone.waitMessage(), (Bytes{'a', 'b', 'c'}));
+    EXPECT_TRUE(both.phone.violations().empty());
     both.chip.inject({.kind = FaultKind::RefuseNotification, .result = 0x0182});
     EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 8}), "20020a058201");
-    EXPECT_EQ(both.phone.waitNotification(), Bytes{7});
+    both.host->command(0x0A, 0x05, {1, 26, 0, 2, 0x00, 0});
+    EXPECT_EQ(both.phone.violations().size(), 1U);
+    EXPECT_EQ(both.phone.waitNotification()->size(), 6U);
+    EXPECT_EQ(both.phone.waitNotification(), (Bytes{0, 0})) << "a refused one reaches nobody";
 }
 
-TEST(Phone, ConnectingEndsAdvertisingAndLeavingDoesNotBringItBack)
+TEST(Phone, HasTheOnlyConnectionAndLeavesTheChipOffTheAir)
 {
     Connected both;
     EXPECT_FALSE(both.chip.air().advertising);
     Phone other(both.chip, {.address = {1, 1, 1, 1, 1, 1}});
-    EXPECT_FALSE(other.connect(Milliseconds(1))) << "there is one connection";
+    EXPECT_FALSE(other.connect(Milliseconds(1)));
     both.phone.disconnect();
     EXPECT_EQ(both.host->readPacket(), "a0030801130201");
     EXPECT_FALSE(both.phone.connected());
     EXPECT_FALSE(both.chip.air().advertising);
-    EXPECT_FALSE(both.phone.connect(Milliseconds(1)));
+    both.host->command(0x03, 0x14, {0, 4, 0});
+    EXPECT_FALSE(both.phone.connect(Milliseconds(1))) << "advertising without connecting";
 }
 
 struct PairingRow
@@ -108,25 +75,23 @@ struct PairingRow
     int flags;
     const char* asked;  // the event that asks the host
     std::function<void(Connected&)> answer;
+    const char* outcome = "a0020f030100";  // bonded
 };
 
-TEST(Pairing, EndsInABond)
+TEST(Pairing, GoesAsTheCapabilitiesSay)
 {
+    const auto types = [](std::uint32_t passkey) {
+        return [=](Connected& both) { EXPECT_TRUE(both.phone.enterPasskey(passkey)); };
+    };
+    const auto answers = [](int id, std::initializer_list<int> payload) {
+        return [=, bytes = std::vector(payload)](Connected& both) { both.host->command(0x0F, id, bytes); };
+    };
     const PairingRow rows[] = {
-        {"the phone types", 0, 0, "a0050f000140e20100",
-         [](Connected& both) { EXPECT_TRUE(both.phone.enterPasskey(123456)); }},
-        {"the host compares", 1, 0, "a0050f020140e20100",
-         [](Connected& both) {
-             both.host->command(0x0F, 0x09, {1, 1});
-         }},
-        {"the host types", 2, 0, "a0010f0101",
-         [](Connected& both) {
-             both.host->command(0x0F, 0x08, {1, 0x40, 0xE2, 0x01, 0x00});
-         }},
-        {"the host confirms", 3, 8, "a0020f0901ff",
-         [](Connected& both) {
-             both.host->command(0x0F, 0x0E, {1, 1});
-         }},
+        {"the phone types", 0, 0, "a0050f000140e20100", types(123456)},
+        {"the phone types the wrong passkey", 0, 0, "a0050f000140e20100", types(123457), "a0030f04010103"},
+        {"the host compares", 1, 0, "a0050f020140e20100", answers(0x09, {1, 1})},
+        {"the host types", 2, 0, "a0010f0101", answers(0x08, {1, 0x40, 0xE2, 0x01, 0x00})},
+        {"the host confirms", 3, 8, "a0020f0901ff", answers(0x0E, {1, 1})},
     };
     for (const PairingRow& row : rows) {
         SCOPED_TRACE(row.name);
@@ -137,20 +102,9 @@ TEST(Pairing, EndsInABond)
         ASSERT_TRUE(both.phone.pair());
         EXPECT_EQ(both.host->readPacket(), row.asked);
         row.answer(both);
-        EXPECT_EQ(both.host->readPacket(), "a0020f030100");
-        EXPECT_TRUE(both.chip.link().encrypted);
+        EXPECT_EQ(both.host->readPacket(), row.outcome);
+        EXPECT_EQ(both.chip.link().encrypted, std::string(row.outcome) == PairingRow{}.outcome);
+        EXPECT_FALSE(both.phone.enterPasskey(123456)) << "nothing waits for it now";
     }
-}
-
-TEST(Pairing, AWrongPasskeyFails)
-{
-    Connected both;
-    both.host->command(0x0F, 0x00, {1});
-    both.host->command(0x0F, 0x01, {0, 0});
-    ASSERT_TRUE(both.phone.pair());
-    both.host->readPacket();
-    EXPECT_TRUE(both.phone.enterPasskey(1234567));
-    EXPECT_EQ(both.host->readPacket(), "a0030f04010103");
-    EXPECT_FALSE(both.phone.enterPasskey(1)) << "nothing waits for it now";
 }
 }  // namespace

@@ -1,18 +1,15 @@
 #include "HostLine.h"
+#include "Process.h"
 #include "TempDir.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -22,23 +19,21 @@ namespace {
 class Program : public testing::Test
 {
 protected:
-    void run(std::vector<std::string> options = {})
+    void run(const std::vector<std::string>& options = {})
     {
-        m_arguments = {EFR32SIM_PROGRAM, "--tty",      m_tty,          "--reset", m_reset,     "--control",
-                       m_socket,         "--no-stdin", "--boot-delay", "20",      "--any-line"};
-        m_arguments.insert(m_arguments.end(), options.begin(), options.end());
-        std::vector<char*> pointers;
-        for (std::string& argument : m_arguments)
-            pointers.push_back(argument.data());
-        pointers.push_back(nullptr);
-        ASSERT_EQ(::posix_spawn(&m_pid, pointers[0], nullptr, nullptr, pointers.data(), environ), 0);
+        std::vector<std::string> command = {EFR32SIM_PROGRAM, "--tty",     m_tty,       "--reset",
+                                            m_reset,          "--control", m_socket,    "--no-stdin",
+                                            "--boot-delay",   "20",        "--any-line"};
+        command.insert(command.end(), options.begin(), options.end());
+        m_program = std::make_unique<Process>(command, "/dev/null");
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, m_socket.c_str(), sizeof(address.sun_path) - 1);
+        m_socket.copy(address.sun_path, sizeof(address.sun_path) - 1);
         m_client = testsupport::UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         ASSERT_TRUE(testsupport::waitUntil([&] {
             return ::connect(m_client.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
         }));
+        m_replies.reset(::fdopen(::dup(m_client.get()), "r"));
     }
 
     /// Sends a command and gives its reply; events in between go to m_events.
@@ -47,54 +42,26 @@ protected:
         const std::string line = command + '\n';
         EXPECT_EQ(::send(m_client.get(), line.data(), line.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(line.size()));
-        while (true) {
-            const std::string reply = nextLine();
-            if (!reply.starts_with("event") && !reply.starts_with("{\"event\""))
-                return reply;
+        std::string reply = nextLine();
+        for (; reply.starts_with("event") || reply.starts_with("{\"event\""); reply = nextLine())
             m_events += reply + '\n';
-        }
+        return reply;
     }
 
     std::string nextLine()
     {
-        std::size_t end = 0;
-        while ((end = m_pending.find('\n')) == std::string::npos) {
-            std::array<char, 4096> buffer{};
-            pollfd waiting{m_client.get(), POLLIN, 0};
-            const bool ready = ::poll(&waiting, 1, 30000) > 0;
-            const ssize_t got = ready ? ::read(m_client.get(), buffer.data(), buffer.size()) : 0;
-            if (got <= 0)
-                return "nothing";
-            m_pending.append(buffer.data(), static_cast<std::size_t>(got));
-        }
-        const std::string line = m_pending.substr(0, end);
-        m_pending.erase(0, end + 1);
-        return line;
-    }
-
-    int exitStatus()
-    {
-        int status = -1;
-        ::waitpid(std::exchange(m_pid, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    void TearDown() override
-    {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGTERM);
-            exitStatus();
-        }
+        std::array<char, 4096> line{};
+        const bool got = std::fgets(line.data(), line.size(), m_replies.get()) != nullptr;
+        return got ? std::string(line.data(), std::strcspn(line.data(), "\n")) : "nothing";
     }
 
     testsupport::TempDir m_directory;
     const std::string m_tty = m_directory.file("tty");
     const std::string m_reset = m_directory.file("reset");
     const std::string m_socket = m_directory.file("control");
-    std::vector<std::string> m_arguments;
-    pid_t m_pid = 0;
+    std::unique_ptr<Process> m_program;
     testsupport::UniqueFd m_client;
-    std::string m_pending;
+    std::unique_ptr<FILE, int (*)(FILE*)> m_replies{nullptr, std::fclose};
     std::string m_events;
 };
 
@@ -149,7 +116,7 @@ TEST_F(Program, SpeaksJsonAndQuits)
     EXPECT_THAT(ask("wait reset_high"), HasSubstr("\"was\":\"held\""));
     EXPECT_THAT(m_events, HasSubstr("{\"event\":\"reset_high\",\"sequence\":"));
     ask("quit");
-    EXPECT_EQ(exitStatus(), 0);
+    EXPECT_EQ(m_program->waitEnd(testsupport::kPatience), "exit 0");
     EXPECT_TRUE(std::filesystem::is_empty(m_directory.path())) << "link, FIFO and socket are gone";
 }
 }  // namespace
