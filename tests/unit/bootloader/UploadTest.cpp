@@ -7,7 +7,6 @@
 #include <termios.h>
 #include <QTimer>
 
-#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -23,8 +22,7 @@ std::size_t threadCount()
 {
     // ThreadSanitizer adds a thread of its own with the first one of the program.
     [[maybe_unused]] static const bool warm = (std::thread([] {}).join(), true);
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+    return testsupport::entriesOf("/proc/self/task");
 }
 
 class Upload : public ClientFixture

@@ -18,14 +18,10 @@
 #include <thread>
 
 namespace {
+using namespace std::string_literals;
+using testsupport::entriesOf;
 using testsupport::UniqueFd;
 using Status = PipeFrameReader::Status;
-
-std::size_t openDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 class BridgePipesTest : public testing::Test
 {
@@ -47,6 +43,12 @@ protected:
         const ssize_t count = ::read(end.get(), bytes.data(), bytes.size());
         bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         return bytes;
+    }
+    /// What the phone is to get of the frame that was received last.
+    std::string received()
+    {
+        const auto message = pipes.received().message();
+        return {message.begin(), message.end()};
     }
     static mode_t modeOf(const std::string& path)
     {
@@ -99,11 +101,11 @@ TEST_F(BridgePipesTest, AnythingButAPipeIsRefusedWithOneLine)
             SCOPED_TRACE(name);
             make(path);
             capture.clear();
-            const std::size_t before = openDescriptors();
+            const std::size_t before = entriesOf("/proc/self/fd");
             BridgePipes fresh;
             EXPECT_FALSE(fresh.create(tx.c_str(), rx.c_str()));
             EXPECT_EQ(capture.count("<ERROR> [Brisca] " + path + " cannot be used as a named pipe"), 1);
-            EXPECT_LE(openDescriptors(), before + (path == rx ? 1 : 0));
+            EXPECT_LE(entriesOf("/proc/self/fd"), before + (path == rx ? 1 : 0));
             std::filesystem::remove_all(tx);
             std::filesystem::remove_all(rx);
         }
@@ -119,15 +121,59 @@ TEST_F(BridgePipesTest, APipeThatCannotBeMadeIsReportedWithItsErrno)
 TEST_F(BridgePipesTest, DescriptorsAreKeptOverAnyNumberOfStartsAndARemovedPipe)
 {
     ASSERT_TRUE(create());
-    const std::size_t before = openDescriptors();
+    const std::size_t before = entriesOf("/proc/self/fd");
     for (int round = 0; round < 10; ++round)
         ASSERT_TRUE(create());
     EXPECT_EQ(capture.count("Open Tx pipe"), 1);
     ASSERT_TRUE(std::filesystem::remove(tx));
     ASSERT_TRUE(create());
-    EXPECT_EQ(openDescriptors(), before);
-    put(openEnd(tx), std::string("\0\0\0\1x", 5));
+    EXPECT_EQ(entriesOf("/proc/self/fd"), before);
+    put(openEnd(tx), "\0\0\0\1x"s);
     EXPECT_EQ(pipes.receive(), Status::Frame);
+}
+
+TEST_F(BridgePipesTest, AnswersAreTakenOutOfTheStreamAFrameAPoll)
+{
+    const struct
+    {
+        const char* name;
+        std::string written;
+        std::vector<Status> statuses;
+        std::string message;  // the last one
+    } cases[] = {
+        {"the first two bytes are ignored", "\xFF\x80\0\5hello"s, {Status::Frame}, "\0\5hello"s},
+        {"length 0", "\0\0\0\0"s, {Status::InvalidLength}, ""},
+        {"behind an invalid length comes a header",
+         "\0\0\xFF\xFF\7\7\0\2hi"s,
+         {Status::InvalidLength, Status::Frame},
+         "\0\2hi"s},
+        {"a header without payload is dropped", "\0\0\0\5"s, {Status::PayloadMissing}, ""},
+        {"a short payload keeps its announced length", "\0\0\0\5hi"s, {Status::Frame}, "\0\5hi"s},
+        {"two frames", "\0\0\0\1x\0\0\0\1y"s, {Status::Frame, Status::Frame}, "\0\1y"s},
+    };
+    ASSERT_TRUE(create());
+    const UniqueFd application = openEnd(tx);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        put(application, row.written);
+        for (const Status expected : row.statuses)
+            EXPECT_EQ(pipes.receive(), expected);
+        if (!row.message.empty()) {
+            EXPECT_EQ(received(), row.message);
+        }
+        EXPECT_EQ(pipes.receive(), Status::Nothing);
+    }
+    const std::string frame = "\1\2\0\3abc"s;
+    for (std::size_t cut = 1; cut < kAnswerHeaderSize; ++cut) {
+        SCOPED_TRACE(cut);
+        put(application, frame.substr(0, cut));
+        EXPECT_EQ(pipes.receive(), Status::Nothing);
+        EXPECT_EQ(pipes.receive(), Status::Nothing) << "an empty read keeps what came";
+        put(application, frame.substr(cut));
+        EXPECT_EQ(pipes.receive(), Status::Frame);
+        EXPECT_EQ(received(), "\0\3abc"s);
+        EXPECT_EQ(pipes.received().header()[1], 2);
+    }
 }
 
 TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
@@ -140,8 +186,8 @@ TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
         const char* name;
         std::string left;
     } cases[] = {{"half a header", "abc"},
-                 {"a header without its payload", std::string("\0\0\0\5", 4)},
-                 {"a whole answer", std::string("\0\0\0\1x", 5)}};
+                 {"a header without its payload", "\0\0\0\5"s},
+                 {"a whole answer", "\0\0\0\1x"s}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         put(writes, row.left.substr(0, 3));
@@ -152,10 +198,9 @@ TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
         pipes.send(1);
         ASSERT_TRUE(create());
         EXPECT_EQ(take(reads), "");
-        put(writes, std::string("\0\0\0\2hi", 6));
+        put(writes, "\0\0\0\2hi"s);
         ASSERT_EQ(pipes.receive(), Status::Frame);
-        EXPECT_EQ(pipes.received().message().size(), 4U);
-        EXPECT_EQ(pipes.received().message()[2], 'h');
+        EXPECT_EQ(received(), "\0\2hi"s);
     }
     EXPECT_EQ(capture.count("<INFO > [Brisca] Discarded"), 3);
 }
@@ -177,7 +222,7 @@ TEST_F(BridgePipesTest, AnApplicationThatReadsAgainFindsWholeRequestsOnly)
     stream += take(application);
     ASSERT_EQ(stream.size(), accepted * (length + 2));
     for (std::size_t offset = 0; offset < stream.size(); offset += length + 2)
-        EXPECT_EQ(stream.substr(offset, 3), std::string("\x40\x11\0", 3));
+        EXPECT_EQ(stream.substr(offset, 3), "\x40\x11\0"s);
     pipes.payload()[0] = 'x';
     EXPECT_EQ(pipes.send(1).payload, 1) << "there is room again";
 }
@@ -188,7 +233,7 @@ TEST_F(BridgePipesTest, StartsMayComeWhileTheTasksAreInTheMiddleOfAFrame)
     const UniqueFd writes = openEnd(tx);
     std::atomic<bool> stop = false;
     std::thread application([&] {
-        const std::string frame("\0\0\0\3abc", 7);
+        const std::string frame = "\0\0\0\3abc"s;
         while (!stop)
             (void)!::write(writes.get(), frame.data(), frame.size());
     });
@@ -196,13 +241,11 @@ TEST_F(BridgePipesTest, StartsMayComeWhileTheTasksAreInTheMiddleOfAFrame)
     std::atomic<int> frames = 0;
     std::thread toPhone([&] {
         while (!stop) {
-            const Status status = pipes.receive();
-            if (status != Status::Frame)
+            if (pipes.receive() != Status::Frame)
                 continue;
             ++frames;
-            const auto message = pipes.received().message();
-            if (message.size() != 5 || message[0] != 0 || message[1] != 3)
-                ++wrong;
+            const std::string message = received();
+            wrong += message.size() == 5 && message.starts_with("\0\3"s) ? 0 : 1;
         }
     });
     std::thread toApplication([&] {

@@ -1,6 +1,7 @@
 #include "NCPDriver.h"
 #include "Pty.h"
 #include "StdoutCapture.h"
+#include "TempDir.h"
 #include "Wait.h"
 #include "facade/Log.h"
 #include "uart_posix.h"
@@ -11,7 +12,6 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 
-#include <filesystem>
 #include <thread>
 
 namespace {
@@ -21,12 +21,6 @@ using testsupport::StdoutCapture;
 using testsupport::UniqueFd;
 
 constexpr std::uint32_t kBaud = 115200;
-
-std::size_t openDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 class SerialLine : public testing::Test
 {
@@ -102,7 +96,7 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
               "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}}) {
         open();  // what was open before is given up, too
         const StdoutCapture log;
-        const std::size_t before = openDescriptors();
+        const std::size_t before = testsupport::entriesOf("/proc/self/fd");
         std::uint8_t byte = 0;
         errno = 0;
         EXPECT_EQ(uartOpen(row.path, row.baud, 1, 100), -1);
@@ -110,7 +104,7 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
         EXPECT_EQ(uartTx(1, &byte), -1);
         EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
         EXPECT_EQ(uartRxPeek(), -1);
-        EXPECT_EQ(openDescriptors(), before - 1);
+        EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), before - 1);
         EXPECT_THAT(log.logLines(),
                     ElementsAre(std::string("<ERROR> [serial_brisca] ") + row.line,
                                 "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
