@@ -1,19 +1,10 @@
 // From the application to the phone, byte for byte on the air.
 
 #include "StationFixture.h"
-#include "StdoutCapture.h"
-#include "facade/LogFacade.h"
-
-#include <algorithm>
 
 namespace {
-using efr32sim::CommandId;
-using efr32sim::Fault;
-using efr32sim::FaultKind;
 using endtoend::Bytes;
 using endtoend::message;
-
-constexpr CommandId kNotification{0x0A, 0x05};
 
 class Answers : public StationFixture
 {
@@ -27,18 +18,6 @@ protected:
         efr32sim::FragmentEncoder encoder(efr32sim::kStationFrame);
         encoder.setNextFrame(frameNumber);
         return encoder.encode(whole);
-    }
-
-    /// The notifications up to the frame of this number, in which a further answer is sent.
-    std::vector<Bytes> notificationsBefore(int frameNumber)
-    {
-        application().answer(Bytes{0});
-        std::vector<Bytes> seen;
-        auto next = notification();
-        for (; next && (next->at(0) >> 4 & 7) != frameNumber; next = notification())
-            seen.push_back(*next);
-        EXPECT_TRUE(next);
-        return seen;
     }
 
     /// Number of the next frame: one more than that of an answer sent for the purpose.
@@ -99,55 +78,4 @@ TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
     EXPECT_EQ(nextFrame(), (frame + 1) & 7);
 }
 
-struct FaultRow
-{
-    const char* name;
-    Fault fault;
-    std::vector<std::size_t> seen;  // which fragments of the answer the phone sees, in order
-    int unanswered = 0;
-};
-
-TEST_F(Answers, SurviveNotificationsThatAreRefusedOrNotAnswered)
-{
-    const std::vector<FaultRow> rows = {
-        {"first refused once", {.kind = FaultKind::RefuseNotification}, {0, 1, 2}},
-        {"second refused once", {.kind = FaultKind::RefuseNotification, .skip = 1}, {0, 1, 2}},
-        {"first refused twice: given up", {.kind = FaultKind::RefuseNotification, .count = 2}, {}},
-        {"last refused twice: given up",
-         {.kind = FaultKind::RefuseNotification, .count = 2, .skip = 2},
-         {0, 1}},
-        {"not answered: sent again",
-         {.kind = FaultKind::LostResponse, .command = kNotification},
-         {0, 1, 2},
-         1},
-        {"command fails once", {.kind = FaultKind::ErrorResponse, .command = kNotification}, {0, 1, 2}},
-    };
-    LogFacade::setLevel("NCP_MANAGER", LogLevel::Info);
-    testsupport::StdoutCapture output;
-    std::uint8_t frame = nextFrame();
-    for (const FaultRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        bool undisturbed = false;
-        // When this machine is too busy to let the chip answer in time, a fault meets the wrong attempt.
-        for (int tries = 0; tries < 20 && !undisturbed; ++tries) {
-            output.clear();
-            const Bytes answer = message(150, 3);
-            const std::vector<Bytes> fragments = fragmentsOf(answer, frame);
-            station().chip.inject(row.fault);
-            application().answer(answer);
-            const std::vector<Bytes> seen = notificationsBefore((frame + 1) & 7);
-            undisturbed = output.count("NO response") == row.unanswered;
-            // Whatever became of it, the answer has used one frame number, and the next one another.
-            frame = (frame + 2) & 7;
-            if (!undisturbed)
-                continue;
-            std::vector<Bytes> expected;
-            for (const std::size_t index : row.seen)
-                expected.push_back(fragments[index]);
-            EXPECT_EQ(seen, expected);
-        }
-        EXPECT_TRUE(undisturbed);
-    }
-    LogFacade::setLevel("NCP_MANAGER", LogLevel::Notic);
-}
 }  // namespace

@@ -13,7 +13,6 @@
 namespace {
 using endtoend::Bytes;
 using endtoend::message;
-using endtoend::Milliseconds;
 using testsupport::waitUntil;
 using Requests = StationFixture;
 
@@ -64,41 +63,6 @@ TEST_F(Requests, OfEverySizeArriveAsOneRequestAFrame)
         for (std::size_t at = 0; at < size; at += efr32sim::kPhoneFrame)
             sendRequest(endtoend::ByteSpan(whole).subspan(at, std::min(size - at, efr32sim::kPhoneFrame)));
     }
-}
-
-struct WritesRow
-{
-    const char* name;
-    std::vector<Bytes> writes;
-    Bytes request;  // empty: none
-};
-
-TEST_F(Requests, ArriveWhateverHappensToTheirFragments)
-{
-    const Bytes odd = {9};
-    Bytes whole = odd;
-    const Bytes rest = message(69);
-    whole.insert(whole.end(), rest.begin(), rest.end());
-    const std::vector<WritesRow> rows = {
-        {"out of order", {fragment(0x00, 69), fragment(0x81, 1, 9)}, whole},
-        {"repeated", {fragment(0x81, 1, 5), fragment(0x01, 1, 9), fragment(0x00, 69)}, whole},
-        {"oversize", {fragment(0x80, 70)}, {}},
-        {"announcing too much", {fragment(0x8F, 86)}, {}},
-        {"interleaved with an open frame",
-         {fragment(0xA2, 1), fragment(0x91, 1, 9), fragment(0x10, 69)},
-         whole},
-        {"lost", {fragment(0xB1, 1)}, {}},
-    };
-    for (const WritesRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        for (const Bytes& write : row.writes)
-            ASSERT_TRUE(phone.writeCommand(write));
-        if (!row.request.empty()) {
-            EXPECT_EQ(application().waitRequest(), row.request);
-        }
-    }
-    EXPECT_EQ(application().waitRequest(Milliseconds(100)), std::nullopt) << "of a frame that is not whole";
-    expectService();
 }
 
 TEST_F(Requests, OfAPhoneThatHasGoneDoNotReachTheNextOne)
