@@ -42,10 +42,10 @@ std::uint32_t fill(tGBS_ADTypeUsage usage, int size)
     return NCPManager_ADTypeFlags(usage, 0) & (size == 3 ? 1 : fill(usage, size - 3));
 }
 
-std::uint32_t localName(tGBS_ADTypeUsage usage, std::uint8_t complete, const std::string& name)
+std::uint32_t localName(tGBS_ADTypeUsage usage, bool complete, const std::string& name)
 {
     deviceName = name;
-    return NCPManager_ADTypeLocalName(usage, complete);
+    return complete ? GBSSlave_ADTypeCompleteLocalName(usage) : GBSSlave_ADTypeShortenedLocalName(usage);
 }
 
 std::string text(std::string_view characters)
@@ -76,7 +76,7 @@ tGBS_ManufacturerSpecificData manufacturerData(std::uint8_t length, std::uint8_t
 std::uint32_t manufacturer(tGBS_ADTypeUsage usage, std::uint8_t length, std::uint8_t flags = 0)
 {
     auto data = manufacturerData(length, flags);
-    return NCPManager_AdTypeManufacturerSpecificData(usage, &data);
+    return GBSSlave_AdTypeManufacturerSpecificData(usage, &data);
 }
 
 /// The bytes first ... first + count - 1 of manufacturer data.
@@ -127,7 +127,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(AdvData, BuildersWriteTheirStructures)
+TEST_F(AdvData, BuildersWriteTheirStructuresUnderTheApiLock)
 {
     const std::string head = " FF " + company() + " F4 4C ";
     // clang-format off
@@ -137,52 +137,52 @@ TEST_F(AdvData, BuildersWriteTheirStructures)
         Call build;
         std::string payload;  ///< empty when the builder refuses
     } cases[] = {
-        {"flags", call(NCPManager_ADTypeFlags, kAdv, 6), "02 01 06"},
-        {"complete 16-bit UUIDs", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 2), "05 03 10 18 0A 18"},
-        {"incomplete 16-bit UUIDs", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 2, kUuids16.data(), 1), "03 02 10 18"},
-        {"14 16-bit UUIDs fit", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 14),
+        {"flags", call(GBSSlave_ADTypeFlags, kAdv, 6), "02 01 06"},
+        {"complete 16-bit UUIDs", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 2), "05 03 10 18 0A 18"},
+        {"incomplete 16-bit UUIDs", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 2, kUuids16.data(), 1), "03 02 10 18"},
+        {"14 16-bit UUIDs fit", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 14),
          "1D 03 10 18 0A 18" + toHex(std::string(24, '\0')).insert(0, " ")},
-        {"15 do not", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 15), ""},
-        {"a size that wraps in a byte is refused", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 128), ""},
-        {"no 16-bit UUIDs", call(NCPManager_ADTypeServiceUUID16bit, kAdv, 1, nullptr, 1), ""},
-        {"complete 128-bit UUIDs", call(NCPManager_ADTypeServiceUUID128bit, kAdv, 1, kUuids128.data(), 1),
+        {"15 do not", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 15), ""},
+        {"a size that wraps in a byte is refused", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 128), ""},
+        {"no 16-bit UUIDs", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, nullptr, 1), ""},
+        {"complete 128-bit UUIDs", call(GBSSlave_ADTypeServiceUUID128bit, kAdv, 1, kUuids128.data(), 1),
          "11 07 04 03 02 01 08 07 06 05 0C 0B 0A 09 10 0F 0E 0D"},
-        {"incomplete 128-bit UUIDs", call(NCPManager_ADTypeServiceUUID128bit, kAdv, 0, kUuids128.data(), 0), "01 06"},
+        {"incomplete 128-bit UUIDs", call(GBSSlave_ADTypeServiceUUID128bit, kAdv, 0, kUuids128.data(), 0), "01 06"},
         {"sixteen 128-bit UUIDs, whose size wraps to 1",
-         call(NCPManager_ADTypeServiceUUID128bit, kAdv, 1, kUuids128.data(), 16), ""},
-        {"no 128-bit UUIDs", call(NCPManager_ADTypeServiceUUID128bit, kAdv, 1, nullptr, 1), ""},
-        {"transmit power", call(NCPManager_ADTypeTxPowerLevel, kAdv, -20), "02 0A EC"},
-        {"connection interval", call(NCPManager_ADTypeConnectionInterval, kAdv, 0x0102, 0x0304), "05 12 02 01 04 03"},
-        {"public address", call(NCPManager_ADTypePublicAddress, kAdv, kAddress.data()), "07 17 01 02 03 04 05 06"},
+         call(GBSSlave_ADTypeServiceUUID128bit, kAdv, 1, kUuids128.data(), 16), ""},
+        {"no 128-bit UUIDs", call(GBSSlave_ADTypeServiceUUID128bit, kAdv, 1, nullptr, 1), ""},
+        {"transmit power", call(GBSSlave_ADTypeTxPowerLevel, kAdv, -20), "02 0A EC"},
+        {"connection interval", call(GBSSlave_ADTypeConnectionInterval, kAdv, 0x0102, 0x0304), "05 12 02 01 04 03"},
+        {"public address", call(GBSSlave_ADTypePublicAddress, kAdv, kAddress.data()), "07 17 01 02 03 04 05 06"},
         {"device address with its type in front",
-         call(NCPManager_ADTypeLeDeviceAddress, kAdv, kAddress.data(), 1), "08 1B 01 01 02 03 04 05 06"},
-        {"advertising interval", call(NCPManager_ADTypeAdvInterval, kAdv, 0x0140), "03 1A 40 01"},
-        {"generic data", call(NCPManager_AdTypeGenericData, kAdv, 0x16, 2, kAddress.data()), "03 16 01 02"},
+         call(GBSSlave_ADTypeLeDeviceAddress, kAdv, kAddress.data(), 1), "08 1B 01 01 02 03 04 05 06"},
+        {"advertising interval", call(GBSSlave_ADTypeAdvInterval, kAdv, 0x0140), "03 1A 40 01"},
+        {"generic data", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 2, kAddress.data()), "03 16 01 02"},
         {"generic data that is not there", call(NCPManager_AdTypeGenericData, kAdv, 0x16, 2, nullptr), ""},
-        {"generic data whose size wraps", call(NCPManager_AdTypeGenericData, kAdv, 0x16, 254, kPattern.data()), ""},
-        {"generic data of 28 bytes", call(NCPManager_AdTypeGenericData, kAdv, 0x16, 28, kPattern.data()),
+        {"generic data whose size wraps", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 254, kPattern.data()), ""},
+        {"generic data of 28 bytes", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 28, kPattern.data()),
          "1D 16 " + dataBytes(1, 28)},
-        {"generic data that would end at byte 31", call(NCPManager_AdTypeGenericData, kAdv, 0x16, 29, kPattern.data()), ""},
-        {"a name", call(localName, kAdv, 1, "Voltra"), "07 09 " + text("Voltra")},
-        {"a name of 29 bytes fills the payload", call(localName, kAdv, 1, std::string(29, 'n')),
+        {"generic data that would end at byte 31", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 29, kPattern.data()), ""},
+        {"a name", call(localName, kAdv, true, "Voltra"), "07 09 " + text("Voltra")},
+        {"a name of 29 bytes fills the payload", call(localName, kAdv, true, std::string(29, 'n')),
          "1E 09 " + text(std::string(29, 'n'))},
-        {"a name of 30 bytes does not fit", call(localName, kAdv, 1, std::string(30, 'n')), ""},
-        {"a name of 31 bytes does not fit", call(localName, kAdv, 1, std::string(31, 'n')), ""},
-        {"no name", call(localName, kAdv, 1, ""), "0A 09 " + text("EFR32_NCP")},
-        {"a name of 65 bytes", call(localName, kAdv, 1, std::string(65, 'n')), "0A 09 " + text("EFR32_NCP")},
-        {"a name of 64 bytes, shortened", call(localName, kAdv, 0, std::string(64, 'n')),
+        {"a name of 30 bytes does not fit", call(localName, kAdv, true, std::string(30, 'n')), ""},
+        {"a name of 31 bytes does not fit", call(localName, kAdv, true, std::string(31, 'n')), ""},
+        {"no name", call(localName, kAdv, true, ""), "0A 09 " + text("EFR32_NCP")},
+        {"a name of 65 bytes", call(localName, kAdv, true, std::string(65, 'n')), "0A 09 " + text("EFR32_NCP")},
+        {"a name of 64 bytes, shortened", call(localName, kAdv, false, std::string(64, 'n')),
          "1E 08 " + text(std::string(29, 'n'))},
-        {"a short name, shortened", call(localName, kAdv, 0, "Voltra"), "07 09 " + text("Voltra")},
-        {"a shortened name behind 28 bytes", [] { return fill(kAdv, 28) & localName(kAdv, 0, "Voltra"); },
+        {"a short name, shortened", call(localName, kAdv, false, "Voltra"), "07 09 " + text("Voltra")},
+        {"a shortened name behind 28 bytes", [] { return fill(kAdv, 28) & localName(kAdv, false, "Voltra"); },
          "1B 03" + toHex(std::string(26, '\0')).insert(0, " ") + " 02 08 " + text("V")},
         {"manufacturer data", call(manufacturer, kAdv, 6, 0x80), "0D" + head + "01 00 01 02 03 04 05 06"},
         {"manufacturer data with the extra byte", call(manufacturer, kAdv, 1, 0x40), "09" + head + "01 40 EE 01"},
         {"manufacturer data that fills the payload", call(manufacturer, kAdv, 23, 0),
          "1E" + head + "01 00 " + dataBytes(1, 23)},
         {"manufacturer data without mapping",
-         [] { return NCPManager_SetNoMappingFlag(1) & manufacturer(kAdv, 2); }, "07" + head + "01 02"},
+         [] { return GBSSlave_SetNoMappingFlag(1) & manufacturer(kAdv, 2); }, "07" + head + "01 02"},
         {"the extra byte counts without mapping though it is not written",
-         [] { return NCPManager_SetNoMappingFlag(1) & manufacturer(kAdv, 2, 0x40); },
+         [] { return GBSSlave_SetNoMappingFlag(1) & manufacturer(kAdv, 2, 0x40); },
          "08" + head + "01 02 00"},
         {"manufacturer data behind more than a header leaves room for",
          [] { return fill(kAdv, 22) & manufacturer(kAdv, 5); }, ""},
@@ -193,8 +193,10 @@ TEST_F(AdvData, BuildersWriteTheirStructures)
         SCOPED_TRACE(row.name);
         NCPManager_SetNoMappingFlag(0);
         NCPManager_ADTypeResetData(kAdv);
+        const int locksBefore = semaphoreRequests(GBS_API_SEMAPHORE_ID);
         EXPECT_EQ(row.build(), row.payload.empty() ? 0u : 1u);
         if (!row.payload.empty()) {
+            EXPECT_EQ(semaphoreRequests(GBS_API_SEMAPHORE_ID), locksBefore + 1);
             EXPECT_EQ(send(kAdv), "00: " + row.payload);
         }
     }
@@ -206,7 +208,7 @@ TEST_F(AdvData, ScanResponseIsOnePayload)
     EXPECT_EQ(NCPManager_ADTypeAdvInterval(kScan, 1), 0u) << "4 bytes do not fit the last 3";
     EXPECT_EQ(manufacturer(kScan, 30), 0u) << "a scan response is never split";
     EXPECT_EQ(NCPManager_ADTypeFlags(kScan, 7), 1u);
-    EXPECT_EQ(localName(kScan, 0, "Voltra"), 0u) << "full";
+    EXPECT_EQ(localName(kScan, false, "Voltra"), 0u) << "full";
     const std::string full = send(kScan);
     EXPECT_EQ(full.substr(full.size() - 8), "02 01 07");
     NCPManager_ADTypeResetData(kScan);
@@ -220,7 +222,7 @@ TEST_F(AdvData, AStructureBeyondByte31OpensAFragmentWithItsOwnFlags)
     const std::string full = send(kAdv);
     EXPECT_EQ(full.size(), 3u + 31 * 3);
     EXPECT_EQ(sendNext(), full) << "31 bytes stay in one fragment";
-    EXPECT_EQ(localName(kAdv, 1, std::string(27, 'n')), 0u)
+    EXPECT_EQ(localName(kAdv, true, std::string(27, 'n')), 0u)
         << "29 bytes do not fit behind a fragment's flags";
     EXPECT_EQ(NCPManager_ADTypeTxPowerLevel(kAdv, 4), 1u);
     EXPECT_EQ(send(kAdv), full);

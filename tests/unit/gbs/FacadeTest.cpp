@@ -35,9 +35,6 @@ const std::string kBoot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00
 
 TEST_F(Facade, TakesTheApiLockOnceForWhatItDoesNotSend)
 {
-    tGBS_ManufacturerSpecificData record = {};
-    const std::array<std::uint32_t, 4> uuid128 = {};
-    const std::array<std::uint16_t, 1> uuid16 = {};
     const struct
     {
         const char* name;
@@ -55,22 +52,10 @@ TEST_F(Facade, TakesTheApiLockOnceForWhatItDoesNotSend)
         {"display callback", [] { GBSSlave_SetSMDisplayPasskeyCallback(nullptr); }},
         {"confirm callback", [] { GBSSlave_SetSMConfirmPasskeyCallback(nullptr); }},
         {"name callback", [] { GBSSlave_SetGiveDeviceNameCallback(nullptr); }},
-        {"reset", [] { GBSSlave_ADTypeResetData(kAdv); }},
-        {"flags", [] { GBSSlave_ADTypeFlags(kAdv, 5); }},
-        {"16-bit UUIDs", [&] { GBSSlave_ADTypeServiceUUID16bit(kAdv, 1, uuid16.data(), 1); }},
-        {"128-bit UUIDs", [&] { GBSSlave_ADTypeServiceUUID128bit(kAdv, 1, uuid128.data(), 1); }},
-        {"complete name", [] { GBSSlave_ADTypeCompleteLocalName(kAdv); }},
-        {"shortened name", [] { GBSSlave_ADTypeShortenedLocalName(kAdv); }},
-        {"power level", [] { GBSSlave_ADTypeTxPowerLevel(kAdv, -127); }},
         {"lowest interval", [] { EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 6, 3200), 1u); }},
         {"highest interval", [] { EXPECT_EQ(GBSSlave_ADTypeConnectionInterval(kAdv, 3200, 3200), 1u); }},
         {"lowest advertising interval", [] { EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 32), 1u); }},
         {"highest advertising interval", [] { EXPECT_EQ(GBSSlave_ADTypeAdvInterval(kAdv, 16384), 1u); }},
-        {"public address", [] { GBSSlave_ADTypePublicAddress(kAdv, kBytes.data()); }},
-        {"device address", [] { GBSSlave_ADTypeLeDeviceAddress(kAdv, kBytes.data(), 0); }},
-        {"manufacturer data", [&] { GBSSlave_AdTypeManufacturerSpecificData(kAdv, &record); }},
-        {"generic data", [] { GBSSlave_AdTypeGenericData(kAdv, 1, 1, kBytes.data()); }},
-        {"no-mapping flag", [] { GBSSlave_SetNoMappingFlag(0); }, 0},
         {"internal event", [] { GBSSlave_TreatInternalEvent(1); }, 0},
         {"event", GBSSlave_TreatEvent, 0},
     };
