@@ -9,23 +9,11 @@
 
 #include <cerrno>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 using testsupport::StdoutCapture;
 using Lines = std::vector<std::string>;
-
-TEST(MutexPosix, IsALockThatAnyThreadMayRelease)
-{
-    MutexPosix mutex("lock");
-    EXPECT_EQ(mutex.Getvalue(), 1);
-    EXPECT_EQ(mutex.Lock(), 0);
-    EXPECT_EQ(mutex.Getvalue(), 0);
-    int valueAfterRelease = 0;
-    std::thread([&] { valueAfterRelease = mutex.Unlock(); }).join();
-    EXPECT_EQ(valueAfterRelease, 1);
-}
 
 TEST(MutexPosix, ReportsAFailedWaitButWaitsOnAfterASignalHandler)
 {
@@ -38,17 +26,6 @@ TEST(MutexPosix, ReportsAFailedWaitButWaitsOnAfterASignalHandler)
     EXPECT_EQ(mutex.Lock(), 0);
     EXPECT_EQ(mutex.Getvalue(), 0);
     EXPECT_EQ(capture.logLines(), Lines{"<FATAL> [[RTapi][MUTEX]] Getvalue failed on 'renamed', errno = 22"});
-}
-
-TEST(SemPosix, GivesUpAtADeadline)
-{
-    SemPosix events;
-    const timespec past = {1, 0};
-    EXPECT_EQ(events.Wait(past), ETIMEDOUT);
-    EXPECT_EQ(events.Wait({1, 1000000000}), EINVAL);
-    events.Post();
-    EXPECT_EQ(events.Wait(past), 0);
-    EXPECT_EQ(events.Getvalue(), 0);
 }
 
 template <class Semaphore>
