@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -71,18 +70,6 @@ TEST_F(LogConfFile, SetsLevels)
         }
     }
     EXPECT_EQ(LogFacade::inst().findNode("DEBUG\n", -1), nullptr);
-}
-
-TEST_F(LogConfFile, IsFoundAtItsPlace)
-{
-    (void)LogFacade::inst().findOrCreateNode("place", -1);
-    StdoutCapture capture;
-    LogConf::readConf();
-    EXPECT_EQ(capture.logLines(),
-              std::vector<std::string>{"<ERROR> [liblog] Coulnd't open file at path /evse/data/log.cfg"});
-    std::ofstream("/evse/data/log.cfg") << "place:TRACE\n";
-    LogConf::readConf();
-    EXPECT_EQ(LogFacade::inst().findNode("place", -1)->level(), LogLevel::Trace);
 }
 
 TEST_F(LogConfFile, IsSharedWithWhoeverAsks)

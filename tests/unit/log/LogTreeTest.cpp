@@ -72,20 +72,6 @@ TEST(LogTree, BuildsTheMissingAncestors)
     EXPECT_EQ(LogNodeFactory().level(), LogLevel::Notic);
 }
 
-TEST(LogTree, SetsTheLevelOfOneSubtreeOnly)
-{
-    LogNodeFactory tree;
-    for (const char* name : {"before", "mid.x.deep", "mid.y", "after"})
-        (void)tree.findOrCreateNode(name, -1);
-    tree.findNode("mid", -1)->setLevel(LogLevel::Trace);
-    tree.findNode("mid.x", -1)->setLevel(LogLevel::Warn);
-    const std::pair<const char*, int> expected[] = {{"GLOBAL", 6}, {"before", 6},     {"mid", 9},
-                                                    {"mid.x", 5},  {"mid.x.deep", 5}, {"mid.y", 9},
-                                                    {"after", 6}};
-    for (const auto& [name, level] : expected)
-        EXPECT_EQ(static_cast<int>(tree.findNode(name, -1)->level()), level) << name;
-}
-
 TEST(LogTree, PrintsTheNodesBelowOneInPreOrder)
 {
     LogFacade::setLevel("print.a.deep", LogLevel::Debug);
