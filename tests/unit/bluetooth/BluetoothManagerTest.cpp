@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <QCoreApplication>
-#include <QThread>
 
 #include <functional>
 #include <iostream>
@@ -261,19 +259,6 @@ TEST_F(BluetoothManagerTest, AResetThatOvertakesABootEventDoesNotBlockTheNextSta
     EXPECT_TRUE(signals.waitForLast("bleIsStarted"));
 }
 
-TEST_F(BluetoothManagerTest, ANewNameIsOnTheAirAfterTheNextInitialisation)
-{
-    ASSERT_TRUE(enterAndWait());
-    EXPECT_EQ(manager.getBleName(), QStringLiteral("Voltra"));
-    EXPECT_EQ(Phone(chip).scan()->scanResponse.localName(), "Voltra");
-    manager.setBleName(QString::fromUtf8("S\xC3\xA4ule 7"));
-    EXPECT_EQ(count("BLE name changed from Voltra to S\xC3\xA4ule 7."), 1);
-    EXPECT_EQ(Phone(chip).scan()->scanResponse.localName(), "Voltra");
-    ASSERT_TRUE(enter());
-    EXPECT_TRUE(waitUntil([&] { return Phone(chip).scan()->scanResponse.localName() == "S\xC3\xA4ule 7"; }));
-    manager.setBleName(QStringLiteral("Voltra"));
-}
-
 TEST_F(BluetoothManagerTest, ThePhoneCanBeDropped)
 {
     ASSERT_TRUE(enterAndWait());
@@ -288,22 +273,4 @@ TEST_F(BluetoothManagerTest, ThePhoneCanBeDropped)
     EXPECT_EQ(manager.getBleMacAddress(), QString());
 }
 
-TEST_F(BluetoothManagerTest, SignalsReachReceiversOnTheirOwnThread)
-{
-    int argc = 0;
-    const QCoreApplication application(argc, nullptr);
-    QObject receiver;
-    QThread* deliveredOn = nullptr;
-    QObject::connect(&manager, &BluetoothManager::bleIsStarted, &receiver,
-                     [&] { deliveredOn = QThread::currentThread(); });
-    const Recorder queued(manager);  // hears of a signal when it has been queued for the receiver
-    ASSERT_TRUE(enter());
-    ASSERT_TRUE(queued.waitFor({"bleIsStarted"}));
-    EXPECT_EQ(deliveredOn, nullptr) << "it was emitted on the event task";
-    EXPECT_TRUE(waitUntil([&] {
-        QCoreApplication::processEvents();
-        return deliveredOn != nullptr;
-    }));
-    EXPECT_EQ(deliveredOn, QThread::currentThread());
-}
 }  // namespace

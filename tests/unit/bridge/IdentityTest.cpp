@@ -173,11 +173,6 @@ TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
     eventTask.join();
 }
 
-TEST_F(IdentityTest, ALineThatCannotBeOpenedFailsTheStart)
-{
-    EXPECT_EQ(stack().init("/nowhere", {}, QStringLiteral("Voltra"), onEvent), 0);
-}
-
 TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
 {
     ASSERT_TRUE(enter());
