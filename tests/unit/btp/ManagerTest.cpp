@@ -1,25 +1,9 @@
 #include "BtpFixture.h"
 #include "GOS.h"
-#include "Wait.h"
 
-#include <atomic>
 #include <thread>
 
 namespace {
-std::atomic<unsigned> bytesRead{0};
-
-/// As the bridge's task: waits for the first frame, then polls.
-void readerTask()
-{
-    BTP_Wait_Until_Data_Received(0);
-    Bytes buffer(kBtpMessageLength + kBtpSlotCapacity);
-    while (true) {
-        if (const unsigned available = BTP_RxBytesAvailable(); available > 0)
-            bytesRead += BTP_Receive(buffer.data(), available, 10);
-        GOS_WaitForDelay(1);
-    }
-}
-
 /// The manager task runs on GOS; notifications go to the fixture.
 class Manager : public BtpFixture
 {
@@ -29,19 +13,13 @@ protected:
         static const bool started = start();
         EXPECT_TRUE(started);
         BTP_LowLevel_callback_Init(notify);
-        signalFramesTo(BTP_Process_Rx_Signal);
-    }
-
-    static void signalFramesTo(BTP_RxSignalCallback callback)
-    {
-        BTP_OS_Callback_Init(callback, GOS_WaitForDelay, GOS_WaitForSemaphore, GOS_ReleaseSemaphore);
+        BTP_OS_Callback_Init([] {}, GOS_WaitForDelay, GOS_WaitForSemaphore, GOS_ReleaseSemaphore);
     }
 
 private:
     static bool start()
     {
         GOS_CreateTask("BTP_Manager_Process", BTP_Manager_Process_Task, 4);
-        GOS_CreateTask("BTPtoCoAP", readerTask, 4);
         GOS_StartTasks();
         // Its first answer tells that the manager task has set the platform up.
         return BTP_IO_Write(nullptr, 0) == 1;
@@ -83,7 +61,6 @@ TEST_F(Manager, TellsTheWriterOfARefusal)
 TEST_F(Manager, SendsBackWhatTheLoopBackFinds)
 {
     EXPECT_EQ(BTP_LoopBack(), 0);
-    signalFramesTo([] {});  // the reader sleeps on
     receive(0x81, {7});
     receive(0x00, counting(69));
     EXPECT_EQ(BTP_LoopBack(), 1);
@@ -92,9 +69,4 @@ TEST_F(Manager, SendsBackWhatTheLoopBackFinds)
     EXPECT_EQ(sent[0].back(), 7);
 }
 
-TEST_F(Manager, WakesTheReaderForACompleteFrame)
-{
-    receive(0x80, counting(10));
-    EXPECT_TRUE(testsupport::waitUntil([] { return bytesRead == 10; }));
-}
 }  // namespace

@@ -53,17 +53,8 @@ struct OddRow
 TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
 {
     std::uint8_t frame = nextFrame();
-    for (const OddRow& row : {OddRow{1119, 98},
-                              {1187, 166},
-                              {2239, 194},
-                              {2240, 195},
-                              {2290, 245, false},
-                              {2301, 0},
-                              {2302, 1},
-                              {2307, 6},
-                              {3359, 34},
-                              {3427, 102},
-                              {2298, 253, false}}) {
+    for (const OddRow& row :
+         {OddRow{1119, 98}, {2239, 194}, {2290, 245, false}, {2301, 0}, {3427, 102}, {2298, 253, false}}) {
         SCOPED_TRACE(row.answer);
         const Bytes answer = message(row.answer, 1);
         application().answer(answer);
