@@ -1,13 +1,13 @@
+#include "Process.h"
 #include "Pty.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
+#include "Wait.h"
 #include "xymodem.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <random>
 #include <thread>
@@ -17,41 +17,25 @@ namespace {
 class Rx
 {
 public:
-    Rx(const std::string& linePath, std::string outputPath, const std::vector<std::string>& options)
+    Rx(const std::string& line, const std::string& outputPath, const std::string& options)
+        : m_process({"sh", "-c",
+                     "exec rx --xmodem --with-crc --binary --quiet " + options + " " + outputPath + " <" +
+                         line + " >" + line + " 2>/dev/null"},
+                    "/dev/null")
     {
-        std::vector<std::string> words = {"rx", "--xmodem", "--with-crc", "--binary", "--quiet"};
-        words.insert(words.end(), options.begin(), options.end());
-        words.push_back(std::move(outputPath));
-        std::vector<char*> arguments;
-        for (std::string& word : words)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-
-        posix_spawn_file_actions_t files;
-        ::posix_spawn_file_actions_init(&files);
-        ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, linePath.c_str(), O_RDWR | O_NOCTTY, 0);
-        ::posix_spawn_file_actions_adddup2(&files, STDIN_FILENO, STDOUT_FILENO);
-        ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        EXPECT_EQ(::posix_spawnp(&m_pid, "rx", &files, nullptr, arguments.data(), environ), 0)
-            << "lrzsz is not installed";
-        ::posix_spawn_file_actions_destroy(&files);
     }
     /// True when rx sleeps, which it does in a read only, or has ended.
     [[nodiscard]] bool isWaiting() const
     {
-        const std::string status = testsupport::readFile("/proc/" + std::to_string(m_pid) + "/stat");
+        const std::string status =
+            testsupport::readFile("/proc/" + std::to_string(m_process.pid()) + "/stat");
         const std::size_t state = status.rfind(") ");
         return state == std::string::npos || status[state + 2] == 'S' || status[state + 2] == 'Z';
     }
-    [[nodiscard]] int exitStatus() const
-    {
-        int status = -1;
-        ::waitpid(m_pid, &status, 0);
-        return status;
-    }
+    [[nodiscard]] auto end() { return m_process.waitEnd(testsupport::kPatience); }
 
 private:
-    pid_t m_pid = -1;
+    Process m_process;
 };
 
 /// The line between the sender and rx, which throws its input away right after each of its answers. The
@@ -59,7 +43,7 @@ private:
 class Line
 {
 public:
-    explicit Line(const std::string& outputPath, const std::vector<std::string>& options)
+    explicit Line(const std::string& outputPath, const std::string& options)
         : receiver(m_receiverEnd.slavePath(), outputPath, options),
           m_senderSlave(::open(m_senderEnd.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)),
           m_relay([this](const std::stop_token& stop) { relay(stop); })
@@ -94,7 +78,7 @@ private:
     testsupport::Pty m_receiverEnd;
 
 public:
-    const Rx receiver;
+    Rx receiver;
 
 private:
     testsupport::UniqueFd m_senderSlave;
@@ -114,7 +98,7 @@ struct Transfer
 {
     const char* name;
     std::size_t size;
-    std::vector<std::string> options;
+    const char* options = "";
 };
 class LrzszReceiver : public testing::TestWithParam<Transfer>
 {
@@ -125,19 +109,18 @@ TEST_P(LrzszReceiver, GetsTheFile)
     const testsupport::TempDir directory;
     std::string image = randomImage(GetParam().size);
     const std::string path = directory.write("image", image);
-    const Line line(directory.file("received"), GetParam().options);
+    Line line(directory.file("received"), GetParam().options);
     EXPECT_EQ(xymodem_send(line.sender(), path.c_str(), true), 0);
-    EXPECT_EQ(line.receiver.exitStatus(), 0);
+    EXPECT_EQ(line.receiver.end(), "exit 0");
 
     image.resize((image.size() + 127) / 128 * 128, '\xFF');
     EXPECT_TRUE(testsupport::readFile(directory.file("received")) == image) << "received another file";
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, LrzszReceiver,
-                         testing::Values(Transfer{"1", 1, {}}, Transfer{"127", 127, {}},
-                                         Transfer{"128", 128, {}}, Transfer{"129", 129, {}},
-                                         Transfer{"WithNumberWrap", 32'773, {}},
-                                         Transfer{"Megabyte", 1'000'000, {}},
-                                         Transfer{"OverABadLine", 32'773, {"--errors", "12001"}}),
+                         testing::Values(Transfer{"1", 1}, Transfer{"127", 127}, Transfer{"128", 128},
+                                         Transfer{"129", 129}, Transfer{"WithNumberWrap", 32'773},
+                                         Transfer{"Megabyte", 1'000'000},
+                                         Transfer{"OverABadLine", 32'773, "--errors 12001"}),
                          [](const auto& row) { return row.param.name; });
 }  // namespace
