@@ -58,10 +58,6 @@ protected:
     void endRound(int round);
 
     Requests requests;
-    /// How often the chip has damaged what it told the host. Its packets have no checksum: a damaged request
-    /// reaches the application, and its answer the phone.
-    std::size_t damages = 0;
-
     std::vector<Footprint> footprints;
 
 private:

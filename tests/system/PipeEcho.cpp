@@ -1,9 +1,12 @@
 // Stands in for the CoAP application: answers each request of the phone with "echo:" and the request.
 // Request: 2 bytes length, little-endian, then the bytes, which are the phone's own length (big-endian, 2
 // bytes) and its payload. Answer: 2 bytes that nobody reads, 2 bytes length, big-endian, then the payload.
+#include "Record.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 
@@ -24,6 +27,16 @@ std::size_t byteAt(const std::string& bytes, std::size_t index)
 {
     return static_cast<unsigned char>(bytes[index]);
 }
+
+void note(const char* word, const std::string& bytes)
+{
+    static const int file = ::open(kRecordPath, O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (file == -1)
+        return;
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    const std::string line = std::to_string(now) + ' ' + word + ' ' + recordHex(bytes) + '\n';
+    (void)!::write(file, line.data(), line.size());
+}
 }  // namespace
 
 int main(int argc, char** argv)
@@ -36,6 +49,8 @@ int main(int argc, char** argv)
     while (readAll(requests, bytes, 2) &&
            readAll(requests, bytes, byteAt(bytes, 0) + 256 * byteAt(bytes, 1))) {
         const std::string payload = "echo:" + bytes;
+        note(kRequestWord, bytes);
+        note(kAnswerWord, payload);
         const char header[4] = {0, 0, static_cast<char>(payload.size() >> 8),
                                 static_cast<char>(payload.size())};
         const std::string answer = std::string(header, sizeof header) + payload;

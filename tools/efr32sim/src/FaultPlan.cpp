@@ -105,6 +105,8 @@ std::optional<Fault> FaultPlan::take(FaultKind kind, std::optional<CommandId> id
         m_events.publish(EventKind::Fault, {{"fault", toString(kind)},
                                             {"class", id ? id->classId : -1},
                                             {"id", id ? id->id : -1},
+                                            {"length", static_cast<std::int64_t>(fault->length)},
+                                            {"bytes", fault->bytes},
                                             {"chaos", by_chance ? 1 : 0}});
     }
     return fault;
