@@ -22,28 +22,28 @@ Pty::Pty() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
     ::tcsetattr(m_keepSlave.get(), TCSANOW, &raw);
 }
 
-void Pty::write(std::string_view bytes) const
+void writeTo(int fd, std::string_view bytes)
 {
     while (!bytes.empty()) {
-        const ssize_t done = ::write(m_master.get(), bytes.data(), bytes.size());
+        const ssize_t done = ::write(fd, bytes.data(), bytes.size());
         if (done <= 0)
-            throw std::runtime_error("pseudo-terminal write failed");
+            throw std::runtime_error("write to a line failed");
         bytes.remove_prefix(static_cast<std::size_t>(done));
     }
 }
 
-std::string Pty::read(std::size_t count, std::chrono::milliseconds limit) const
+std::string readFrom(int fd, std::size_t count, std::chrono::milliseconds limit)
 {
     const auto end = std::chrono::steady_clock::now() + limit;
     std::string result;
     while (result.size() < count) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        pollfd entry = {m_master.get(), POLLIN, 0};
+        pollfd entry = {fd, POLLIN, 0};
         if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0)
             break;
         char buffer[4096];
-        const ssize_t got = ::read(m_master.get(), buffer, std::min(sizeof buffer, count - result.size()));
+        const ssize_t got = ::read(fd, buffer, std::min(sizeof buffer, count - result.size()));
         if (got <= 0)
             break;
         result.append(buffer, static_cast<std::size_t>(got));

@@ -7,6 +7,10 @@
 #include <string_view>
 
 namespace testsupport {
+void writeTo(int fd, std::string_view bytes);
+/// Reads until @p count bytes came or @p limit passed; returns what came.
+[[nodiscard]] std::string readFrom(int fd, std::size_t count, std::chrono::milliseconds limit);
+
 /// A pseudo-terminal: the test plays the chip on the master side, the code under test opens slavePath().
 class Pty
 {
@@ -17,10 +21,12 @@ public:
     [[nodiscard]] int master() const { return m_master.get(); }
 
     /// Writes all bytes to the code under test.
-    void write(std::string_view bytes) const;
-    /// Reads until @p count bytes came or @p limit passed; returns what came.
+    void write(std::string_view bytes) const { writeTo(master(), bytes); }
     [[nodiscard]] std::string read(std::size_t count,
-                                   std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
+                                   std::chrono::milliseconds limit = std::chrono::seconds(30)) const
+    {
+        return readFrom(master(), count, limit);
+    }
     /// Reads what is waiting now, without blocking.
     [[nodiscard]] std::string readAvailable() const;
     /// Hangs the line up: the slave side sees end of file from now on.

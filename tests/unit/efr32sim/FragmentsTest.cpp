@@ -56,8 +56,9 @@ struct Arrival
     const char* name;
     std::size_t payload;  // as the message announces it
     std::vector<Shape> fragments;
-    int messages;                         // how many come out whole
-    std::vector<const char*> violations;  // parts of the texts, in order
+    int messages;                // how many come out whole
+    const char* violation = "";  // part of the first one's text
+    const char* second = "";
 };
 
 TEST(Reassembler, DeliversOrComplains)
@@ -65,41 +66,36 @@ TEST(Reassembler, DeliversOrComplains)
     const std::vector<Shape> frame0 = shapes({{0x80, 16}}, 0x0F, 0x00);
     const std::vector<Shape> frame1 = shapes({{0x90, 16}}, 0x1F, 0x10);
     const Arrival rows[] = {
-        {"one fragment", 3, {{0x80, 5}}, 1, {}},
-        {"no payload", 0, {{0x80, 2}}, 1, {}},
-        {"length split between fragments", 68, {{0x81, 1}, {0x00, 69}}, 1, {}},
-        {"sixteen bytes are a whole message", 14, {{0x80, 16}}, 1, {}},
-        {"sixteen bytes are the start of a station frame", 1118, frame0, 1, {}},
-        {"second frame of two fragments", 1188, frame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1, {}},
-        {"long frame with an odd piece of one byte", 1103, shapes({{0x80, 1}}, 0x0F, 0x00), 1, {}},
-        {"last frame is long too", 2228, frame0 + shapes({{0x90, 6}}, 0x1F, 0x10), 1, {}},
-        {"second frame is a station frame too", 2238, frame0 + frame1, 1, {}},
-        {"last frame filled up to sixty nine",
-         1148,
-         frame0 + std::vector<Shape>{{0x90, 69}},
-         1,
-         {"69 bytes where 30"}},
-        {"frame numbers wrap", 1, {{0xF0, 3}}, 1, {}},
-        {"header alone", 3, {{0x80, 0}}, 0, {"fragment of 1 bytes"}},
-        {"seventy payload bytes", 68, {{0x80, 70}}, 0, {"fragment of 71 bytes"}},
-        {"no first fragment", 68, {{0x00, 69}}, 0, {"outside any frame"}},
-        {"fragment missing", 137, {{0x82, 1}, {0x00, 69}}, 0, {"fragment 0 where 1"}},
-        {"fragment twice", 137, {{0x82, 1}, {0x01, 69}, {0x01, 69}}, 0, {"fragment 1 where 0"}},
-        {"short following fragment", 68, {{0x81, 1}, {0x00, 68}}, 0, {"68 payload bytes"}},
-        {"fragment of another frame", 68, {{0x81, 1}, {0x10, 69}}, 0, {"frame 1 inside frame 0"}},
-        {"frame broken off", 1, {{0x81, 1}, {0x90, 3}}, 0, {"before the last one", "3 bytes where 258"}},
-        {"one byte alone opens a long frame",
+        {"one fragment", 3, {{0x80, 5}}, 1},
+        {"no payload", 0, {{0x80, 2}}, 1},
+        {"length split between fragments", 68, {{0x81, 1}, {0x00, 69}}, 1},
+        {"sixteen bytes are a whole message", 14, {{0x80, 16}}, 1},
+        {"sixteen bytes are the start of a station frame", 1118, frame0, 1},
+        {"second frame of two fragments", 1188, frame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1},
+        {"long frame with an odd piece of one byte", 1103, shapes({{0x80, 1}}, 0x0F, 0x00), 1},
+        {"last frame is long too", 2228, frame0 + shapes({{0x90, 6}}, 0x1F, 0x10), 1},
+        {"second frame is a station frame too", 2238, frame0 + frame1, 1},
+        {"last frame filled up to sixty nine", 1148, frame0 + std::vector<Shape>{{0x90, 69}}, 1,
+         "69 bytes where 30"},
+        {"frame numbers wrap", 1, {{0xF0, 3}}, 1},
+        {"header alone", 3, {{0x80, 0}}, 0, "fragment of 1 bytes"},
+        {"seventy payload bytes", 68, {{0x80, 70}}, 0, "fragment of 71 bytes"},
+        {"no first fragment", 68, {{0x00, 69}}, 0, "outside any frame"},
+        {"fragment missing", 137, {{0x82, 1}, {0x00, 69}}, 0, "fragment 0 where 1"},
+        {"fragment twice", 137, {{0x82, 1}, {0x01, 69}, {0x01, 69}}, 0, "fragment 1 where 0"},
+        {"short following fragment", 68, {{0x81, 1}, {0x00, 68}}, 0, "68 payload bytes"},
+        {"fragment of another frame", 68, {{0x81, 1}, {0x10, 69}}, 0, "frame 1 inside frame 0"},
+        {"frame broken off", 1, {{0x81, 1}, {0x90, 3}}, 0, "before the last one", "3 bytes where 258"},
+        {"one byte opens a long frame",
          1,
          {{0x80, 1}, {0x90, 3}},
          0,
-         {"before the last one", "3 bytes where 258"}},
-        {"frame number skipped",
-         1188,
-         frame0 + shapes({{0xA1, 1}}, 0x20, 0x20),
-         0,
-         {"frame 2 after frame 0", "a frame of 70 bytes"}},
-        {"frame shorter than announced", 100, {{0x80, 50}}, 0, {"50 bytes where 102"}},
-        {"frame longer than announced", 10, {{0x80, 40}}, 1, {"40 bytes where 12"}},
+         "before the last one",
+         "3 bytes where 258"},
+        {"frame number skipped", 1188, frame0 + shapes({{0xA1, 1}}, 0x20, 0x20), 0, "frame 2 after frame 0",
+         "a frame of 70 bytes"},
+        {"frame shorter than announced", 100, {{0x80, 50}}, 0, "50 bytes where 102"},
+        {"frame longer than announced", 10, {{0x80, 40}}, 1, "40 bytes where 12"},
     };
     for (const Arrival& row : rows) {
         SCOPED_TRACE(row.name);
@@ -115,9 +111,11 @@ TEST(Reassembler, DeliversOrComplains)
             EXPECT_EQ(*result.message, counting(row.payload));
         }
         EXPECT_EQ(messages, row.messages);
-        ASSERT_EQ(violations.size(), row.violations.size()) << testing::PrintToString(violations);
-        for (std::size_t i = 0; i < violations.size(); ++i)
-            EXPECT_THAT(violations[i], HasSubstr(row.violations[i]));
+        std::vector<testing::Matcher<std::string>> expected;
+        for (const std::string part : {row.violation, row.second})
+            if (!part.empty())
+                expected.push_back(HasSubstr(part));
+        EXPECT_THAT(violations, testing::ElementsAreArray(expected));
     }
 }
 

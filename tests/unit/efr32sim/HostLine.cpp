@@ -2,14 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <termios.h>
-
-#include <array>
 
 using efr32sim::Chip;
 using efr32sim::ChipOptions;
-using std::chrono::steady_clock;
 
 HostLine::HostLine(const std::string& path, const HostSettings& settings)
     : m_fd(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC))
@@ -29,45 +25,14 @@ void HostLine::set(const HostSettings& settings)
     ASSERT_EQ(::tcsetattr(fd(), TCSANOW, &line), 0);
 }
 
-void HostLine::send(std::string_view bytes) const
+std::string HostLine::readUntil(std::string_view text)
 {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(fd(), bytes.data(), bytes.size());
-        ASSERT_GT(written, 0);
-        bytes.remove_prefix(static_cast<std::size_t>(written));
+    std::string result;
+    for (std::string next = read(1); !next.empty(); next = read(1)) {
+        result += next;
+        if (result.ends_with(text))
+            break;
     }
-}
-
-bool HostLine::fill(steady_clock::time_point deadline)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-    pollfd waiting{fd(), POLLIN, 0};
-    if (left < 0 || ::poll(&waiting, 1, static_cast<int>(left)) <= 0)
-        return false;
-    std::array<char, 4096> buffer{};
-    const ssize_t got = ::read(fd(), buffer.data(), buffer.size());
-    if (got <= 0)
-        return false;
-    m_received.append(buffer.data(), static_cast<std::size_t>(got));
-    return true;
-}
-
-std::string HostLine::readUntil(std::string_view text, std::chrono::milliseconds limit)
-{
-    const auto deadline = steady_clock::now() + limit;
-    while (m_received.find(text) == std::string::npos && fill(deadline)) {
-    }
-    const std::size_t end = m_received.find(text);
-    return read(end == std::string::npos ? m_received.size() : end + text.size());
-}
-
-std::string HostLine::read(std::size_t count, std::chrono::milliseconds limit)
-{
-    const auto deadline = steady_clock::now() + limit;
-    while (m_received.size() < count && fill(deadline)) {
-    }
-    std::string result = m_received.substr(0, count);
-    m_received.erase(0, result.size());
     return result;
 }
 

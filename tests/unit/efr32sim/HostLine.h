@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Pty.h"
 #include "UniqueFd.h"
 #include "Wait.h"
 #include "efr32sim/Chip.h"
@@ -27,10 +28,14 @@ public:
     explicit HostLine(const std::string& path, const HostSettings& settings = kConsole);
 
     void set(const HostSettings& settings);
-    void send(std::string_view bytes) const;
+    void send(std::string_view bytes) const { testsupport::writeTo(fd(), bytes); }
+    [[nodiscard]] std::string read(std::size_t count,
+                                   std::chrono::milliseconds limit = testsupport::kPatience) const
+    {
+        return testsupport::readFrom(fd(), count, limit);
+    }
     /// Reads until @p text has come; everything read so far, or what came before the time was up.
-    std::string readUntil(std::string_view text, std::chrono::milliseconds limit = testsupport::kPatience);
-    std::string read(std::size_t count, std::chrono::milliseconds limit = testsupport::kPatience);
+    std::string readUntil(std::string_view text);
     /// Reads one packet, header included, as hexadecimal text.
     std::string readPacket();
     /// Sends a command packet and reads one packet.
@@ -39,9 +44,7 @@ public:
     [[nodiscard]] int fd() const { return m_fd.get(); }
 
 private:
-    bool fill(std::chrono::steady_clock::time_point deadline);
     testsupport::UniqueFd m_fd;
-    std::string m_received;
 };
 
 /// A chip whose firmware has booted, with the host's line open and the boot event read.

@@ -1,4 +1,6 @@
 #include "HostLine.h"
+#include "Process.h"
+#include "TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -89,6 +91,26 @@ TEST(StrictReceiver, AnswersEachBlockByTheRules)
         EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, row.image.has_value());
         EXPECT_EQ(chip.imageCount(), row.image ? 1U : 0U);
         EXPECT_EQ(chip.image().size(), row.image.value_or(0));
+    }
+}
+
+TEST(Upload, TakesWhatLrzszSends)
+{
+    const testsupport::TempDir directory;
+    for (const std::size_t size : {1, 128, 129, 32'773}) {
+        SCOPED_TRACE(size);
+        std::string image(size, '\0');
+        for (std::size_t at = 0; at < size; ++at)
+            image[at] = static_cast<char>(at * 7 + at / 251);
+        Chip chip({.checkLine = false, .xmodemPing = Milliseconds(50)});
+        chip.start();
+        HostLine(chip.slavePath()).send("1");
+        Process sender({"sh", "-c", "exec sx --quiet --binary $1 <$2 >$2 2>/dev/null", "sh",
+                        directory.write("image", image), chip.slavePath()},
+                       "/dev/null");
+        EXPECT_EQ(sender.waitEnd(testsupport::kPatience), "exit 0");
+        image.resize((size + 127) / 128 * 128, '\x1A');
+        EXPECT_TRUE(chip.image() == Bytes(image.begin(), image.end()));
     }
 }
 
