@@ -2,9 +2,9 @@
 
 #include "An760.h"
 #include "Pty.h"
+#include "support/Require.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -12,11 +12,6 @@ namespace {
 constexpr std::size_t kTerminalRoom = 3000;  // what a pseudo-terminal takes without a reader
 constexpr const char* kRealPrompt = "\rBL >";
 
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

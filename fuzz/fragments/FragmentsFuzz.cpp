@@ -4,21 +4,15 @@
 //   192 to 255  the end of the link
 
 #include "BTP_Core.h"
+#include "support/Require.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <span>
 #include <vector>
 
 namespace {
 constexpr unsigned kPolls = 50;
 unsigned polls;
-
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 /// A frame whose stamp is used up is waited for; the link drops after a while.
 int delay(unsigned)

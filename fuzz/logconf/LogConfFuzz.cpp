@@ -2,11 +2,11 @@
 
 #include "conf/LogConf.h"
 #include "facade/LogFacade.h"
+#include "support/Require.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -16,12 +16,6 @@ constexpr std::size_t kMaxText = 512;
 // Nodes that a configuration names are made and stay: later inputs go to trees of their own, or they would
 // fill the memory.
 constexpr unsigned kInputsOfTheProcessTree = 10'000;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 /// Every level that can be reached in the tree is one of the ten.
 void checkLevels(const LogNode& node)

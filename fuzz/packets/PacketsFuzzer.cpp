@@ -4,12 +4,12 @@
 #include "NCP_Manager.h"
 #include "facade/Log.h"
 #include "gecko.h"
+#include "support/Require.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <span>
 
 /// Nothing has to be waited for on a line in memory.
@@ -24,10 +24,8 @@ std::span<const std::uint8_t> onLine;
 std::int32_t output(std::uint32_t length, const std::uint8_t* bytes)
 {
     // Whatever came in, what goes out is one whole command.
-    const bool isCommand = length >= kGeckoHeaderSize && length <= sizeof(gecko_cmd_packet) &&
-                           length - kGeckoHeaderSize == (((bytes[0] & 7u) << 8) | bytes[1]);
-    if (!isCommand)
-        std::abort();
+    require(length >= kGeckoHeaderSize && length <= sizeof(gecko_cmd_packet) &&
+            length - kGeckoHeaderSize == (((bytes[0] & 7u) << 8) | bytes[1]));
     return static_cast<std::int32_t>(length);
 }
 
@@ -62,8 +60,7 @@ std::uint16_t onRead(std::uint16_t characteristic, std::uint8_t* length, std::ui
 
 void onEvent(std::uint32_t id, gecko_cmd_packet* packet)
 {
-    if (id != gecko_event_id(*packet))
-        std::abort();
+    require(id == gecko_event_id(*packet));
 }
 
 std::uint8_t bytes[256];

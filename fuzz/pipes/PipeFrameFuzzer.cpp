@@ -5,19 +5,13 @@
 // that the pipe to the application gains.
 
 #include "PipeFrame.h"
+#include "support/Require.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 namespace {
 using Bytes = std::vector<std::uint8_t>;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 class FuzzedStream : public ByteStreamI
 {
