@@ -1,10 +1,8 @@
-#include "BluetoothManager.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
-#include "facade/LogFacade.h"
 
 #include <gmock/gmock.h>
 #include <sys/inotify.h>
@@ -69,13 +67,6 @@ TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
     }
 }
 
-TEST(ResetLine, HoldsTheChip)
-{
-    RecordingPin pin;
-    IoEfr32Manager(pin).resetEfr32(true);
-    EXPECT_THAT(pin.levels, ElementsAre(false));
-}
-
 TEST(ResetLine, PulsesLowForOneHundredMillisecondsAlsoWhenSignalsArrive)
 {
     struct sigaction onAlarm = {};
@@ -101,20 +92,5 @@ TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
     EXPECT_EQ(log.count(line), 1);
     manager.resetEfr32(false);
     EXPECT_EQ(log.count(line), 3);
-}
-
-TEST(ResetLine, TellsTheBluetoothManagerThatItsStackIsDown)
-{
-    LogFacade::setLevel("BriscaService.comm.BluetoothManager", LogLevel::Debug);
-    RecordingPin pin;
-    IoEfr32Manager manager(pin);
-    for (const bool hold : {true, false}) {
-        BluetoothManager::instance().bleIsReady();
-        testsupport::StdoutCapture log;
-        manager.resetEfr32(hold);
-        log.clear();
-        BluetoothManager::instance().stop();
-        EXPECT_FALSE(log.contains("Stop the BLE stack")) << "still believed to be started";
-    }
 }
 }  // namespace
