@@ -5,12 +5,10 @@
 #include "LineOwner.h"
 #include "Pty.h"
 #include "Wait.h"
-#include "gecko.h"
 
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <cstring>
 #include <semaphore>
 #include <utility>
 
@@ -40,8 +38,6 @@ void __wrap_GOS_ReleaseSemaphore(unsigned id)
 
 namespace gbstest {
 namespace {
-std::atomic<FakeChip*> boundChip{nullptr};
-
 std::string packet(std::uint8_t type, std::string_view id, std::string_view payload)
 {
     const std::string body = fromHex(payload);
@@ -130,42 +126,35 @@ std::string event(std::string_view id, std::string_view payload)
 
 FakeChip::FakeChip() : m_answer(accept)
 {
-    boundChip = this;
     takeLine();
-    bglib_output = output;
-    bglib_input = input;
-    bglib_peek = peek;
-}
-
-FakeChip::~FakeChip()
-{
-    bglib_output = nullptr;
-    bglib_input = nullptr;
-    bglib_peek = nullptr;
-    boundChip = nullptr;
+    m_line.emplace().chip = [this](const std::string& command) {
+        m_commands.push_back(describe(command));
+        m_allUnderApiLock = m_allUnderApiLock && semaphoreTaken(GBS_API_SEMAPHORE_ID);
+        return m_answer(m_commands.back());
+    };
 }
 
 void FakeChip::answerWith(Answer answer)
 {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(m_line->mutex);
     m_answer = std::move(answer);
 }
 
 void FakeChip::send(std::string_view bytes)
 {
-    const std::lock_guard lock(m_lock);
-    m_toHost += bytes;
+    const std::lock_guard lock(m_line->mutex);
+    m_line->toHost += bytes;
 }
 
-std::vector<std::string> FakeChip::commands() const
+std::vector<std::string> FakeChip::commands()
 {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(m_line->mutex);
     return m_commands;
 }
 
 std::string FakeChip::takeCommands()
 {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(m_line->mutex);
     std::string line;
     for (const std::string& command : m_commands)
         line += (line.empty() ? "" : " | ") + command;
@@ -174,38 +163,10 @@ std::string FakeChip::takeCommands()
     return line;
 }
 
-bool FakeChip::allUnderApiLock() const
+bool FakeChip::allUnderApiLock()
 {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(m_line->mutex);
     return m_allUnderApiLock;
-}
-
-std::int32_t FakeChip::output(std::uint32_t length, const std::uint8_t* bytes)
-{
-    FakeChip& chip = *boundChip;
-    const std::lock_guard lock(chip.m_lock);
-    chip.m_commands.push_back(describe({reinterpret_cast<const char*>(bytes), length}));
-    chip.m_allUnderApiLock = chip.m_allUnderApiLock && semaphoreTaken(GBS_API_SEMAPHORE_ID);
-    chip.m_toHost += chip.m_answer(chip.m_commands.back());
-    return static_cast<std::int32_t>(length);
-}
-
-std::int32_t FakeChip::input(std::uint32_t length, std::uint8_t* buffer)
-{
-    FakeChip& chip = *boundChip;
-    const std::lock_guard lock(chip.m_lock);
-    if (chip.m_toHost.size() < length)
-        return -1;
-    std::memcpy(buffer, chip.m_toHost.data(), length);
-    chip.m_toHost.erase(0, length);
-    return static_cast<std::int32_t>(length);
-}
-
-std::int32_t FakeChip::peek()
-{
-    FakeChip& chip = *boundChip;
-    const std::lock_guard lock(chip.m_lock);
-    return static_cast<std::int32_t>(chip.m_toHost.size());
 }
 
 std::string accept(const std::string& command)

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "MemoryLine.h"
 #include "facade/LogFacade.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <future>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,31 +29,23 @@ public:
     using Answer = std::function<std::string(const std::string& command)>;
 
     FakeChip();
-    ~FakeChip();
-    FakeChip(const FakeChip&) = delete;
-    FakeChip& operator=(const FakeChip&) = delete;
 
     /// Until it is told otherwise the chip answers every command with result 0.
     void answerWith(Answer answer);
     /// Puts bytes on the line to the host.
     void send(std::string_view bytes);
     /// The commands so far, each "class id: payload"; one with a wrong header reads "malformed".
-    [[nodiscard]] std::vector<std::string> commands() const;
+    [[nodiscard]] std::vector<std::string> commands();
     /// The same in one line, joined by " | "; then forgets them.
     std::string takeCommands();
     /// True when every command since they were last taken was sent with GOS semaphore 1 held.
-    [[nodiscard]] bool allUnderApiLock() const;
+    [[nodiscard]] bool allUnderApiLock();
 
 private:
-    static std::int32_t output(std::uint32_t length, const std::uint8_t* bytes);
-    static std::int32_t input(std::uint32_t length, std::uint8_t* buffer);
-    static std::int32_t peek();
-
-    mutable std::mutex m_lock;
     Answer m_answer;
-    std::string m_toHost;
     std::vector<std::string> m_commands;
     bool m_allUnderApiLock = true;
+    std::optional<MemoryLine> m_line;  // its mutex guards the rest
 };
 
 /// Result 0 for every command.

@@ -1,9 +1,8 @@
-#include "gecko.h"
+#include "MemoryLine.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <mutex>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -11,41 +10,6 @@
 
 namespace {
 using testing::ElementsAre;
-
-/// A line in memory. A read of more than is there fails instead of waiting.
-struct MemoryLine
-{
-    std::mutex mutex;
-    std::string toHost;
-    std::vector<std::string> toChip;
-    bool broken = false;                                        // looking at the line fails
-    std::string (*chip)(const std::string& command) = nullptr;  // what the chip sends for a command
-} line;
-
-std::int32_t output(std::uint32_t length, const std::uint8_t* bytes)
-{
-    const std::lock_guard lock(line.mutex);
-    line.toChip.emplace_back(bytes, bytes + length);
-    if (line.chip != nullptr)
-        line.toHost += line.chip(line.toChip.back());
-    return static_cast<std::int32_t>(length);
-}
-
-std::int32_t input(std::uint32_t length, std::uint8_t* buffer)
-{
-    const std::lock_guard lock(line.mutex);
-    const bool enough = length <= line.toHost.size();
-    const std::size_t count = enough ? length : line.toHost.size();
-    std::copy_n(line.toHost.begin(), count, buffer);
-    line.toHost.erase(0, count);
-    return enough ? static_cast<std::int32_t>(length) : -1;
-}
-
-std::int32_t peek()
-{
-    const std::lock_guard lock(line.mutex);
-    return line.broken ? -1 : static_cast<std::int32_t>(line.toHost.size());
-}
 
 std::string packet(std::uint8_t type, std::uint8_t classId, std::uint8_t id, const std::string& payload = {})
 {
@@ -79,13 +43,6 @@ class Packets : public testing::Test
 protected:
     Packets()
     {
-        bglib_output = output;
-        bglib_input = input;
-        bglib_peek = peek;
-        line.toHost.clear();
-        line.toChip.clear();
-        line.broken = false;
-        line.chip = nullptr;
         gecko_discard_events();
         *gecko_rsp_msg = {};
         gecko_set_header(*gecko_cmd_msg, 0x03, 0x14, 3);
@@ -98,58 +55,50 @@ protected:
             result.push_back(content(gecko_get_event(0)));
         return result;
     }
-};
 
-struct ReaderCase
-{
-    const char* name;
-    std::string onLine;
-    std::string asResponse;  // what one call hands back
-    std::vector<std::string> asEvents;
-    std::size_t left;  // bytes that the call leaves on the line
+    MemoryLine line;
 };
-
-class Reader : public Packets, public testing::WithParamInterface<ReaderCase>
-{
-};
-
-TEST_P(Reader, TakesOnePacketOrOneByteOfNoise)
-{
-    for (gecko_cmd_packet& slot : gecko_queue)
-        slot.payload.fill(0xEE);
-    line.toHost = GetParam().onLine;
-    EXPECT_EQ(content(gecko_wait_message()), GetParam().asResponse);
-    EXPECT_EQ(gecko_header(*gecko_rsp_msg) != 0, GetParam().asResponse != "none")
-        << "a cut one is no response";
-    EXPECT_EQ(queuedEvents(), GetParam().asEvents);
-    EXPECT_EQ(line.toHost.size(), GetParam().left);
-}
 
 const std::string kLongest(kGeckoMaxPayload, 'L');
 const std::string kOk("\0\0", 2);
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, Reader,
-    testing::Values(
-        ReaderCase{"ResponseIsHandedBack", response(kOk) + "x", response(kOk), {}, 1},
-        ReaderCase{"EventIsQueued", event(1, "abc") + "x", "none", {event(1, "abc")}, 1},
-        ReaderCase{"EventWithoutFieldsIsQueued", event(1), "none", {event(1)}, 0},
-        ReaderCase{"LongestEventIsQueued", event(1, kLongest), "none", {event(1, kLongest)}, 0},
-        ReaderCase{"LongestResponseIsHandedBack", response(kLongest), response(kLongest), {}, 0},
-        ReaderCase{"ZeroByteIsNoise", std::string(1, '\0') + event(1), "none", {}, 4},
-        ReaderCase{"OnesAreNoise", "\xFF" + event(1), "none", {}, 4},
-        ReaderCase{"OtherTechnologyIsNoise", "\x28" + event(1), "none", {}, 4},
-        ReaderCase{"OversizeIsDroppedAfterItsHeader", event(1, std::string(257, 'x')), "none", {}, 257},
-        ReaderCase{"FalseHeaderInNoiseIsTaken", "\xA0\x02" + event(1), "none", {"\xA0\x02" + event(1)}, 0},
-        ReaderCase{"NothingOnTheLineIsAFailure", "", "none", {}, 0},
-        ReaderCase{"CutHeaderIsAFailure", event(1).substr(0, 3), "none", {}, 0},
-        ReaderCase{"CutResponseIsNotASuccess", response(kLongest).substr(0, 5), "none", {}, 0},
-        ReaderCase{"CutEventStaysWithZeros",
-                   event(1, "abcd").substr(0, 6),
-                   "none",
-                   {event(1, std::string(4, '\0'))},
-                   0}),
-    [](const auto& row) { return row.param.name; });
+TEST_F(Packets, AreTakenOneByOneAndNoiseByteByByte)
+{
+    const struct
+    {
+        const char* name;
+        std::string onLine;
+        std::string asResponse;  // what one call hands back
+        std::vector<std::string> asEvents;
+        std::size_t left;  // bytes that the call leaves on the line
+    } rows[] = {
+        {"a response is handed back", response(kOk) + "x", response(kOk), {}, 1},
+        {"an event is queued", event(1, "abc") + "x", "none", {event(1, "abc")}, 1},
+        {"an event without fields is queued", event(1), "none", {event(1)}, 0},
+        {"the longest event is queued", event(1, kLongest), "none", {event(1, kLongest)}, 0},
+        {"the longest response is handed back", response(kLongest), response(kLongest), {}, 0},
+        {"a zero byte is noise", std::string(1, '\0') + event(1), "none", {}, 4},
+        {"ones are noise", "\xFF" + event(1), "none", {}, 4},
+        {"another technology is noise", "\x28" + event(1), "none", {}, 4},
+        {"an oversize packet is dropped after its header", event(1, std::string(257, 'x')), "none", {}, 257},
+        {"a false header in noise is taken", "\xA0\x02" + event(1), "none", {"\xA0\x02" + event(1)}, 0},
+        {"nothing on the line is a failure", "", "none", {}, 0},
+        {"a cut header is a failure", event(1).substr(0, 3), "none", {}, 0},
+        {"a cut response is not a success", response(kLongest).substr(0, 5), "none", {}, 0},
+        {"a cut event stays, with zeros", event(1, "abcd").substr(0, 6), "none", {event(1, {0, 0, 0, 0})}, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        *gecko_rsp_msg = {};
+        for (gecko_cmd_packet& slot : gecko_queue)
+            slot.payload.fill(0xEE);
+        line.toHost = row.onLine;
+        EXPECT_EQ(content(gecko_wait_message()), row.asResponse);
+        EXPECT_EQ(gecko_header(*gecko_rsp_msg) != 0, row.asResponse != "none") << "a cut one is no response";
+        EXPECT_EQ(queuedEvents(), row.asEvents);
+        EXPECT_EQ(line.toHost.size(), row.left);
+    }
+}
 
 TEST_F(Packets, AFullRingKeeps29EventsInOrderAndDropsTheNext)
 {
@@ -230,10 +179,8 @@ TEST_F(Packets, PendingMeansQueuedOrWaitingOrNotKnown)
 TEST_F(Packets, TwoCommandersAndThePumpEachGetTheirOwn)
 {
     constexpr int kCommands = 50;  // each brings an event: far more than the ring holds
-    static std::uint8_t events;
-    events = 0;
     // The chip answers with the command's own argument, behind an event that counts.
-    line.chip = [](const std::string& command) {
+    line.chip = [events = std::uint8_t{0}](const std::string& command) mutable {
         return event(events++) + packet(0x20, 0x03, command[3], command.substr(4));
     };
     const auto commander = [](std::uint8_t id) {
