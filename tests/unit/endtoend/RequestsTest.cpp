@@ -54,17 +54,6 @@ TEST_F(Requests, OfSeveralCompleteFramesOnlyTheFirstIsFound)
     expectService();
 }
 
-TEST_F(Requests, OfEverySizeArriveAsOneRequestAFrame)
-{
-    for (const std::size_t size :
-         {1, 10, 67, 68, 69, 70, 71, 137, 138, 139, 1000, 1103, 1104, 1105, 1118, 2240, 4480}) {
-        SCOPED_TRACE(size);
-        const Bytes whole = message(size, static_cast<unsigned>(size));
-        for (std::size_t at = 0; at < size; at += efr32sim::kPhoneFrame)
-            sendRequest(endtoend::ByteSpan(whole).subspan(at, std::min(size - at, efr32sim::kPhoneFrame)));
-    }
-}
-
 TEST_F(Requests, OfAPhoneThatHasGoneDoNotReachTheNextOne)
 {
     LogFacade::setLevel("[BTP_MANAGER_PROCESS]", LogLevel::Debug);

@@ -1,9 +1,9 @@
 #include "Station.h"
 
 #include "BluetoothManager.h"
+#include "Pty.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,12 +21,6 @@ testsupport::UniqueFd openPipe(const char* path, int flags)
         throw std::system_error(errno, std::generic_category(), path);
     return fd;
 }
-
-int millisecondsUntil(std::chrono::steady_clock::time_point deadline)
-{
-    const auto left = std::chrono::ceil<Milliseconds>(deadline - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<Milliseconds::rep>(left.count(), 0));
-}
 }  // namespace
 
 Application::Application()
@@ -35,29 +29,16 @@ Application::Application()
 {
 }
 
-std::optional<Bytes> Application::read(std::size_t count,
-                                       std::chrono::steady_clock::time_point deadline) const
+std::optional<Bytes> Application::read(std::size_t count, Milliseconds limit) const
 {
-    Bytes bytes(count);
-    std::size_t got = 0;
-    while (got < count) {
-        pollfd ready{m_requests.get(), POLLIN, 0};
-        if (::poll(&ready, 1, millisecondsUntil(deadline)) <= 0)
-            return std::nullopt;
-        const ssize_t part = ::read(m_requests.get(), bytes.data() + got, count - got);
-        if (part > 0)
-            got += static_cast<std::size_t>(part);
-    }
-    return bytes;
+    const std::string got = testsupport::readFrom(m_requests.get(), count, limit);
+    return got.size() == count ? std::optional(Bytes(got.begin(), got.end())) : std::nullopt;
 }
 
 std::optional<Bytes> Application::waitRequest(Milliseconds limit)
 {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    const auto header = read(2, deadline);
-    if (!header)
-        return std::nullopt;
-    return read(static_cast<std::size_t>((*header)[0] | (*header)[1] << 8), deadline);
+    const auto header = read(2, limit);
+    return header ? read(static_cast<std::size_t>((*header)[0] | (*header)[1] << 8), limit) : std::nullopt;
 }
 
 void Application::answer(ByteSpan payload)
@@ -70,8 +51,7 @@ void Application::answer(ByteSpan payload)
 
 void Application::write(ByteSpan bytes) const
 {
-    if (::write(m_answers.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
-        throw std::system_error(errno, std::generic_category(), "answer");
+    testsupport::writeTo(m_answers.get(), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 Station::Station(bool pace) : chip({.ttyPath = kTty, .pace = pace, .powerOn = efr32sim::Mode::Firmware})

@@ -27,7 +27,7 @@ public:
     void write(ByteSpan bytes) const;
 
 private:
-    std::optional<Bytes> read(std::size_t count, std::chrono::steady_clock::time_point deadline) const;
+    std::optional<Bytes> read(std::size_t count, Milliseconds limit) const;
 
     testsupport::UniqueFd m_requests;
     testsupport::UniqueFd m_answers;
