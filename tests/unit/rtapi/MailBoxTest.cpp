@@ -93,9 +93,7 @@ TEST(Fifo, IsNeutralWhenEmptyOrWithoutItsLock)
     EXPECT_STREQ(fifo.back(), "kept");
 }
 
-class MailBoxTest : public RuntimeTest
-{
-};
+using MailBoxTest = RuntimeTest;
 
 /// Several senders and receivers on one mailbox. What the receivers got is counted by message; a receiver
 /// sees 0 when it was woken for a message that had been dropped.

@@ -26,9 +26,7 @@ std::string stateOf(SignalHandler& handler)
     return capture.logLines().at(0);
 }
 
-class SignalHandlerTest : public RuntimeTest
-{
-};
+using SignalHandlerTest = RuntimeTest;
 
 TEST_F(SignalHandlerTest, ReturnsAndClearsTheWholePendingSet)
 {

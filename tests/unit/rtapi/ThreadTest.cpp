@@ -39,9 +39,7 @@ private:
     std::function<void(TestThread&, void*)> m_body;
 };
 
-class ThreadTest : public RuntimeTest
-{
-};
+using ThreadTest = RuntimeTest;
 
 TEST_F(ThreadTest, RunsSetupAndThenItsBodyWithTheArgument)
 {

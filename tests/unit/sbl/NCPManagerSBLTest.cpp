@@ -54,56 +54,52 @@ protected:
     efr32sim::Chip chip;
 };
 
-struct UpgradeCase
+TEST_F(SerialBootloader, TakesImagesAndStartsThem)
 {
-    const char* name;
-    std::size_t size;
-    std::size_t blocks;
-    std::string progress;
-};
+    const struct
+    {
+        const char* name;
+        std::size_t size;
+        std::size_t blocks;
+        const char* progress;
+    } rows[] = {
+        {"whole blocks without padding", 256, 2, "\r50%06H \r100%06H "},
+        {"the last block keeps the rest of the one before", 130, 2, "\r98%06H \r100%06H "},
+        {"progress is rounded down", 1000, 8,
+         "\r12%06H \r25%06H \r38%06H \r51%06H \r64%06H \r76%06H \r89%06H \r100%06H "},
+    };
+    unsigned uploads = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Bytes image = makeImage(row.size);
+        // One pad byte behind the image, and behind that what the block before left in its place.
+        Bytes expected = image;
+        if (image.size() % kSblBlockDataSize != 0)
+            expected.push_back(0x1A);
+        while (expected.size() < row.blocks * kSblBlockDataSize)
+            expected.push_back(
+                expected.size() < kSblBlockDataSize ? 0 : image[expected.size() - kSblBlockDataSize]);
 
-class Upgrade : public SerialBootloader, public testing::WithParamInterface<UpgradeCase>
-{
-};
+        const StdoutCapture output;
+        EXPECT_EQ(NCPManagerSBL_FWUpgrade(image.data(), static_cast<std::uint32_t>(image.size())), 1U);
+        EXPECT_EQ(chip.imageCount(), ++uploads);
+        EXPECT_EQ(chip.image(), expected);
+        EXPECT_EQ(chip.mode(), efr32sim::Mode::Firmware);
+        EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 0);
 
-TEST_P(Upgrade, BringsTheImageIntoTheChipAndStartsIt)
-{
-    const Bytes image = makeImage(GetParam().size);
-    // One pad byte behind the image, and behind that what the block before left in its place.
-    Bytes expected = image;
-    if (image.size() % kSblBlockDataSize != 0)
-        expected.push_back(0x1A);
-    while (expected.size() < GetParam().blocks * kSblBlockDataSize)
-        expected.push_back(expected.size() < kSblBlockDataSize ? 0
-                                                               : image[expected.size() - kSblBlockDataSize]);
-
-    const StdoutCapture output;
-    EXPECT_EQ(NCPManagerSBL_FWUpgrade(image.data(), static_cast<std::uint32_t>(image.size())), 1U);
-    EXPECT_EQ(chip.imageCount(), 1U);
-    EXPECT_EQ(chip.image(), expected);
-    EXPECT_EQ(chip.mode(), efr32sim::Mode::Firmware);
-    EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 0);
-
-    std::string progress = output.text();
-    EXPECT_THAT(progress, HasSubstr("\nForce to bootloader"));
-    EXPECT_THAT(progress, HasSubstr("\nNCP is at boot loader modeStart upgrade..."));
-    EXPECT_THAT(progress, HasSubstr("C\nStart upgrade success!"));
-    EXPECT_THAT(progress, HasSubstr("\nSend EOT!06H \r\nSerial upload complete"));
-    EXPECT_THAT(progress, HasSubstr("\nRun exploit..."));
-    EXPECT_THAT(progress, testing::EndsWith("Run exploit SUCCESS!!!"));
-    // What lies between start and end is the progress and the echo of each acknowledgement.
-    progress.erase(progress.find("\nSend EOT!"));
-    progress.erase(0, progress.find("success!") + 8);
-    EXPECT_EQ(progress, GetParam().progress);
+        std::string progress = output.text();
+        EXPECT_THAT(progress, HasSubstr("\nForce to bootloader"));
+        EXPECT_THAT(progress, HasSubstr("\nNCP is at boot loader modeStart upgrade..."));
+        EXPECT_THAT(progress, HasSubstr("C\nStart upgrade success!"));
+        EXPECT_THAT(progress, HasSubstr("\nSend EOT!06H \r\nSerial upload complete"));
+        EXPECT_THAT(progress, HasSubstr("\nRun exploit..."));
+        EXPECT_THAT(progress, testing::EndsWith("Run exploit SUCCESS!!!"));
+        // What lies between start and end is the progress and the echo of each acknowledgement.
+        progress.erase(progress.find("\nSend EOT!"));
+        progress.erase(0, progress.find("success!") + 8);
+        EXPECT_EQ(progress, row.progress);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, Upgrade,
-    testing::Values(UpgradeCase{"WholeBlocksWithoutPadding", 256, 2, "\r50%06H \r100%06H "},
-                    UpgradeCase{"LastBlockKeepsTheRestOfTheOneBefore", 130, 2, "\r98%06H \r100%06H "},
-                    UpgradeCase{"ProgressIsRoundedDown", 1000, 8,
-                                "\r12%06H \r25%06H \r38%06H \r51%06H \r64%06H \r76%06H \r89%06H \r100%06H "}),
-    [](const auto& row) { return row.param.name; });
 
 TEST_F(SerialBootloader, StopsAtABlockThatIsRefusedAndStaysInTheBootloader)
 {
