@@ -136,6 +136,8 @@ void Coprocessor::sendEvent(CommandId id, Bytes payload)
         m_events.push_back({id, std::move(payload)});
         return;
     }
+    if (m_board.faults().take(FaultKind::LostEvent, id))
+        return;
     m_board.report(EventKind::ChipEvent, {{"class", id.classId}, {"id", id.id}, {"payload", payload}});
     sendPacket(kEventType, {id, std::move(payload)});
 }

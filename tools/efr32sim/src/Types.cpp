@@ -44,6 +44,7 @@ std::span<const FaultInfo> allFaults()
         FaultInfo{XmodemAnswer, "xmodem-answer", "a block is answered with bytes (none) and not stored"},
         FaultInfo{CorruptBlock, "corrupt-block", "a block is taken as damaged"},
         FaultInfo{LostBoot, "lost-boot", "the firmware starts without its boot event"},
+        FaultInfo{LostEvent, "lost-event", "an event is not sent"},
     };
     return kFaults;
 }

@@ -32,6 +32,7 @@ enum class FaultKind {
     XmodemAnswer,         ///< a block is answered with `bytes` instead (empty: not at all) and not stored
     CorruptBlock,         ///< a received block is taken as damaged: NAK
     LostBoot,             ///< the firmware starts without its boot event
+    LostEvent,            ///< an event is never sent; not among the random faults, CutPacket does the same
 };
 /// A fault's name in the control protocol, and what it does.
 struct FaultInfo
