@@ -189,15 +189,4 @@ TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
     EXPECT_TRUE(stack().isStarted());
     EXPECT_TRUE(efr32sim::Phone(chip).scan());
 }
-
-TEST_F(IdentityTest, AStationThatOneLostResponseSilencedIsBackOnTheAir)
-{
-    chip.inject(Fault{.kind = FaultKind::LostResponse, .skip = 1, .command = kSetAdvertisingData});
-    ASSERT_TRUE(enter());
-    ASSERT_TRUE(testsupport::waitUntil(
-        [&] { return capture.contains("Failed to update manufacturer specific data"); }));
-    EXPECT_FALSE(chip.air().advertising);
-    EXPECT_TRUE(efr32sim::Phone(chip).scan());
-    EXPECT_EQ(capture.count("<NOTIC> [Brisca] Neither advertising nor connected for 10 s"), 1);
-}
 }  // namespace

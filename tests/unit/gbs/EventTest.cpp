@@ -276,3 +276,58 @@ TEST_F(Events, ALateResponseIsPassedOnAsAnEvent)
     handle(response("03 14", "00 00"));
     EXPECT_EQ(journal, Lines{std::to_string(0x14030020)});
 }
+
+TEST_F(Events, ThatWereLostAreToldWhenTheChipIsAskedForItsConnection)
+{
+    NCPManager_SetEventCallback([](std::uint32_t id, gecko_cmd_packet* packet) {
+        EXPECT_FALSE(semaphoreTaken(GBS_API_SEMAPHORE_ID)) << "callbacks take it";
+        onEvent(id, packet);
+    });
+    const std::string opened = event("08 00", "");
+    const std::string closed = event("08 01", "13 02 01");
+    const std::string boot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
+    const auto answer = [](const char* result) { return response("08 01", result); };
+    const Lines end = {"event 010800A0"};
+    const Lines beginning = {"event 000800A0"};
+    const struct
+    {
+        const char* name;
+        tGBS_LinkState believed;
+        std::string sent;  // by the chip when it is asked
+        tGBS_LinkCheck expected;
+        Lines told = {};
+    } rows[] = {
+        {"open", GBS_LINK_CONNECTED, answer("00 00"), GBS_LINK_CHECK_AGREES},
+        {"ended: no such connection", GBS_LINK_CONNECTED, answer("01 01"), GBS_LINK_CHECK_ENDED, end},
+        {"ended: not connected", GBS_LINK_CONNECTED, answer("86 01"), GBS_LINK_CHECK_ENDED, end},
+        {"another error", GBS_LINK_CONNECTED, answer("81 01"), GBS_LINK_CHECK_UNKNOWN},
+        {"no answer", GBS_LINK_CONNECTED, "", GBS_LINK_CHECK_UNKNOWN},
+        {"its end is on the way", GBS_LINK_CONNECTED, closed + answer("01 01"), GBS_LINK_CHECK_UNKNOWN},
+        {"a boot is on the way", GBS_LINK_CONNECTED, boot + answer("01 01"), GBS_LINK_CHECK_UNKNOWN},
+        {"none", GBS_LINK_ADVERTISING, answer("01 01"), GBS_LINK_CHECK_AGREES},
+        {"begun", GBS_LINK_ADVERTISING, answer("00 00") + event("08 03", "01 00 C4"), GBS_LINK_CHECK_BEGUN,
+         beginning},
+        {"its beginning is on the way", GBS_LINK_ADVERTISING, opened + answer("00 00"),
+         GBS_LINK_CHECK_UNKNOWN},
+        {"neither advertising nor connected", GBS_LINK_READY, answer("00 00"), GBS_LINK_CHECK_UNKNOWN},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        m_chip.answerWith(accept);
+        handle(row.believed == GBS_LINK_CONNECTED ? opened : closed);
+        if (row.believed == GBS_LINK_ADVERTISING)
+            NCPManager_StartAdvertising(4, 2);
+        m_chip.takeCommands();
+        journal.clear();
+        m_chip.answerWith([&](const std::string&) { return row.sent; });
+        EXPECT_EQ(GBSSlave_CheckLink(), row.expected);
+        EXPECT_TRUE(m_chip.allUnderApiLock());
+        EXPECT_EQ(m_chip.takeCommands(), "08 01: 01");
+        EXPECT_EQ(journal, row.told);
+        EXPECT_EQ(GBSSlave_GetState(), row.told == end         ? GBS_LINK_READY
+                                       : row.told == beginning ? GBS_LINK_CONNECTED
+                                                               : row.believed);
+        while (GBSSlave_TreatEvent() == 1) {
+        }
+    }
+}

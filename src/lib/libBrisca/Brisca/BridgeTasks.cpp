@@ -1,12 +1,12 @@
 #include "BridgeTasks.h"
 
-#include "AdvertisingWatchdog.h"
 #include "BTP_Core.h"
 #include "BridgePipes.h"
 #include "Brisca.h"
 #include "DeviceName.h"
 #include "GBSSlave.h"
 #include "GOS.h"
+#include "LinkWatchdog.h"
 #include "facade/Log.h"
 #include "facade/LogTable.h"
 
@@ -26,6 +26,8 @@ static_assert(kAnswerLengthSize + kMaxAnswerSize <= kBtpMessageLength, "the larg
 
 std::atomic<Brisca*> s_stack{nullptr};           // set before the tasks start
 std::atomic<bool> s_callbacksRegistered{false};  // set once, by "GBS2App"
+// Set before the tasks start.
+std::atomic<LinkWatchdog::Clock::duration> s_watchPeriod{LinkWatchdog::kPeriod};
 
 /// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: that is how the
 /// readers of these traces know long messages.
@@ -81,22 +83,53 @@ void Task_GBS2App()
 
 // ---- The event pump ---------------------------------------------------------------------------------------
 
-bool isSilent(const Brisca* stack)
+LinkWatchdog::Link lookAtLink(const Brisca* stack)
 {
+    using enum LinkWatchdog::Link;
     if (stack == nullptr || !stack->isStarted())
-        return false;
-    const int state = GBSSlave_GetState();
-    return state != GBS_LINK_ADVERTISING && state != GBS_LINK_CONNECTED;
+        return Stopped;
+    switch (GBSSlave_GetState()) {
+        case GBS_LINK_ADVERTISING:
+            return Advertising;
+        case GBS_LINK_CONNECTED:
+            return Connected;
+        default:
+            return OffAir;
+    }
 }
 
-void keepOnAir(AdvertisingWatchdog& watchdog)
+/// The chip may have restarted without a boot event that arrived; then it has lost everything that was set.
+void restoreAdvertising(Brisca& stack, LinkWatchdog& watchdog)
 {
+    BRISCA_DEBUG(logNode, "Set up advertising anew");
+    if (stack.refreshAdvertising())
+        watchdog.refreshed();
+}
+
+void keepOnAir(LinkWatchdog& watchdog)
+{
+    using enum LinkWatchdog::Alarm;
     Brisca* const stack = s_stack;
-    if (!watchdog.tick(AdvertisingWatchdog::Clock::now(), [stack] { return isSilent(stack); }))
-        return;
-    BRISCA_NOTIC(logNode, "Neither advertising nor connected for %d s, start advertising again",
-                 static_cast<int>(AdvertisingWatchdog::kSilenceLimit.count()));
-    stack->startAdvertising(0);
+    const auto alarm = watchdog.tick(LinkWatchdog::Clock::now(), [stack] { return lookAtLink(stack); });
+    switch (alarm) {
+        case None:
+            break;
+        case Advertise:
+            BRISCA_NOTIC(logNode, "Neither advertising nor connected for %d s, start advertising again",
+                         static_cast<int>(LinkWatchdog::kPeriod.count()));
+            stack->configureSecurity();  // perhaps a boot event has been lost
+            stack->startAdvertising(0);
+            break;
+        case Check:
+        case Refresh: {
+            const tGBS_LinkCheck check = GBSSlave_CheckLink();
+            if (check == GBS_LINK_CHECK_ENDED)
+                stack->configureSecurity();  // perhaps it ended by a restart
+            if (check == GBS_LINK_CHECK_AGREES && alarm == Refresh)
+                restoreAdvertising(*stack, watchdog);
+            break;
+        }
+    }
 }
 
 [[noreturn]] void Task_GBS2Event()
@@ -105,10 +138,11 @@ void keepOnAir(AdvertisingWatchdog& watchdog)
     // A boot event handled before its callback is known would leave the station silent. Ends as soon as
     // "GBS2App", which is started by the same call, has run.
     s_callbacksRegistered.wait(false);
-    AdvertisingWatchdog watchdog;
+    LinkWatchdog watchdog(s_watchPeriod.load());
     while (true) {
         GBSSlave_TreatInternalEvent(kPollPeriodMs);
-        GBSSlave_TreatEvent();
+        if (GBSSlave_TreatEvent() == 1)
+            watchdog.eventCame(LinkWatchdog::Clock::now());
         keepOnAir(watchdog);
     }
 }
@@ -235,6 +269,11 @@ void BridgeTasks::startOnce(Brisca& stack)
     for (const TaskRow& task : kTasks)
         GOS_CreateTask(task.name, task.entry, kMailboxSize);
     GOS_StartTasks();
+}
+
+void BridgeTasks::setWatchPeriod(std::chrono::milliseconds period)
+{
+    s_watchPeriod = period;
 }
 
 void BridgeTasks::forget(const Brisca& stack)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 class Brisca;
 
 /// Bodies and creation of the bridge's five tasks. They live until the process ends.
@@ -8,6 +10,10 @@ namespace BridgeTasks {
 /// callback of the latest Brisca::init(). Main thread.
 /// @param stack whose station is kept on the air from now on
 void startOnce(Brisca& stack);
+
+/// Replaces the ten seconds after which the link is checked, for a test that cannot wait for them. Before the
+/// first startOnce().
+void setWatchPeriod(std::chrono::milliseconds period);
 
 /// The stack object goes away: nobody keeps its station on the air any more.
 void forget(const Brisca& stack);

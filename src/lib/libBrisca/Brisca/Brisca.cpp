@@ -4,6 +4,12 @@
 #include "BridgeTasks.h"
 #include "GBSSlave.h"
 
+namespace {
+// Pairing: bonding requests need no confirmation by the station.
+constexpr std::uint8_t kSecurityFlags = 4;
+constexpr std::uint8_t kNoInputNoOutput = 3;
+}  // namespace
+
 std::mutex Brisca::s_identityLock;
 QString Brisca::m_DeviceName;
 std::atomic<Brisca::EventsCallback> Brisca::m_AppEventsCallback{nullptr};
@@ -46,6 +52,11 @@ int Brisca::startStack()
     m_started = true;
     GBSSlave_ResumeEvents();
     return 1;
+}
+
+void Brisca::configureSecurity()
+{
+    GBSSlave_SetFlagsAndIOCap(kSecurityFlags, kNoInputNoOutput);
 }
 
 int Brisca::getBriscaState() const

@@ -63,6 +63,15 @@ public:
     /// @param interval how long to advertise, in units of 10 ms; 0 until something stops it
     void startAdvertising(unsigned short interval);
 
+    /// Stops advertising and sets up anew, security included, what a restart of the chip loses; the station
+    /// advertises until something stops it. Event task.
+    /// @return false when the chip did not answer: nothing but the stop was sent then
+    [[nodiscard]] bool refreshAdvertising();
+
+    /// Tells the chip how phones pair with a station that has neither input nor output. Main thread or event
+    /// task.
+    void configureSecurity();
+
     /// The device name given to init(). Any thread.
     [[nodiscard]] static QString GetDeviceName();
     /// The event callback given to init(). Any thread.

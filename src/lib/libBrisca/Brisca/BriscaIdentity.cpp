@@ -111,3 +111,14 @@ void Brisca::startAdvertising(unsigned short interval)
             GOS_WaitForDelay(kAdvertisingRetryMs);
     }
 }
+
+bool Brisca::refreshAdvertising()
+{
+    GBSSlave_EndDiscoverable();
+    // Without an answer to that the chip may still advertise, and would refuse the start again and again.
+    if (GBSSlave_GetState() != GBS_LINK_READY || !isStarted())
+        return false;
+    configureSecurity();
+    startAdvertising(0);
+    return true;
+}

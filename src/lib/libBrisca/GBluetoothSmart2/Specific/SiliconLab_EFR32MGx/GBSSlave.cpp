@@ -63,6 +63,11 @@ std::uint32_t advertised(bool valid, Function function, tGBS_ADTypeUsage usage, 
     return checked(valid && usage <= GBS_AD_USAGE_SCAN_RESPONSE, function, usage, arguments...);
 }
 
+bool mayHandleEvents(const LineOwner::PumpTurn& turn)
+{
+    return turn.isAllowed() && NCPManagerSBL_GetIsBootloaderMode() == 0;
+}
+
 bool isConnectionInterval(std::uint16_t min, std::uint16_t max)
 {
     return min >= kConnIntervalLowest && max <= kConnIntervalHighest && min <= max;
@@ -134,11 +139,19 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds)
     return NCPManager_TreatInternalEvent(milliseconds);
 }
 
-void GBSSlave_TreatEvent()
+std::uint32_t GBSSlave_TreatEvent()
 {
     const LineOwner::PumpTurn turn;
-    if (turn.isAllowed() && NCPManagerSBL_GetIsBootloaderMode() == 0)
-        NCPManager_EventHandler();
+    return mayHandleEvents(turn) ? NCPManager_EventHandler() : 0;
+}
+
+tGBS_LinkCheck GBSSlave_CheckLink()
+{
+    const LineOwner::PumpTurn turn;
+    if (!mayHandleEvents(turn))
+        return GBS_LINK_CHECK_UNKNOWN;
+    // Told after the lock has been released: the callbacks take it.
+    return NCPManager_TellConnection(locked(NCPManager_AskForConnection));
 }
 
 void GBSSlave_SetEventCallback(tGBS_EventCallback callback)

@@ -48,7 +48,13 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds);
 /// requests through the callbacks, wakes a waiting call. Called again and again by one task, the event task,
 /// without a lock. Does nothing while the line is let go or events are suspended, and while the co-processor
 /// is in its serial bootloader.
-void GBSSlave_TreatEvent();
+/// @return 1 when an event was there
+std::uint32_t GBSSlave_TreatEvent();
+/// Asks the chip whether a connection is open, and when the link state says otherwise handles the event that
+/// was lost on the line as if it had come. Event task, without a lock; does nothing when GBSSlave_TreatEvent
+/// would not. The chip's report of the signal strength, which the question causes, wakes a call that waits
+/// for whatever event at that moment.
+tGBS_LinkCheck GBSSlave_CheckLink();
 
 // Callback setters; null removes a callback. A callback may be replaced at any time.
 void GBSSlave_SetEventCallback(tGBS_EventCallback callback);

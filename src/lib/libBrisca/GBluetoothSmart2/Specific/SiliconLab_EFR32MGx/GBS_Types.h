@@ -22,6 +22,21 @@ enum tGBS_LinkState : std::uint8_t {
     GBS_LINK_CONNECTED = 4,
 };
 
+/// What the chip says of the connection.
+enum tGBS_ConnectionAnswer : std::uint8_t {
+    GBS_CONNECTION_UNKNOWN = 0,  ///< no answer, or one that says nothing about it
+    GBS_CONNECTION_NONE = 1,
+    GBS_CONNECTION_OPEN = 2,
+};
+
+/// What came of comparing that with the link state.
+enum tGBS_LinkCheck : std::uint8_t {
+    GBS_LINK_CHECK_UNKNOWN = 0,  ///< nothing: ask again later
+    GBS_LINK_CHECK_AGREES = 1,
+    GBS_LINK_CHECK_ENDED = 2,  ///< the connection had ended; this has been told now
+    GBS_LINK_CHECK_BEGUN = 3,  ///< a connection had begun; this has been told now
+};
+
 /// Whether the chip may store bonds.
 enum _tGBS_GAP_Bonding : std::uint8_t {
     GBS_NOT_BONDABLE = 0,
@@ -102,5 +117,5 @@ using tGBS_DeviceNameCallback = std::uint8_t* (*)(std::uint8_t* outLength);
 /// Every event of the chip, after the stack has handled it.
 /// @param eventId the packet's header read as a little-endian 32-bit word and masked with 0xFFFF00F8, for
 ///                example 0x000100A0 for a boot
-/// @param packet  valid during the call only
+/// @param packet  valid during the call only; without payload when the event was lost and is made up for
 using tGBS_EventCallback = void (*)(std::uint32_t eventId, gecko_cmd_packet* packet);

@@ -281,12 +281,14 @@ struct EventRow
     Wakes wakes = Wakes::nobody;
 };
 
+constexpr std::uint32_t kSystemBoot = 0x000100A0;
 constexpr std::uint32_t kConnectionOpened = 0x000800A0;
+constexpr std::uint32_t kConnectionClosed = 0x010800A0;
 
 constexpr EventRow kEvents[] = {
-    {0x000100A0, 12, onBoot, Wakes::waiter},
+    {kSystemBoot, 12, onBoot, Wakes::waiter},
     {kConnectionOpened, 0, onConnectionOpened},
-    {0x010800A0, 0, onConnectionClosed},
+    {kConnectionClosed, 0, onConnectionClosed},
     {0x020800A0, 0, onConnectionParameters},
     {0x030800A0, 3, onRssi, Wakes::waiter},
     {0x040800A0, 0, onPhyStatus},
@@ -334,18 +336,55 @@ std::optional<gecko_cmd_packet> nextEvent()
     const gecko_cmd_packet* const event = gecko_peek_event();
     return event != nullptr ? std::optional(*event) : std::nullopt;
 }
+void dispatch(gecko_cmd_packet& event)
+{
+    const std::uint32_t id = gecko_event_id(event);
+    const EventRow* const row = std::ranges::find(kEvents, id, &EventRow::id);
+    if (row != std::end(kEvents))
+        handle(*row, PayloadReader(event));
+    passOn(id, event);
+}
+
+/// Makes up for an event that the line destroyed. Nobody reads the payload that it would have had.
+void dispatchLost(std::uint32_t id)
+{
+    gecko_cmd_packet event = {};
+    gecko_put_u32(event.header.data(), id);
+    dispatch(event);
+}
+
+/// The chip sends the event before the answer, so that an event which has not been lost waits in the ring. So
+/// does the boot event that explains the difference as well.
+tGBS_LinkCheck tellUnlessQueued(std::uint32_t id, const char* what, tGBS_LinkCheck told)
+{
+    if (gecko_event_queued(id) || gecko_event_queued(kSystemBoot))
+        return GBS_LINK_CHECK_UNKNOWN;
+    BRISCA_NOTIC(logNode, "Event lost: %s", what);
+    dispatchLost(id);
+    return told;
+}
 }  // namespace
 
-void NCPManager_EventHandler()
+std::uint32_t NCPManager_EventHandler()
 {
     std::optional<gecko_cmd_packet> event = nextEvent();
     if (!event)
-        return;
-    const std::uint32_t id = gecko_event_id(*event);
-    const EventRow* const row = std::ranges::find(kEvents, id, &EventRow::id);
-    if (row != std::end(kEvents))
-        handle(*row, PayloadReader(*event));
-    passOn(id, *event);
+        return 0;
+    dispatch(*event);
+    return 1;
+}
+
+tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer)
+{
+    const bool open = answer == GBS_CONNECTION_OPEN;
+    const std::uint8_t believed = managerState.linkState;
+    if (answer == GBS_CONNECTION_UNKNOWN ||
+        (believed != GBS_LINK_CONNECTED && believed != GBS_LINK_ADVERTISING))
+        return GBS_LINK_CHECK_UNKNOWN;
+    if (open == (believed == GBS_LINK_CONNECTED))
+        return GBS_LINK_CHECK_AGREES;
+    return open ? tellUnlessQueued(kConnectionOpened, "a phone is connected", GBS_LINK_CHECK_BEGUN)
+                : tellUnlessQueued(kConnectionClosed, "no phone is connected any more", GBS_LINK_CHECK_ENDED);
 }
 
 bool NCPManager_IsConnectionPending()

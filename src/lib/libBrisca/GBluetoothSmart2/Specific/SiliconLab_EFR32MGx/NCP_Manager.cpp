@@ -199,6 +199,25 @@ std::uint32_t NCPManager_ReadRssi(std::int8_t* out)
     return 1;
 }
 
+tGBS_ConnectionAnswer NCPManager_AskForConnection()
+{
+    constexpr std::uint16_t kSuccess = 0;
+    constexpr std::uint16_t kInvalidConnectionHandle = 0x0101;
+    constexpr std::uint16_t kNotConnected = 0x0186;
+    const Exchange exchange(kLeConnectionGetRssi, {u8(kConnection)});
+    if (!exchange.answered())
+        return GBS_CONNECTION_UNKNOWN;
+    switch (exchange.result()) {
+        case kSuccess:
+            return GBS_CONNECTION_OPEN;
+        case kInvalidConnectionHandle:
+        case kNotConnected:
+            return GBS_CONNECTION_NONE;
+        default:
+            return GBS_CONNECTION_UNKNOWN;
+    }
+}
+
 // ---- GATT -------------------------------------------------------------------------------------------------
 
 std::uint32_t NCPManager_EnableNotification(std::uint8_t connection, std::uint16_t characteristic,

@@ -146,7 +146,13 @@ std::uint32_t NCPManager_GetNcpSblVersion(std::uint8_t out[kVersionLength]);
 // ---- Events -----------------------------------------------------------------------------------------------
 
 /// Takes the oldest event, if there is one, and handles it. Event task only.
-void NCPManager_EventHandler();
+/// @return 1 when there was one
+std::uint32_t NCPManager_EventHandler();
+/// Asks for the signal strength of the connection, which only an open one has, and does not wait for it.
+tGBS_ConnectionAnswer NCPManager_AskForConnection();
+/// Compares the answer with the link state and handles the event that the difference shows to be lost. Event
+/// task only, without the API lock.
+tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer);
 /// Whether a connection has been opened that the event handler has yet to see. Any thread.
 bool NCPManager_IsConnectionPending();
 

@@ -11,10 +11,6 @@ constexpr unsigned kSystemBoot = 0x000100A0;
 constexpr unsigned kConnectionOpened = 0x000800A0;
 constexpr unsigned kConnectionClosed = 0x010800A0;
 
-// Pairing: bonding requests need no confirmation by the station, which has neither input nor output.
-constexpr std::uint8_t kSecurityFlags = 4;
-constexpr std::uint8_t kNoInputNoOutput = 3;
-
 constexpr unsigned short kAdvertiseUntilStopped = 0;
 }  // namespace
 
@@ -140,7 +136,7 @@ void BluetoothManager::onBoot(unsigned resets)
 {
     // A chip that has just booted has no link. One that was reset under a connection never reports its end.
     onConnectionStatusChanged(false);
-    GBSSlave_SetFlagsAndIOCap(kSecurityFlags, kNoInputNoOutput);
+    m_stack.configureSecurity();
     announceBoot(resets);
     advertise();
 }

@@ -1,0 +1,69 @@
+#include "LinkWatchdog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+using namespace std::chrono_literals;
+using Link = LinkWatchdog::Link;
+
+Link linkOf(char letter)
+{
+    return letter == '.'   ? Link::Stopped
+           : letter == 's' ? Link::OffAir
+           : letter == 'a' ? Link::Advertising
+                           : Link::Connected;
+}
+
+TEST(LinkWatchdogTest, AlarmsOnceAPeriodThatTheLinkStaysAsItIs)
+{
+    const std::string minute(60, 'a');
+    const struct
+    {
+        const char* name;
+        std::string seconds;  // off the air ('s'), 'a'dvertising, 'c'onnected; 'e': connected, an event comes
+        std::string alarms;   // second and first letter of what is to be done
+        std::string refreshes = "";  // those that succeed
+    } rows[] = {
+        {"never while stopped", "...............", ""},
+        {"after ten seconds off the air", ".ssssssssssss", "11A"},
+        {"not when that ends in time", "ssssssssss.sssss", ""},
+        {"again after ten more", "sssssssssssssssssssssssss", "10A 20A"},
+        {"connected and quiet", "ccccccccccccccccccccc", "10C 20C"},
+        {"connected with events", "cccccecccccccccceccccccccccc", "15C 26C"},
+        {"advertising for a minute, twice", minute + minute + "a",
+         "10C 20C 30C 40C 50C 60R 70C 80C 90C 100C 110C 120R", "60R 120R"},
+        {"refreshed in vain", minute + minute.substr(0, 21), "10C 20C 30C 40C 50C 60R 70R 80R", "80R"},
+        {"interrupted by a phone", minute + "c" + minute, "10C 20C 30C 40C 50C 71C 81C 91C 101C 111C"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const LinkWatchdog::Clock::time_point start{};
+        LinkWatchdog watchdog;
+        std::string alarms;
+        std::size_t looks = 0;
+        for (std::size_t second = 0; second < row.seconds.size(); ++second) {
+            const char letter = row.seconds[second];
+            const auto look = [&] {
+                ++looks;
+                return linkOf(letter);
+            };
+            for (auto within = 0ms; within < 1s; within += 10ms) {
+                const auto now = start + std::chrono::seconds(second) + within;
+                const LinkWatchdog::Alarm alarm = watchdog.tick(now, look);
+                if (letter == 'e' && within == 0ms)
+                    watchdog.eventCame(now);
+                if (alarm == LinkWatchdog::Alarm::None)
+                    continue;
+                const std::string text = std::to_string(second) + " ACR"[static_cast<int>(alarm)];
+                if (row.refreshes.find(text) != std::string::npos)
+                    watchdog.refreshed();
+                alarms += (alarms.empty() ? "" : " ") + text;
+            }
+        }
+        EXPECT_EQ(alarms, row.alarms);
+        EXPECT_EQ(looks, row.seconds.size()) << "a look takes a lock: one a second";
+    }
+}
+}  // namespace
