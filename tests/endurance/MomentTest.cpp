@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -16,6 +17,9 @@ using efr32sim::FaultKind;
 
 constexpr CommandId kStartAdvertising{0x03, 0x14};
 constexpr CommandId kSendNotification{0x0A, 0x05};
+
+constexpr const char* kApplication = "/evse/app/bin/chp";
+constexpr const char* kWaits = "/tmp/application.waits";
 
 /// What a moment works with.
 struct Scene
@@ -80,6 +84,16 @@ constexpr Moment kMoments[] = {
      [](Scene& scene) {
          scene.client.send("BriscaRestart");
          ASSERT_TRUE(scene.events.waitFor(EventKind::ResetLow));
+     }},
+    {"ApplicationStarts",  // for another restart; it has not opened its pipes yet
+     [](Scene& scene) {
+         std::filesystem::remove(kWaits);
+         std::filesystem::remove(kApplication);
+         std::ofstream(kApplication) << "#!/bin/sh\nmkdir " << kWaits << " && exec sleep infinity\n"
+                                     << "exec " APPLICATION_PROGRAM " \"$@\"\n";
+         std::filesystem::permissions(kApplication, std::filesystem::perms::owner_all);
+         scene.client.send("BriscaRestart");
+         ASSERT_TRUE(testsupport::waitUntil([] { return std::filesystem::exists(kWaits); }));
      }},
     {"BootEventIsDue",
      [](Scene& scene) {

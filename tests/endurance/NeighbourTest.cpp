@@ -1,5 +1,7 @@
 // The programs around the service misbehave: the application, the bus, its clients, the reader of the log.
 #include "Endurance.h"
+#include "Record.h"
+#include "TempDir.h"
 #include "UniqueFd.h"
 #include "Wait.h"
 
@@ -152,11 +154,40 @@ TEST_F(Surroundings, TheLogsReaderIsSlow)
     serveRounds();
 }
 
-TEST_F(Surroundings, TheBusGoesAway)
+TEST_F(Surroundings, TheLogsReaderStopsForAWhile)
+{
+    std::ofstream("/evse/data/log.cfg") << "GLOBAL : TRACE\n";
+    std::ofstream made(kRecordPath);
+    ASSERT_NO_FATAL_FAILURE(startWithReader("exec cat >/dev/null"));
+    const auto readers = Process::running(std::filesystem::canonical("/bin/cat"));
+    ASSERT_EQ(readers.size(), 1);
+    efr32sim::Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    ::kill(readers[0], SIGSTOP);
+    std::string request = "0";
+    while (requests.isAnswered(phone, request, 1, std::chrono::seconds(3)))
+        request = std::to_string(std::stoi(request) + 1);
+    ::kill(readers[0], SIGCONT);
+    EXPECT_TRUE(testsupport::waitUntil([&] {
+        return testsupport::readFile(kRecordPath).find(' ' + recordHex(request) + '\n') != std::string::npos;
+    })) << "the request that came while the service stood still";
+    requests.expectAnswer(phone, request);
+    phone.disconnect();
+    serveRounds();
+}
+
+TEST_F(Surroundings, TheBusGoesAwayAndReturns)
 {
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    bus.kill(SIGKILL);
-    ASSERT_TRUE(bus.waitEnd(testsupport::kPatience));
+    bus->kill(SIGKILL);
+    ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
+    serveRounds();
+    startBus();
+    service->kill(SIGTERM);
+    EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+    EXPECT_EQ(notify.wait(), "STOPPING=1");
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    footprints.clear();
     serveRounds();
 }
 

@@ -60,19 +60,14 @@ std::string NotifySocket::wait(std::chrono::milliseconds limit) const
     return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : "";
 }
 
-Station::Station()
-    : bus({"dbus-daemon", "--nofork", "--nopidfile",
-           "--config-file=" + writeFile("/tmp/bus.conf", kBusConfiguration)},
-          "/tmp/bus.log"),
-      chip(chipOptions())
+Station::Station() : chip(chipOptions())
 {
     writeFile("/evse/data/log.cfg", "GLOBAL : DEBUG\n");
     installApplication();
     chip.start();
-    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", kBusAddress, 1);
     ::setenv("TSAN_OPTIONS",
              "suppressions=" TSAN_SUPPRESSIONS " report_signal_unsafe=0 report_thread_leaks=0", 1);
-    client.emplace();
+    startBus();
 }
 
 Station::~Station()
@@ -93,6 +88,16 @@ void Station::installApplication()
 {
     std::filesystem::remove(kApplication);
     std::filesystem::create_symlink(APPLICATION_PROGRAM, kApplication);
+}
+
+void Station::startBus()
+{
+    const std::string configuration = writeFile("/tmp/bus.conf", kBusConfiguration);
+    bus.emplace(
+        std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + configuration},
+        "/tmp/bus.log");
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", kBusAddress, 1);
+    client.emplace();
 }
 
 Process::Environment Station::notified()

@@ -41,6 +41,8 @@ protected:
     /// What makes a service tell this test that it is ready.
     static Process::Environment notified();
     void installApplication();
+    /// Starts a bus and connects the client to it.
+    void startBus();
     /// Starts the service and waits until it has told that it is ready.
     void startService(const Process::Environment& environment = {});
     /// Starts the service and takes it to BOOTLOADER, FIRMWARE (advertising), DISABLED or ERROR.
@@ -55,7 +57,7 @@ protected:
     [[nodiscard]] std::vector<std::string> linesWith(const std::vector<std::string>& texts,
                                                      std::size_t from = 0) const;
 
-    Process bus;
+    std::optional<Process> bus;
     efr32sim::Chip chip;
     std::optional<BusClient> client;
     NotifySocket notify;
