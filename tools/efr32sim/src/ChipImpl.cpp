@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 
 #include <array>
 #include <cerrno>
@@ -98,6 +99,8 @@ void Chip::Impl::wake() const
 
 void Chip::Impl::run()
 {
+    // Timers of a thread are late by 50 us otherwise, a byte's time at 230400 baud.
+    ::prctl(PR_SET_TIMERSLACK, 1UL);
     std::unique_lock lock(m_mutex);
     while (!m_stop) {
         step();
@@ -154,6 +157,7 @@ void Chip::Impl::hear()
     const Bytes bytes = m_line.receive(Clock::now());
     if (bytes.empty())
         return;
+    m_hearing = true;
     switch (m_mode) {
         case Mode::Held:
         case Mode::Booting:
@@ -166,6 +170,7 @@ void Chip::Impl::hear()
             m_coprocessor.feed(bytes);
             break;
     }
+    m_hearing = false;
 }
 
 void Chip::Impl::readResetLine()
@@ -247,7 +252,7 @@ void Chip::Impl::setMode(Mode mode)
 void Chip::Impl::say(ByteSpan bytes)
 {
     if (m_mode != Mode::Held && !silenced())
-        m_line.send(bytes, Clock::now());
+        m_line.send(bytes, m_hearing ? m_line.heardAt() : Clock::now());
 }
 
 void Chip::Impl::after(Milliseconds delay, std::function<void()> action)

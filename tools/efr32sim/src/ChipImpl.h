@@ -63,6 +63,7 @@ public:
     FaultPlan m_faults;
     Flash m_flash;
     SerialLine m_line;
+    bool m_hearing = false;  // what is said now answers what was heard
     ResetLine m_resetLine;
     Timers m_timers;  // of the chip's programs: a reset forgets them
     bool m_mishapPlanned = false;

@@ -177,7 +177,7 @@ void SerialLine::garble(Bytes& bytes)
         byte = static_cast<std::uint8_t>(0xC0 | (m_noise() & 0x3F));
 }
 
-void SerialLine::send(ByteSpan bytes, Clock::time_point now)
+void SerialLine::send(ByteSpan bytes, Clock::time_point start)
 {
     if (!plugged())
         return;
@@ -186,9 +186,9 @@ void SerialLine::send(ByteSpan bytes, Clock::time_point now)
         return;
     }
     if (m_output.empty())
-        begin(m_tx, now);
+        begin(m_tx, start);
     m_output.insert(m_output.end(), bytes.begin(), bytes.end());
-    transmit(now);
+    transmit(start);
 }
 
 void SerialLine::dropOutput()
@@ -252,6 +252,7 @@ Bytes SerialLine::receive(Clock::time_point now)
     const ssize_t got = limit > 0 ? ::read(m_master.get(), bytes.data(), limit) : 0;
     bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     m_rx.count += static_cast<std::int64_t>(bytes.size());
+    m_heardAt = m_config.pace ? m_rx.start + timeOf(m_rx.count) : now;
     if (bytes.empty())
         return bytes;
     // A pseudo-terminal does not hold tcdrain() until the chip has heard: bytes sent just before the host

@@ -51,11 +51,15 @@ public:
     /// What the host has set its end to.
     [[nodiscard]] LineSettings inForce() const;
 
-    /// Hands bytes to the transmitter. Bytes beyond a bound are lost, as in a chip that must go on.
-    void send(ByteSpan bytes, Clock::time_point now);
+    /// Hands bytes to the transmitter, which begins with them at @p start, or when it has sent what it has.
+    /// Bytes beyond a bound are lost, as in a chip that must go on.
+    void send(ByteSpan bytes, Clock::time_point start);
     void dropOutput();
     /// What the chip has heard up to now, with the line's garbling applied.
     [[nodiscard]] Bytes receive(Clock::time_point now);
+    /// When the last byte of the last receive() had arrived: on a paced line not the moment at which this
+    /// program came to look, but that at which the byte was over. What the chip answers begins then.
+    [[nodiscard]] Clock::time_point heardAt() const { return m_heardAt; }
     /// Throws away what the host has sent and returns how many bytes that was.
     std::size_t dropInput();
     /// Moves bytes that are due into the pseudo-terminal.
@@ -105,6 +109,7 @@ private:
     bool m_blocked = false;  // the host's input queue is full
     Schedule m_tx;
     Schedule m_rx;
+    Clock::time_point m_heardAt;
     std::minstd_rand m_noise{1};  // NOLINT(cert-msc32-c,cert-msc51-cpp): every run hears the same noise
 };
 }  // namespace efr32sim
