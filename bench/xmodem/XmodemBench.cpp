@@ -1,7 +1,9 @@
-// Upload of a 256 kB image to the simulated chip: our sender beside lrzsz's sx, each in a process of its own,
-// to the same receiver, in one run. The time runs from the chip's being asked for the upload to its having
-// the whole image.
+// Upload of a 256 kB image to the simulated chip: our sender beside lrzsz's sx and beside the floor, each in
+// a process of its own, to the same receiver, in one run. The time runs from the chip's being asked for the
+// upload to its having the whole image. The floor is the least that a sender of this protocol can do, which
+// sends one block at a time: packets made beforehand, one write and one blocking read for each, nothing else.
 
+#include "crc16.h"
 #include "efr32sim/Chip.h"
 #include "xymodem.h"
 
@@ -13,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -32,12 +35,14 @@ using efr32sim::EventKind;
 
 constexpr std::size_t kImageSize = 256 * 1024;
 constexpr std::size_t kBlockSize = 128;
-constexpr double kBytesPerBlock = 133 + 1;  // out and back
+constexpr std::size_t kPacketSize = 133;
+constexpr double kBytesPerBlock = kPacketSize + 1;  // out and back
 constexpr double kBitsPerByte = 10;
 constexpr double kBaud = 230400;
 constexpr auto kSenderStart = 500ms;  // until a sender has set up its line and waits for the chip
 constexpr auto kUploadLimit = 120s;
 constexpr const char* kSendMode = "--send";
+constexpr const char* kFloorMode = "--floor";
 
 struct Result
 {
@@ -159,10 +164,13 @@ void compare(const char* title, bool pace, int runs, const std::vector<Sender>& 
                     1e-3 * kImageSize / result.seconds, share.c_str(), result.cpuMs, result.peakKb);
     }
     const Result ours = best(all[0]);
-    const Result peer = best(all[1]);
-    std::printf("  ours against sx: %.2f times as fast, %.2f of its CPU time, %.2f of its memory\n\n",
-                peer.seconds / ours.seconds, ours.cpuMs / peer.cpuMs,
-                double(ours.peakKb) / double(peer.peakKb));
+    for (std::size_t index = 1; index < senders.size(); ++index) {
+        const Result other = best(all[index]);
+        std::printf("  ours against %s: %.3f times as fast, %.2f of its CPU time, %.2f of its memory\n",
+                    senders[index].name, other.seconds / ours.seconds, ours.cpuMs / other.cpuMs,
+                    double(ours.peakKb) / double(other.peakKb));
+    }
+    std::printf("\n");
     std::fflush(stdout);
 }
 
@@ -171,12 +179,48 @@ int sendOnly(const char* path)
     const int cancel = ::eventfd(0, EFD_CLOEXEC);  // as the upload worker has one
     return xymodem_send(STDIN_FILENO, path, true, cancel) == 0 ? 0 : 1;
 }
+
+std::vector<std::array<unsigned char, kPacketSize>> packetsOf(const std::string& image)
+{
+    std::vector<std::array<unsigned char, kPacketSize>> packets;
+    for (std::size_t at = 0; at < image.size(); at += kBlockSize) {
+        auto& packet = packets.emplace_back();
+        const auto number = static_cast<unsigned char>(packets.size());
+        packet[0] = 0x01;
+        packet[1] = number;
+        packet[2] = static_cast<unsigned char>(~number);
+        std::copy_n(image.begin() + static_cast<std::ptrdiff_t>(at), kBlockSize, packet.begin() + 3);
+        const unsigned short crc = crc16(&packet[3], kBlockSize);
+        packet[kPacketSize - 2] = static_cast<unsigned char>(crc >> 8);
+        packet[kPacketSize - 1] = static_cast<unsigned char>(crc & 0xFF);
+    }
+    return packets;
+}
+
+int sendFloor(const char* path)
+{
+    std::ifstream in(path, std::ios::binary);
+    const auto packets = packetsOf(std::string(std::istreambuf_iterator<char>(in), {}));
+    char answer = 0;
+    while (answer != 'C') {
+        if (::read(STDIN_FILENO, &answer, 1) != 1)
+            return 1;
+    }
+    for (const auto& packet : packets) {
+        if (::write(STDIN_FILENO, packet.data(), packet.size()) != ssize_t{kPacketSize} ||
+            ::read(STDIN_FILENO, &answer, 1) != 1 || answer != 0x06)
+            return 1;
+    }
+    return ::write(STDIN_FILENO, "\x04", 1) == 1 ? 0 : 1;
+}
 }  // namespace
 
 int main(int argc, char** argv)
 {
     if (argc == 3 && std::strcmp(argv[1], kSendMode) == 0)
         return sendOnly(argv[2]);
+    if (argc == 3 && std::strcmp(argv[1], kFloorMode) == 0)
+        return sendFloor(argv[2]);
     const int runs = argc > 1 ? std::atoi(argv[1]) : 10;
     const int pacedRuns = argc > 2 ? std::atoi(argv[2]) : 1;
 
@@ -187,9 +231,11 @@ int main(int argc, char** argv)
         std::filesystem::temp_directory_path() / ("xmodem-" + std::to_string(::getpid()));
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(image.data()), kImageSize);
 
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
     const std::vector<Sender> senders = {
-        {"ours", {std::filesystem::read_symlink("/proc/self/exe"), kSendMode, path}},
+        {"ours", {self, kSendMode, path}},
         {"sx", {"sx", "--quiet", "--binary", path}},
+        {"floor", {self, kFloorMode, path}},
     };
     if (runs > 0)
         compare("unpaced line", false, runs, senders, image);
