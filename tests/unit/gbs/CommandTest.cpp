@@ -328,7 +328,7 @@ TEST_F(Commands, MoveTheLinkStateWheneverTheChipAnswers)
     const auto answerResult = [this](const char* result) {
         m_chip.answerWith([=](const std::string& command) { return response(idOf(command), result); });
     };
-    NCPManager_Disable();
+    GBSSlave_Disable();
     EXPECT_EQ(NCPManager_GetState(), GBS_LINK_DISABLED);
     m_chip.answerWith([](const std::string&) { return ""; });
     EXPECT_EQ(NCPManager_StartAdvertising(4, 2), 0u);

@@ -51,7 +51,7 @@ void onEvent(std::uint32_t id, gecko_cmd_packet* packet)
 
 std::string linkState()
 {
-    return std::to_string(NCPManager_GetState());
+    return std::to_string(GBSSlave_GetState()) + (GBSSlave_GetLinkStatus() == 1 ? " linked" : "");
 }
 
 std::string versions()
@@ -84,7 +84,7 @@ const std::vector<EventCase> kEventCases = {
     {"a boot too short for its versions changes nothing", "01 00", "09 09 09 09 09 09 09 09 09 09 09",
      {"<WARN > Event: EventId=0X000100A0 has 11 bytes, needs 12. Ignored."}, false, {}, "",
      versions, "02 0D 03 01 0B 07"},
-    {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, false, {}, "", linkState, "4"},
+    {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, false, {}, "", linkState, "4 linked"},
     {"a closed connection", "08 01", "16 02 01", {"<NOTIC> Event: Connect closed."}, false, {}, "", linkState, "1"},
     {"connection parameters", "08 02", "01 18 00 02 00 C8 00 01 FB 00",
      {"<TRACE> Event: LE connection parameters. interval=24, latency=2, timeout=200, security_mode=1, txsize=251"}},

@@ -134,19 +134,6 @@ TEST_F(Facade, DoesNotAdvertiseWithoutItsChannels)
         << "the result of the timing is ignored, that of the channels is not";
 }
 
-TEST_F(Facade, LinkStatusIsOneWhileAPhoneIsConnected)
-{
-    m_chip.send(event("08 00", "") + event("08 01", ""));
-    GBSSlave_TreatEvent();
-    EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_CONNECTED);
-    EXPECT_EQ(GBSSlave_GetLinkStatus(), 1u);
-    GBSSlave_TreatEvent();
-    EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_READY);
-    EXPECT_EQ(GBSSlave_GetLinkStatus(), 0u);
-    GBSSlave_Disable();
-    EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_DISABLED);
-}
-
 TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
 {
     GBSSlave_LetGoLine();
