@@ -29,20 +29,6 @@ protected:
     }
 };
 
-TEST_F(Answers, OfEverySizeArrive)
-{
-    std::uint8_t frame = nextFrame();
-    for (const std::size_t size :
-         {1, 10, 67, 68, 69, 70, 71, 137, 138, 139, 1000, 1103, 1104, 1105, 1118, 1188, 4475}) {
-        SCOPED_TRACE(size);
-        const Bytes answer = message(size, static_cast<unsigned>(size));
-        application().answer(answer);
-        const std::vector<Bytes> expected = fragmentsOf(answer, frame);
-        EXPECT_EQ(notifications(expected.size()), expected);
-        frame = ((expected.back()[0] >> 4) + 1) & 7;
-    }
-}
-
 struct OddRow
 {
     std::size_t answer;     // bytes; the message is 2 longer

@@ -85,8 +85,9 @@ TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
         ASSERT_TRUE(phone.writeMessage(request)) << number;
         const auto received = application().waitRequest();
         ASSERT_EQ(received, request) << number;
-        application().answer(*received);
-        ASSERT_EQ(waitAnswer(), request) << number;
+        const Bytes answer = number == 0 ? message(4475) : *received;  // the longest, once
+        application().answer(answer);
+        ASSERT_EQ(waitAnswer(), answer) << number;
     }
     EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
 }
