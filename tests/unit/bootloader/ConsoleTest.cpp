@@ -1,5 +1,6 @@
 #include "ClientFixture.h"
 #include "Pty.h"
+#include "Rows.h"
 #include "UniqueFd.h"
 #include "efr32sim/Chip.h"
 
@@ -10,6 +11,7 @@
 
 namespace {
 using testing::ElementsAre;
+using testsupport::Rows;
 
 /// The client on a line whose other end the test plays.
 class Console : public ClientFixture
@@ -24,22 +26,18 @@ protected:
 
 TEST_F(Console, TakesTheTextUpToThePrompt)
 {
-    struct Row
-    {
-        const char* name;
-        std::string text;
-        std::size_t found;  ///< bytes up to the end of the prompt that counts
-    };
-    for (const Row& row :
-         {Row{"the prompt alone", "BL >", 4}, Row{"after the menu", "\r\n1. upload\r\n\xC3\xBC BL >", 20},
-          Row{"another byte breaks it", "BLx >BL >", 9}, Row{"a doubled letter breaks it", "BBL >BL >", 9},
-          Row{"a beginning breaks it", "BL BL >BL >", 11}}) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [title, text, found] :
+         Rows<std::string, std::size_t>{{"the prompt alone", "BL >", 4},
+                                        {"after the menu", "\r\n1. upload\r\n\xC3\xBC BL >", 20},
+                                        {"another byte breaks it", "BLx >BL >", 9},
+                                        {"a doubled letter breaks it", "BBL >BL >", 9},
+                                        {"a beginning breaks it", "BL BL >BL >", 11}}) {
+        SCOPED_TRACE(title);
         received.clear();
         log.clear();
-        line.write(row.text);
+        line.write(text);
         EXPECT_TRUE(client.waitCommandPrompt(received));
-        const std::string expected = row.text.substr(0, row.found);
+        const std::string expected = text.substr(0, found);
         EXPECT_EQ(std::string(received.begin(), received.end()), expected);
         EXPECT_THAT(log.logLines(),
                     ElementsAre(debugLine(std::to_string(expected.size()) + " char read on serial port."),

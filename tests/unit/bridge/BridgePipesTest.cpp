@@ -1,4 +1,5 @@
 #include "BridgePipes.h"
+#include "Rows.h"
 
 #include "StdoutCapture.h"
 #include "TempDir.h"
@@ -18,6 +19,7 @@
 #include <thread>
 
 namespace {
+using testsupport::Rows;
 using namespace std::string_literals;
 using testsupport::entriesOf;
 using testsupport::UniqueFd;
@@ -134,32 +136,25 @@ TEST_F(BridgePipesTest, DescriptorsAreKeptOverAnyNumberOfStartsAndARemovedPipe)
 
 TEST_F(BridgePipesTest, AnswersAreTakenOutOfTheStreamAFrameAPoll)
 {
-    const struct
-    {
-        const char* name;
-        std::string written;
-        std::vector<Status> statuses;
-        std::string message;  // the last one
-    } cases[] = {
-        {"the first two bytes are ignored", "\xFF\x80\0\5hello"s, {Status::Frame}, "\0\5hello"s},
-        {"length 0", "\0\0\0\0"s, {Status::InvalidLength}, ""},
-        {"behind an invalid length comes a header",
-         "\0\0\xFF\xFF\7\7\0\2hi"s,
-         {Status::InvalidLength, Status::Frame},
-         "\0\2hi"s},
-        {"a header without payload is dropped", "\0\0\0\5"s, {Status::PayloadMissing}, ""},
-        {"a short payload keeps its announced length", "\0\0\0\5hi"s, {Status::Frame}, "\0\5hi"s},
-        {"two frames", "\0\0\0\1x\0\0\0\1y"s, {Status::Frame, Status::Frame}, "\0\1y"s},
-    };
     ASSERT_TRUE(create());
     const UniqueFd application = openEnd(tx);
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        put(application, row.written);
-        for (const Status expected : row.statuses)
+    for (const auto& [name, written, statuses, message] : Rows<std::string, std::vector<Status>, std::string>{
+             {"the first two bytes are ignored", "\xFF\x80\0\5hello"s, {Status::Frame}, "\0\5hello"s},
+             {"length 0", "\0\0\0\0"s, {Status::InvalidLength}, ""},
+             {"behind an invalid length comes a header",
+              "\0\0\xFF\xFF\7\7\0\2hi"s,
+              {Status::InvalidLength, Status::Frame},
+              "\0\2hi"s},
+             {"a header without payload is dropped", "\0\0\0\5"s, {Status::PayloadMissing}, ""},
+             {"a short payload keeps its announced length", "\0\0\0\5hi"s, {Status::Frame}, "\0\5hi"s},
+             {"two frames", "\0\0\0\1x\0\0\0\1y"s, {Status::Frame, Status::Frame}, "\0\1y"s},
+         }) {
+        SCOPED_TRACE(name);
+        put(application, written);
+        for (const Status expected : statuses)
             EXPECT_EQ(pipes.receive(), expected);
-        if (!row.message.empty()) {
-            EXPECT_EQ(received(), row.message);
+        if (!message.empty()) {
+            EXPECT_EQ(received(), message);
         }
         EXPECT_EQ(pipes.receive(), Status::Nothing);
     }
@@ -181,19 +176,14 @@ TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
     ASSERT_TRUE(create());
     const UniqueFd writes = openEnd(tx);
     const UniqueFd reads = openEnd(rx);
-    const struct
-    {
-        const char* name;
-        std::string left;
-    } cases[] = {{"half a header", "abc"},
-                 {"a header without its payload", "\0\0\0\5"s},
-                 {"a whole answer", "\0\0\0\1x"s}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        put(writes, row.left.substr(0, 3));
+    for (const auto& [name, left] : Rows<std::string>{{"half a header", "abc"},
+                                                      {"a header without its payload", "\0\0\0\5"s},
+                                                      {"a whole answer", "\0\0\0\1x"s}}) {
+        SCOPED_TRACE(name);
+        put(writes, left.substr(0, 3));
         EXPECT_EQ(pipes.receive(), Status::Nothing);
-        if (row.left.size() > 3)
-            put(writes, row.left.substr(3));
+        if (left.size() > 3)
+            put(writes, left.substr(3));
         pipes.payload()[0] = 'r';
         pipes.send(1);
         ASSERT_TRUE(create());

@@ -1,4 +1,5 @@
 #include "BTP_Platform.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 
 #include <gtest/gtest.h>
@@ -6,28 +7,22 @@
 #include <ctime>
 
 namespace {
-struct SubRow
-{
-    const char* name;
-    GClock now, start, elapsed;
-    int result;
-};
+using testsupport::Rows;
 
 TEST(Clock, SubtractsTimesOfDay)
 {
-    const SubRow rows[] = {
-        {"no borrow", {5, 20}, {4, 10}, {1, 10}, 1},
-        {"equal", {5, 20}, {5, 20}, {0, 0}, 1},
-        {"the borrow adds 65536 seconds in milliseconds", {5, 10}, {4, 990}, {0, 65'535'020}, 1},
-        {"set back by milliseconds", {5, 10}, {5, 20}, {0, 0}, 0},
-        {"set back by seconds", {4, 20}, {5, 10}, {0, 0}, 0},
-    };
-    for (const SubRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, now, start, expected, result] : Rows<GClock, GClock, GClock, int>{
+             {"no borrow", {5, 20}, {4, 10}, {1, 10}, 1},
+             {"equal", {5, 20}, {5, 20}, {0, 0}, 1},
+             {"the borrow adds 65536 seconds in milliseconds", {5, 10}, {4, 990}, {0, 65'535'020}, 1},
+             {"set back by milliseconds", {5, 10}, {5, 20}, {0, 0}, 0},
+             {"set back by seconds", {4, 20}, {5, 10}, {0, 0}, 0},
+         }) {
+        SCOPED_TRACE(name);
         GClock elapsed{77, 77};
-        EXPECT_EQ(BTPSubTime(&row.now, &row.start, &elapsed), row.result);
-        EXPECT_EQ(elapsed.seconds, row.elapsed.seconds);
-        EXPECT_EQ(elapsed.milliseconds, row.elapsed.milliseconds);
+        EXPECT_EQ(BTPSubTime(&now, &start, &elapsed), result);
+        EXPECT_EQ(elapsed.seconds, expected.seconds);
+        EXPECT_EQ(elapsed.milliseconds, expected.milliseconds);
     }
 }
 

@@ -1,8 +1,10 @@
 #include "BtpFixture.h"
+#include "Rows.h"
 
 #include <algorithm>
 
 namespace {
+using testsupport::Rows;
 using Receive = BtpFixture;
 
 struct Write
@@ -133,29 +135,22 @@ TEST_F(Receive, WaitsForWholeSeconds)
     EXPECT_EQ(nowSeconds(), 3U);
 }
 
-struct OrderRow
-{
-    const char* name;
-    std::vector<unsigned> completed;  // slots in the order of completion
-    std::vector<unsigned> found;
-};
-
 TEST_F(Receive, FindsOfSeveralCompleteFramesThoseWhoseStampSurvivesTheSearch)
 {
-    const std::vector<OrderRow> rows = {
-        {"frames 0 to 3: only the first", {0, 1, 2, 3}, {0}},
-        {"frames 1 and 2: only the first", {1, 2}, {1}},
-        {"frames 3 and 4 (slot 0)", {3, 0}, {3, 0}},
-        {"frames 2 to 5: the first and slot 0", {2, 3, 0, 1}, {2, 0}},
-        {"falling slots: all", {3, 2, 1, 0}, {3, 2, 1, 0}},
-    };
-    for (const OrderRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    using Slots = std::vector<unsigned>;
+    for (const auto& [name, completed, found] : Rows<Slots, Slots>{
+             {"frames 0 to 3: only the first", {0, 1, 2, 3}, {0}},
+             {"frames 1 and 2: only the first", {1, 2}, {1}},
+             {"frames 3 and 4 (slot 0)", {3, 0}, {3, 0}},
+             {"frames 2 to 5: the first and slot 0", {2, 3, 0, 1}, {2, 0}},
+             {"falling slots: all", {3, 2, 1, 0}, {3, 2, 1, 0}},
+         }) {
+        SCOPED_TRACE(name);
         BTP_Frame_Init();
-        for (const unsigned slot : row.completed)
+        for (const unsigned slot : completed)
             receive(static_cast<std::uint8_t>(0x80 | slot << 4), Bytes(8, static_cast<std::uint8_t>(slot)));
         Bytes expected;
-        for (const unsigned slot : row.found)
+        for (const unsigned slot : found)
             expected = expected + Bytes(8, static_cast<std::uint8_t>(slot));
         // The reader asks for all and waits for what it does not find, here until the link drops.
         delays.clear();

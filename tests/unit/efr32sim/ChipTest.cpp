@@ -1,4 +1,5 @@
 #include "HostLine.h"
+#include "Rows.h"
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 using namespace efr32sim;
 
 namespace {
+using testsupport::Rows;
 /// A chip that has started, and its line as the console's user opens it.
 struct Bench
 {
@@ -57,19 +59,14 @@ TEST(Line, ReplacesTheLinkOfAnEarlierRunButNoFile)
 
 TEST(Line, WithOtherSettingsOfTheHostIsReportedAndUseless)
 {
-    const struct
-    {
-        const char* name;
-        HostSettings settings;
-        bool garbage;  // the host reads garbage; otherwise nothing
-    } rows[] = {{"half the speed", {115200, false, false}, true},
-                {"two stop bits", {230400, false, true}, true},
-                {"flow control", {230400, true, false}, false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, settings, garbage] :
+         Rows<HostSettings, bool>{{"half the speed", {115200, false, false}, true},
+                                  {"two stop bits", {230400, false, true}, true},
+                                  {"flow control", {230400, true, false}, false}}) {
+        SCOPED_TRACE(name);
         Bench bench;
         auto events = bench.chip.follow();
-        bench.host->set(row.settings);
+        bench.host->set(settings);
         ASSERT_TRUE(bench.chip.sendRaw(Bytes{'B', 'L', ' ', '>'}));
         auto mismatch = events.waitFor(EventKind::LineMismatch);
         ASSERT_TRUE(mismatch);
@@ -83,8 +80,8 @@ TEST(Line, WithOtherSettingsOfTheHostIsReportedAndUseless)
             reported = events.waitFor(EventKind::LineMismatch, toChip, Milliseconds(500)).has_value();
         }
         EXPECT_TRUE(reported);
-        const std::string heard = row.garbage ? bench.host->read(4) : bench.host->read(1, Milliseconds(50));
-        EXPECT_EQ(heard.size(), row.garbage ? 4U : 0U);
+        const std::string heard = garbage ? bench.host->read(4) : bench.host->read(1, Milliseconds(50));
+        EXPECT_EQ(heard.size(), garbage ? 4U : 0U);
         EXPECT_EQ(heard.find_first_of("BL >"), std::string::npos);
     }
 }

@@ -1,4 +1,5 @@
 #include "HostLine.h"
+#include "Rows.h"
 #include "efr32sim/Phone.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +7,7 @@
 #include <vector>
 
 using namespace efr32sim;
+using testsupport::Rows;
 
 namespace {
 struct Step
@@ -160,36 +162,39 @@ TEST(Advertising, EndsAfterItsDurationAndTellsTheHost)
     EXPECT_FALSE(running.chip.air().advertising);
 }
 
-struct InjectedFault
-{
-    const char* name;
-    Fault fault;
-    std::string first;   // what answers the first hello
-    std::string second;  // and the second, once the fault is used up
-};
-
 constexpr CommandId kHello{0x01, 0x00};
 const std::string kAnswer = "200201000000";
 
 TEST(Faults, HitTheirMomentOnceAndLeaveNothingBehind)
 {
-    const InjectedFault rows[] = {
-        {"noise before the packet", {.kind = FaultKind::NoiseBeforePacket}, "00ff7f" + kAnswer, kAnswer},
-        {"chosen noise", {.kind = FaultKind::NoiseBeforePacket, .bytes = {0x20}}, "20" + kAnswer, kAnswer},
-        {"packet cut short", {.kind = FaultKind::CutPacket, .length = 5}, "2002010000", kAnswer},
-        {"oversize header", {.kind = FaultKind::OversizeHeader}, "21010100" + kAnswer, kAnswer},
-        {"lost response", {.kind = FaultKind::LostResponse, .command = kHello}, "", kAnswer},
-        {"late response", {.kind = FaultKind::LateResponse, .delay = Milliseconds(20)}, kAnswer, kAnswer},
-        {"error response", {.kind = FaultKind::ErrorResponse, .result = 0x0185}, "200201008501", kAnswer},
-        {"event before it", {.kind = FaultKind::EventBeforeResponse}, "a00308030100c4" + kAnswer, kAnswer},
-        {"second opportunity", {.kind = FaultKind::ErrorResponse, .skip = 1}, kAnswer, "200201008101"},
-    };
-    for (const InjectedFault& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, fault, first, second] : Rows<Fault, std::string, std::string>{
+             {"noise before the packet", {.kind = FaultKind::NoiseBeforePacket}, "00ff7f" + kAnswer, kAnswer},
+             {"chosen noise",
+              {.kind = FaultKind::NoiseBeforePacket, .bytes = {0x20}},
+              "20" + kAnswer,
+              kAnswer},
+             {"packet cut short", {.kind = FaultKind::CutPacket, .length = 5}, "2002010000", kAnswer},
+             {"oversize header", {.kind = FaultKind::OversizeHeader}, "21010100" + kAnswer, kAnswer},
+             {"lost response", {.kind = FaultKind::LostResponse, .command = kHello}, "", kAnswer},
+             {"late response",
+              {.kind = FaultKind::LateResponse, .delay = Milliseconds(20)},
+              kAnswer,
+              kAnswer},
+             {"error response",
+              {.kind = FaultKind::ErrorResponse, .result = 0x0185},
+              "200201008501",
+              kAnswer},
+             {"event before it",
+              {.kind = FaultKind::EventBeforeResponse},
+              "a00308030100c4" + kAnswer,
+              kAnswer},
+             {"second opportunity", {.kind = FaultKind::ErrorResponse, .skip = 1}, kAnswer, "200201008101"},
+         }) {
+        SCOPED_TRACE(name);
         RunningChip running;
         auto events = running.chip.follow();
-        running.chip.inject(row.fault);
-        for (const std::string& expected : {row.first, row.second}) {
+        running.chip.inject(fault);
+        for (const std::string& expected : {first, second}) {
             running.host->sendCommand(0x01, 0x00);
             const std::string got = running.host->read(expected.size() / 2);
             EXPECT_EQ(toHex({reinterpret_cast<const std::uint8_t*>(got.data()), got.size()}), expected);

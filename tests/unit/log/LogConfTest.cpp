@@ -1,3 +1,4 @@
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "conf/LogConf.h"
@@ -10,6 +11,7 @@
 #include <vector>
 
 namespace {
+using testsupport::Rows;
 using testsupport::StdoutCapture;
 using testsupport::TempDir;
 
@@ -22,51 +24,44 @@ protected:
 
 TEST_F(LogConfFile, SetsLevels)
 {
-    struct Row
-    {
-        const char* name;
-        std::string content;
-        std::map<std::string, int> levels;
-    };
     const std::string longComment(400, '.');
-    const Row rows[] = {
-        {"a branch", "conf : DEBUG\n", {{"conf", 8}, {"conf.a", 8}, {"conf.a.b", 8}, {"other", 6}}},
-        {"a later line for a part of a branch",
-         "conf:DEBUG\nconf.a:WARN # less\n",
-         {{"conf", 8}, {"conf.a", 5}, {"conf.a.b", 5}}},
-        {"a later line for the whole branch",
-         "conf.a.b:INFO\nconf.a:ERROR\n",
-         {{"conf.a", 4}, {"conf.a.b", 4}}},
-        {"a later line for a leaf", "conf.a:ERROR\nconf.a.b:INFO\n", {{"conf.a", 4}, {"conf.a.b", 7}}},
-        {"a digit for the whole tree", "GLOBAL:3\n", {{"GLOBAL", 3}, {"conf.a", 3}, {"other", 3}}},
-        {"the root's name in front", "GLOBAL.conf.a:9", {{"conf.a", 9}, {"conf", 6}}},
-        {"blanks inside words", " \tconf : DE BUG   # comment\n", {{"conf", 8}}},
-        {"a line feed is part of a short word", "conf:W\n", {{"conf", 0}}},
-        {"carriage returns", "\r\nconf:INFO\r\n", {{"conf", 7}}},
-        {"lines that say nothing", "\n   \n\t\n# conf:TRACE\n  #\n#\nconf:INFO\n", {{"conf", 7}}},
-        {"a line without colon", "conf\nDEBUG\nother:INFO\n", {{"conf", 6}, {"other", 7}}},
-        {"no line end at the end", "other:1\nconf:INFO", {{"conf", 7}, {"other", 1}}},
-        {"an over-long line is read as lines of 254 characters",
-         "conf:INFO#" + longComment.substr(0, 244) + "other:DEBUG\n",
-         {{"conf", 7}, {"other", 8}}},
-        {"a new node inherits",
-         "conf:TRACE\nconf.fresh.leaf:INFO\n",
-         {{"conf.fresh", 9}, {"conf.fresh.leaf", 7}}},
-        {"a NUL byte ends its line",
-         std::string("conf:INFO\0:TRACE\nother:5\n", 25),
-         {{"conf", 7}, {"other", 5}}},
-        {"an empty file", "", {{"GLOBAL", 6}}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, content, levels] : Rows<std::string, std::map<std::string, int>>{
+             {"a branch", "conf : DEBUG\n", {{"conf", 8}, {"conf.a", 8}, {"conf.a.b", 8}, {"other", 6}}},
+             {"a later line for a part of a branch",
+              "conf:DEBUG\nconf.a:WARN # less\n",
+              {{"conf", 8}, {"conf.a", 5}, {"conf.a.b", 5}}},
+             {"a later line for the whole branch",
+              "conf.a.b:INFO\nconf.a:ERROR\n",
+              {{"conf.a", 4}, {"conf.a.b", 4}}},
+             {"a later line for a leaf", "conf.a:ERROR\nconf.a.b:INFO\n", {{"conf.a", 4}, {"conf.a.b", 7}}},
+             {"a digit for the whole tree", "GLOBAL:3\n", {{"GLOBAL", 3}, {"conf.a", 3}, {"other", 3}}},
+             {"the root's name in front", "GLOBAL.conf.a:9", {{"conf.a", 9}, {"conf", 6}}},
+             {"blanks inside words", " \tconf : DE BUG   # comment\n", {{"conf", 8}}},
+             {"a line feed is part of a short word", "conf:W\n", {{"conf", 0}}},
+             {"carriage returns", "\r\nconf:INFO\r\n", {{"conf", 7}}},
+             {"lines that say nothing", "\n   \n\t\n# conf:TRACE\n  #\n#\nconf:INFO\n", {{"conf", 7}}},
+             {"a line without colon", "conf\nDEBUG\nother:INFO\n", {{"conf", 6}, {"other", 7}}},
+             {"no line end at the end", "other:1\nconf:INFO", {{"conf", 7}, {"other", 1}}},
+             {"an over-long line is read as lines of 254 characters",
+              "conf:INFO#" + longComment.substr(0, 244) + "other:DEBUG\n",
+              {{"conf", 7}, {"other", 8}}},
+             {"a new node inherits",
+              "conf:TRACE\nconf.fresh.leaf:INFO\n",
+              {{"conf.fresh", 9}, {"conf.fresh.leaf", 7}}},
+             {"a NUL byte ends its line",
+              std::string("conf:INFO\0:TRACE\nother:5\n", 25),
+              {{"conf", 7}, {"other", 5}}},
+             {"an empty file", "", {{"GLOBAL", 6}}},
+         }) {
+        SCOPED_TRACE(name);
         (void)LogFacade::inst().findOrCreateNode("conf.a.b", -1);
         (void)LogFacade::inst().findOrCreateNode("other", -1);
         LogFacade::inst().setLevel(LogLevel::Notic);
-        LogConf::readConf(m_dir.write("log.cfg", row.content).c_str());
-        for (const auto& [name, level] : row.levels) {
-            const LogNode* const found = LogFacade::inst().findNode(name.c_str(), -1);
-            ASSERT_NE(found, nullptr) << name;
-            EXPECT_EQ(static_cast<int>(found->level()), level) << name;
+        LogConf::readConf(m_dir.write("log.cfg", content).c_str());
+        for (const auto& [node, level] : levels) {
+            const LogNode* const found = LogFacade::inst().findNode(node.c_str(), -1);
+            ASSERT_NE(found, nullptr) << node;
+            EXPECT_EQ(static_cast<int>(found->level()), level) << node;
         }
     }
     EXPECT_EQ(LogFacade::inst().findNode("DEBUG\n", -1), nullptr);

@@ -1,4 +1,5 @@
 #include "FakeClock.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "facade/Log.h"
 
@@ -14,6 +15,7 @@
 #include <vector>
 
 namespace {
+using testsupport::Rows;
 using testsupport::StdoutCapture;
 
 LogNode& node(const char* name)
@@ -140,29 +142,23 @@ TEST_F(LogLine, FormatsAsPrintfDoes)
 
 TEST_F(LogLine, InterpretsOnlyTwoConversionsASecondTime)
 {
-    struct Row
-    {
-        const char* text;
-        const char* expected;
-    };
-    const Row rows[] = {
-        {"100%%", "100%"},
-        {"%%%%", "%%"},
-        {"100%", "100%"},
-        {"%s%n%5$d", "%s%n%5$d"},
-        {"%m", "No such file or directory"},
-        {"a%%m%m", "a%mNo such file or directory"},
-        {"%%s", "%s"},
-        {"%", "%"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
+    for (const auto& [text, expected] : Rows<const char*>{
+             {"100%%", "100%"},
+             {"%%%%", "%%"},
+             {"100%", "100%"},
+             {"%s%n%5$d", "%s%n%5$d"},
+             {"%m", "No such file or directory"},
+             {"a%%m%m", "a%mNo such file or directory"},
+             {"%%s", "%s"},
+             {"%", "%"},
+         }) {
+        SCOPED_TRACE(text);
         m_capture.clear();
         errno = ENOENT;
-        log_event(node("test.percent"), LogLevel::Info, "a.c", 1, nullptr, "%s", row.text);
+        log_event(node("test.percent"), LogLevel::Info, "a.c", 1, nullptr, "%s", text);
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(m_capture.logLines(),
-                  std::vector<std::string>{std::string("<INFO > [test.percent] ") + row.expected});
+                  std::vector<std::string>{std::string("<INFO > [test.percent] ") + expected});
     }
 }
 

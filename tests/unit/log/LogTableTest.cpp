@@ -1,3 +1,4 @@
+#include "Rows.h"
 #include "facade/LogTable.h"
 
 #include <gtest/gtest.h>
@@ -5,34 +6,28 @@
 #include <array>
 #include <string>
 
+using testsupport::Rows;
+
 TEST(LogTable, DumpsItsRangeAndCutsWhatDoesNotFit)
 {
     const std::array<unsigned char, 64> data = {0x01, 0xAB, 0xFF};
-    const struct
-    {
-        const char* name;
-        int end;
-        int start;
-        std::size_t size;
-        std::string text;
-    } cases[] = {
-        {"a whole table", 3, 0, kLogTableSize, "{ 0x01, 0xAB, 0xFF }"},
-        {"one element", 2, 1, kLogTableSize, "{ 0xAB }"},
-        {"an empty range", 0, 0, kLogTableSize, "{  }"},
-        {"a start behind the end", 20, 40, kLogTableSize, "{  }"},
-        {"a size that cuts an element", 3, 0, 6, "{ 0x0"},
-        {"a size that cuts the separator", 3, 0, 8, "{ 0x01,"},
-        {"a size for the terminator only", 3, 0, 1, ""},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, end, start, size, text] : Rows<int, int, std::size_t, std::string>{
+             {"a whole table", 3, 0, kLogTableSize, "{ 0x01, 0xAB, 0xFF }"},
+             {"one element", 2, 1, kLogTableSize, "{ 0xAB }"},
+             {"an empty range", 0, 0, kLogTableSize, "{  }"},
+             {"a start behind the end", 20, 40, kLogTableSize, "{  }"},
+             {"a size that cuts an element", 3, 0, 6, "{ 0x0"},
+             {"a size that cuts the separator", 3, 0, 8, "{ 0x01,"},
+             {"a size for the terminator only", 3, 0, 1, ""},
+         }) {
+        SCOPED_TRACE(name);
         std::array<char, kLogTableSize + 1> out;
         out.fill('#');
-        EXPECT_EQ(log_table2str_impl(data.data(), row.end, row.start, out.data(), row.size, kLogTableHexByte),
+        EXPECT_EQ(log_table2str_impl(data.data(), end, start, out.data(), size, kLogTableHexByte),
                   out.data());
-        EXPECT_EQ(out.data(), row.text);
-        EXPECT_EQ(out[row.size - 1], '\0');
-        EXPECT_EQ(out[row.size], '#') << "nothing behind the buffer";
+        EXPECT_EQ(out.data(), text);
+        EXPECT_EQ(out[size - 1], '\0');
+        EXPECT_EQ(out[size], '#') << "nothing behind the buffer";
     }
     std::array<char, kLogTableSize> out;
     EXPECT_EQ(

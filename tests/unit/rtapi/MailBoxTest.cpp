@@ -1,4 +1,5 @@
 #include "FakeSystem.h"
+#include "Rows.h"
 #include "mailbox/MailBox.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <vector>
 
 namespace {
+using testsupport::Rows;
 /// A lock that can be made to fail.
 class TestLock : public FifoMutexI
 {
@@ -42,31 +44,22 @@ TEST(Fifo, KeepsTheOrderOfThirtyTwoMessagesAroundTheEndOfItsRing)
 
 TEST(Fifo, BoundsEveryMessageToItsSlot)
 {
-    struct Row
-    {
-        const char* name;
-        int length;
-        const char* data;
-        int storedLength;
-        std::string stored;
-    };
-    const Row rows[] = {
-        {"text as long as the slot", 0, "abcd", 4, "abcd"},
-        {"longer text", 0, "abcdefgh", 4, "abcd"},
-        {"shorter text, with what follows it", 0, "a\0cd", 1, std::string("a\0cd", 4)},
-        {"a length of its own", 3, "abcd", 3, "abcd"},
-        {"a length over the slot", 300, "abcdefgh", 4, "abcd"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, length, data, storedLength, stored] : Rows<int, const char*, int, std::string>{
+             {"text as long as the slot", 0, "abcd", 4, "abcd"},
+             {"longer text", 0, "abcdefgh", 4, "abcd"},
+             {"shorter text, with what follows it", 0, "a\0cd", 1, std::string("a\0cd", 4)},
+             {"a length of its own", 3, "abcd", 3, "abcd"},
+             {"a length over the slot", 300, "abcdefgh", 4, "abcd"},
+         }) {
+        SCOPED_TRACE(name);
         TestLock lock;
         Fifo fifo(4, lock);
-        ASSERT_TRUE(fifo.push(row.data, row.length));
+        ASSERT_TRUE(fifo.push(data, length));
         for (const bool atFront : {true, false}) {
             FifoI::Msg message = {};
             atFront ? fifo.front(message) : fifo.back(message);
-            EXPECT_EQ(message.length, row.storedLength);
-            EXPECT_EQ(std::string(message.data, 4), row.stored);
+            EXPECT_EQ(message.length, storedLength);
+            EXPECT_EQ(std::string(message.data, 4), stored);
             EXPECT_EQ(message.data[4], '\0');
         }
     }

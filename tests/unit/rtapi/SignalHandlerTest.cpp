@@ -1,4 +1,5 @@
 #include "FakeSystem.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "Wait.h"
 #include "signalHandler/SignalHandler.h"
@@ -10,6 +11,7 @@
 #include <vector>
 
 namespace {
+using testsupport::Rows;
 using testsupport::StdoutCapture;
 using testsupport::waitUntil;
 
@@ -30,31 +32,23 @@ using SignalHandlerTest = RuntimeTest;
 
 TEST_F(SignalHandlerTest, ReturnsAndClearsTheWholePendingSet)
 {
-    struct Row
-    {
-        const char* name;
-        std::vector<std::uint32_t> sent;
-        std::uint32_t mask;
-        int timeoutMs;
-        std::uint32_t received;
-    };
-    const Row rows[] = {
-        {"the bit waited for", {0x2}, 0x2, 0, 0x2},
-        {"bits outside the mask with it", {0x3}, 0x2, 0, 0x3},
-        {"a wake-up outside the mask waits on", {0x1, 0x4}, 0x4, 0, 0x5},
-        {"any bit of the mask", {0x80000000}, 0x80000001, 0, 0x80000000},
-        {"the same bit twice", {0x8, 0x8}, 0x8, 0, 0x8},
-        {"a bit in time", {0x8}, 0xC, 500, 0x8},
-        {"a time-out", {}, 0x2, 100, 0},
-        {"a time-out clears bits outside the mask", {0x1}, 0x2, 100, 0},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, sent, mask, timeoutMs, received] :
+         Rows<std::vector<std::uint32_t>, std::uint32_t, int, std::uint32_t>{
+             {"the bit waited for", {0x2}, 0x2, 0, 0x2},
+             {"bits outside the mask with it", {0x3}, 0x2, 0, 0x3},
+             {"a wake-up outside the mask waits on", {0x1, 0x4}, 0x4, 0, 0x5},
+             {"any bit of the mask", {0x80000000}, 0x80000001, 0, 0x80000000},
+             {"the same bit twice", {0x8, 0x8}, 0x8, 0, 0x8},
+             {"a bit in time", {0x8}, 0xC, 500, 0x8},
+             {"a time-out", {}, 0x2, 100, 0},
+             {"a time-out clears bits outside the mask", {0x1}, 0x2, 100, 0},
+         }) {
+        SCOPED_TRACE(name);
         SignalHandler handler("rows");
         const fakesystem::NanosecondsAre now(kStartOfSecond);
-        for (const std::uint32_t bits : row.sent)
+        for (const std::uint32_t bits : sent)
             handler.SendSignal(bits);
-        EXPECT_EQ(handler.WaitForSignal(row.mask, row.timeoutMs), row.received);
+        EXPECT_EQ(handler.WaitForSignal(mask, timeoutMs), received);
         EXPECT_EQ(stateOf(handler), "<TRACE> [[RTapi][SIGNAL]] rows      : 0");
     }
 }

@@ -3,6 +3,7 @@
 #include "NCPDriver.h"
 #include "NCPManagerSBL.h"
 #include "Pty.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "Wait.h"
 #include "efr32sim/Chip.h"
@@ -15,6 +16,7 @@
 namespace {
 using efr32sim::Bytes;
 using testing::HasSubstr;
+using testsupport::Rows;
 using testsupport::StdoutCapture;
 
 Bytes makeImage(std::size_t size)
@@ -56,27 +58,20 @@ protected:
 
 TEST_F(SerialBootloader, TakesImagesAndStartsThem)
 {
-    const struct
-    {
-        const char* name;
-        std::size_t size;
-        std::size_t blocks;
-        const char* progress;
-    } rows[] = {
-        {"whole blocks without padding", 256, 2, "\r50%06H \r100%06H "},
-        {"the last block keeps the rest of the one before", 130, 2, "\r98%06H \r100%06H "},
-        {"progress is rounded down", 1000, 8,
-         "\r12%06H \r25%06H \r38%06H \r51%06H \r64%06H \r76%06H \r89%06H \r100%06H "},
-    };
     unsigned uploads = 0;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Bytes image = makeImage(row.size);
+    for (const auto& [name, size, blocks, shown] : Rows<std::size_t, std::size_t, const char*>{
+             {"whole blocks without padding", 256, 2, "\r50%06H \r100%06H "},
+             {"the last block keeps the rest of the one before", 130, 2, "\r98%06H \r100%06H "},
+             {"progress is rounded down", 1000, 8,
+              "\r12%06H \r25%06H \r38%06H \r51%06H \r64%06H \r76%06H \r89%06H \r100%06H "},
+         }) {
+        SCOPED_TRACE(name);
+        const Bytes image = makeImage(size);
         // One pad byte behind the image, and behind that what the block before left in its place.
         Bytes expected = image;
         if (image.size() % kSblBlockDataSize != 0)
             expected.push_back(0x1A);
-        while (expected.size() < row.blocks * kSblBlockDataSize)
+        while (expected.size() < blocks * kSblBlockDataSize)
             expected.push_back(
                 expected.size() < kSblBlockDataSize ? 0 : image[expected.size() - kSblBlockDataSize]);
 
@@ -97,7 +92,7 @@ TEST_F(SerialBootloader, TakesImagesAndStartsThem)
         // What lies between start and end is the progress and the echo of each acknowledgement.
         progress.erase(progress.find("\nSend EOT!"));
         progress.erase(0, progress.find("success!") + 8);
-        EXPECT_EQ(progress, row.progress);
+        EXPECT_EQ(progress, shown);
     }
 }
 

@@ -1,4 +1,5 @@
 #include "Pty.h"
+#include "Rows.h"
 #include "SerialPort.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
@@ -18,6 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using testsupport::Rows;
 
 class SerialPortOnALine : public testing::Test
 {
@@ -101,22 +103,16 @@ TEST_F(SerialPortOnALine, OpensWithTheConsolesSettingsWhateverTheLineHadBefore)
 
 TEST_F(SerialPortOnALine, SetsStopBitsParityAndFlowControl)
 {
-    struct Row
-    {
-        const char* name;
-        StopBits stopBits;
-        Parity parity;
-        tcflag_t expected;
-    };
     // A pseudo-terminal clears PARENB by itself, so only the odd bit of a parity can be seen here.
-    for (const Row& row : {Row{"one stop bit", StopBits::One, Parity::None, 0},
-                           Row{"two stop bits", StopBits::Two, Parity::None, CSTOPB},
-                           Row{"odd parity", StopBits::One, Parity::Odd, PARODD},
-                           Row{"even parity after odd", StopBits::One, Parity::Even, 0}}) {
-        SCOPED_TRACE(row.name);
-        SerialPort other = makePort(line.slavePath(), row.stopBits, row.parity);
+    for (const auto& [name, stopBits, parity, expected] :
+         Rows<StopBits, Parity, tcflag_t>{{"one stop bit", StopBits::One, Parity::None, 0},
+                                          {"two stop bits", StopBits::Two, Parity::None, CSTOPB},
+                                          {"odd parity", StopBits::One, Parity::Odd, PARODD},
+                                          {"even parity after odd", StopBits::One, Parity::Even, 0}}) {
+        SCOPED_TRACE(name);
+        SerialPort other = makePort(line.slavePath(), stopBits, parity);
         EXPECT_TRUE(other.openDevice());
-        EXPECT_EQ(settingsInForce().c_cflag & (CSTOPB | PARODD), row.expected);
+        EXPECT_EQ(settingsInForce().c_cflag & (CSTOPB | PARODD), expected);
     }
     open();
     EXPECT_TRUE(port.setHardwareFlowControl(false));

@@ -1,4 +1,5 @@
 #include "MemoryLine.h"
+#include "Rows.h"
 
 #include <gmock/gmock.h>
 
@@ -10,6 +11,7 @@
 
 namespace {
 using testing::ElementsAre;
+using testsupport::Rows;
 
 std::string packet(std::uint8_t type, std::uint8_t classId, std::uint8_t id, const std::string& payload = {})
 {
@@ -64,39 +66,36 @@ const std::string kOk("\0\0", 2);
 
 TEST_F(Packets, AreTakenOneByOneAndNoiseByteByByte)
 {
-    const struct
-    {
-        const char* name;
-        std::string onLine;
-        std::string asResponse;  // what one call hands back
-        std::vector<std::string> asEvents;
-        std::size_t left;  // bytes that the call leaves on the line
-    } rows[] = {
-        {"a response is handed back", response(kOk) + "x", response(kOk), {}, 1},
-        {"an event is queued", event(1, "abc") + "x", "none", {event(1, "abc")}, 1},
-        {"an event without fields is queued", event(1), "none", {event(1)}, 0},
-        {"the longest event is queued", event(1, kLongest), "none", {event(1, kLongest)}, 0},
-        {"the longest response is handed back", response(kLongest), response(kLongest), {}, 0},
-        {"a zero byte is noise", std::string(1, '\0') + event(1), "none", {}, 4},
-        {"ones are noise", "\xFF" + event(1), "none", {}, 4},
-        {"another technology is noise", "\x28" + event(1), "none", {}, 4},
-        {"an oversize packet is dropped after its header", event(1, std::string(257, 'x')), "none", {}, 257},
-        {"a false header in noise is taken", "\xA0\x02" + event(1), "none", {"\xA0\x02" + event(1)}, 0},
-        {"nothing on the line is a failure", "", "none", {}, 0},
-        {"a cut header is a failure", event(1).substr(0, 3), "none", {}, 0},
-        {"a cut response is not a success", response(kLongest).substr(0, 5), "none", {}, 0},
-        {"a cut event stays, with zeros", event(1, "abcd").substr(0, 6), "none", {event(1, {0, 0, 0, 0})}, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, onLine, asResponse, asEvents, left] :
+         Rows<std::string, std::string, std::vector<std::string>, std::size_t>{
+             {"a response is handed back", response(kOk) + "x", response(kOk), {}, 1},
+             {"an event is queued", event(1, "abc") + "x", "none", {event(1, "abc")}, 1},
+             {"an event without fields is queued", event(1), "none", {event(1)}, 0},
+             {"the longest event is queued", event(1, kLongest), "none", {event(1, kLongest)}, 0},
+             {"the longest response is handed back", response(kLongest), response(kLongest), {}, 0},
+             {"a zero byte is noise", std::string(1, '\0') + event(1), "none", {}, 4},
+             {"ones are noise", "\xFF" + event(1), "none", {}, 4},
+             {"another technology is noise", "\x28" + event(1), "none", {}, 4},
+             {"oversize is dropped after its header", event(1, std::string(257, 'x')), "none", {}, 257},
+             {"a false header in noise is taken", "\xA0\x02" + event(1), "none", {"\xA0\x02" + event(1)}, 0},
+             {"nothing on the line is a failure", "", "none", {}, 0},
+             {"a cut header is a failure", event(1).substr(0, 3), "none", {}, 0},
+             {"a cut response is not a success", response(kLongest).substr(0, 5), "none", {}, 0},
+             {"a cut event stays, with zeros",
+              event(1, "abcd").substr(0, 6),
+              "none",
+              {event(1, {0, 0, 0, 0})},
+              0},
+         }) {
+        SCOPED_TRACE(name);
         *gecko_rsp_msg = {};
         for (gecko_cmd_packet& slot : gecko_queue)
             slot.payload.fill(0xEE);
-        line.toHost = row.onLine;
-        EXPECT_EQ(content(gecko_wait_message()), row.asResponse);
-        EXPECT_EQ(gecko_header(*gecko_rsp_msg) != 0, row.asResponse != "none") << "a cut one is no response";
-        EXPECT_EQ(queuedEvents(), row.asEvents);
-        EXPECT_EQ(line.toHost.size(), row.left);
+        line.toHost = onLine;
+        EXPECT_EQ(content(gecko_wait_message()), asResponse);
+        EXPECT_EQ(gecko_header(*gecko_rsp_msg) != 0, asResponse != "none") << "a cut one is no response";
+        EXPECT_EQ(queuedEvents(), asEvents);
+        EXPECT_EQ(line.toHost.size(), left);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "NCPDriver.h"
 #include "Pty.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "Wait.h"
@@ -17,6 +18,7 @@
 namespace {
 using testing::ElementsAre;
 using testsupport::Pty;
+using testsupport::Rows;
 using testsupport::StdoutCapture;
 using testsupport::UniqueFd;
 
@@ -82,31 +84,25 @@ TEST_F(SerialLine, HasItsTermiosInForceAfterOpen)
 
 TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
 {
-    struct Row
-    {
-        const char* path;
-        std::uint32_t baud;
-        const char* line;
-    };
-    for (const Row& row :
-         {Row{"/dev/null", 230400, "Baud rate not supported /dev/null - Success(0)."},
-          Row{"/dev/no-such-line", kBaud,
+    for (const auto& [path, baud, logged] : Rows<std::uint32_t, const char*>{
+             {"/dev/null", 230400, "Baud rate not supported /dev/null - Success(0)."},
+             {"/dev/no-such-line", kBaud,
               "Error opening serial port /dev/no-such-line - No such file or directory(2)."},
-          Row{"/dev/null", kBaud,
+             {"/dev/null", kBaud,
               "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}}) {
         open();  // what was open before is given up, too
         const StdoutCapture log;
         const std::size_t before = testsupport::entriesOf("/proc/self/fd");
         std::uint8_t byte = 0;
         errno = 0;
-        EXPECT_EQ(uartOpen(row.path, row.baud, 1, 100), -1);
+        EXPECT_EQ(uartOpen(path, baud, 1, 100), -1);
         EXPECT_EQ(uartRx(1, &byte), -1);
         EXPECT_EQ(uartTx(1, &byte), -1);
         EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
         EXPECT_EQ(uartRxPeek(), -1);
         EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), before - 1);
         EXPECT_THAT(log.logLines(),
-                    ElementsAre(std::string("<ERROR> [serial_brisca] ") + row.line,
+                    ElementsAre(std::string("<ERROR> [serial_brisca] ") + logged,
                                 "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
                                 "<ERROR> [serial_brisca] [uartRx] Invalid handle",
                                 "<ERROR> [serial_brisca] [uartTx] Invalid handle"));
