@@ -192,11 +192,11 @@ TEST_F(AdvData, BuildersWriteTheirStructuresUnderTheApiLock)
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         NCPManager_SetNoMappingFlag(0);
-        NCPManager_ADTypeResetData(kAdv);
         const int locksBefore = semaphoreRequests(GBS_API_SEMAPHORE_ID);
+        EXPECT_EQ(GBSSlave_ADTypeResetData(kAdv), 1u);
         EXPECT_EQ(row.build(), row.payload.empty() ? 0u : 1u);
         if (!row.payload.empty()) {
-            EXPECT_EQ(semaphoreRequests(GBS_API_SEMAPHORE_ID), locksBefore + 1);
+            EXPECT_EQ(semaphoreRequests(GBS_API_SEMAPHORE_ID), locksBefore + 2) << "with the reset's";
             EXPECT_EQ(send(kAdv), "00: " + row.payload);
         }
     }

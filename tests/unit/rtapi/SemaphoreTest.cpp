@@ -25,6 +25,7 @@ TEST(MutexPosix, ReportsAFailedWaitButWaitsOnAfterASignalHandler)
     fakesystem::semWaitError = EINTR;
     EXPECT_EQ(mutex.Lock(), 0);
     EXPECT_EQ(mutex.Getvalue(), 0);
+    EXPECT_EQ(mutex.Unlock(), 1);
     EXPECT_EQ(capture.logLines(), Lines{"<FATAL> [[RTapi][MUTEX]] Getvalue failed on 'renamed', errno = 22"});
 }
 
