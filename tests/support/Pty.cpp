@@ -4,11 +4,13 @@
 #include <poll.h>
 #include <termios.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
 
 namespace testsupport {
-Pty::Pty() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+// Not blocking, because two threads may read: what the one saw coming the other may have taken.
+Pty::Pty() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
 {
     char name[64];
     if (::grantpt(m_master.get()) != 0 || ::unlockpt(m_master.get()) != 0 ||
@@ -26,6 +28,9 @@ void writeTo(int fd, std::string_view bytes)
 {
     while (!bytes.empty()) {
         const ssize_t done = ::write(fd, bytes.data(), bytes.size());
+        pollfd entry = {fd, POLLOUT, 0};
+        if (done < 0 && errno == EAGAIN && ::poll(&entry, 1, -1) > 0)
+            continue;
         if (done <= 0)
             throw std::runtime_error("write to a line failed");
         bytes.remove_prefix(static_cast<std::size_t>(done));
@@ -44,6 +49,8 @@ std::string readFrom(int fd, std::size_t count, std::chrono::milliseconds limit)
             break;
         char buffer[4096];
         const ssize_t got = ::read(fd, buffer, std::min(sizeof buffer, count - result.size()));
+        if (got < 0 && errno == EAGAIN)
+            continue;
         if (got <= 0)
             break;
         result.append(buffer, static_cast<std::size_t>(got));
