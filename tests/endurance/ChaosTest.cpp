@@ -5,20 +5,18 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 
 namespace {
 using efr32sim::Clock;
-using efr32sim::Event;
 using efr32sim::EventKind;
 using efr32sim::Milliseconds;
 
 constexpr double kRate = 0.02;
 constexpr Milliseconds kConnectLimit{1000};
 constexpr Milliseconds kAnswerLimit{1000};
-// The service starts advertising again 10 s after it has noticed that it is silent.
-constexpr std::chrono::seconds kRecoveryLimit{40};
+// A lost event is made up for after 10 s, a restart of the advertising chip that nobody noticed after 60 s.
+constexpr std::chrono::seconds kRecoveryLimit{100};
 
 int asked(const char* variable, int otherwise)
 {
@@ -34,12 +32,6 @@ std::chrono::seconds duration()
 class Chaos : public Endurance
 {
 protected:
-    Chaos()
-    {
-        // The boots that the host has noticed are told at this level.
-        std::ofstream("/evse/data/log.cfg") << "GLOBAL : NOTIC\nNCP_MANAGER : DEBUG\n";
-    }
-
     /// One request, connecting first when there is no connection.
     bool isServed(const std::string& text)
     {
@@ -72,45 +64,30 @@ protected:
     }
     void askUntil(Clock::time_point end)
     {
-        while (Clock::now() < end) {
+        while (Clock::now() < end)
             (void)isServed(nextRequest("request ", 300));
-        }
     }
-    bool isServedAgain()
+    void expectServiceAgain()
     {
-        return testsupport::waitUntil([&] { return isServed(nextRequest("again ", 101)); }, kRecoveryLimit);
+        const auto ended = Clock::now();
+        ASSERT_TRUE(
+            testsupport::waitUntil([&] { return isServed(nextRequest("again ", 101)); }, kRecoveryLimit));
+        longestRecovery =
+            std::max(longestRecovery, std::chrono::duration_cast<Milliseconds>(Clock::now() - ended));
     }
-    /// What the host cannot know any more: a line that was torn out, a boot or an end of a connection whose
-    /// event did not reach it.
-    [[nodiscard]] bool hostIsMisled(std::size_t from) const
-    {
-        const auto noticed = [this, from](const char* text) {
-            return static_cast<std::ptrdiff_t>(linesWith({text}, from).size());
-        };
-        const auto history = chip.events().history();
-        const auto happened = [&](auto condition) {
-            return std::count_if(history.begin(), history.end(), [&](const Event& event) {
-                return event.sequence > seedBegan && condition(event);
-            });
-        };
-        return happened([](const Event& event) { return event.kind == EventKind::LineHungUp; }) > 0 ||
-               happened([](const Event& event) {
-                   return event.kind == EventKind::ModeChanged && event.text("mode") == "firmware";
-               }) > noticed("NCP boot up") ||
-               happened([](const Event& event) { return event.kind == EventKind::Disconnected; }) >
-                   noticed("Connect closed");
-    }
+    /// The stack opens the line once an entry: a line that was torn out needs another one.
     void restartByHand()
     {
         ++helped;
+        chip.plugIn();
         (void)client->pendingSignals();
         client->send("BriscaRestart");
         ASSERT_TRUE(awaitSignal("bleIsStarted"));
-        ASSERT_TRUE(isServedAgain());
     }
+
     efr32sim::Phone phone{chip};
     Ledger ledger{chip};
-    std::uint64_t seedBegan = 0;
+    Milliseconds longestRecovery{0};
     int asked = 0;
     int helped = 0;
 };
@@ -122,20 +99,19 @@ TEST_F(Chaos, IsSurvivedAndServiceReturns)
     for (int round = 0; round < rounds(2); ++round) {
         const int seed = firstSeed + round;
         SCOPED_TRACE("seed " + std::to_string(seed));
-        seedBegan = chip.events().history().back().sequence;
-        const auto before = mark();
+        auto events = chip.follow();
         chip.setChaos(seed, kRate);
         askUntil(Clock::now() + duration());
         chip.setChaos({});
-        chip.plugIn();
         EXPECT_EQ(client->call("getBriscaState"), kFirmware);
-        if (!isServedAgain()) {
-            EXPECT_TRUE(hostIsMisled(before));
+        if (events.drain(EventKind::LineHungUp) > 0) {
             ASSERT_NO_FATAL_FAILURE(restartByHand());
         }
+        expectServiceAgain();
         ledger.settle();
         endRound(round);
     }
-    std::cout << rounds(2) << " seeds, " << helped << " times restarted by hand: " << ledger.summary();
+    std::cout << rounds(2) << " seeds, " << helped << " lines torn out, served again within "
+              << longestRecovery.count() << " ms: " << ledger.summary();
 }
 }  // namespace

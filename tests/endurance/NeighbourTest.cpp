@@ -204,9 +204,9 @@ TEST_F(Surroundings, PipesWereLeftBehindWithBytesInThem)
 TEST_F(Surroundings, TwoClientsCallAtOnce)
 {
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    const auto callMany = [this] {
+    const auto callMany = [calls = 50 * rounds(1)] {
         BusClient own;
-        for (int call = 0; call < 50 * rounds(1); ++call) {
+        for (int call = 0; call < calls; ++call) {
             // The chip may answer too late for one command; the text is empty then.
             EXPECT_THAT(own.call("getMacAddress"), testing::AnyOf("060504030201", ""));
             EXPECT_EQ(own.call("getBriscaState"), kFirmware);
