@@ -63,7 +63,7 @@ std::optional<Address> parseAddress(std::string_view text)
     Address address{};
     if (!bytes || bytes->size() != address.size())
         return std::nullopt;
-    std::reverse_copy(bytes->begin(), bytes->end(), address.begin());
+    std::copy_n(bytes->rbegin(), address.size(), address.begin());
     return address;
 }
 
