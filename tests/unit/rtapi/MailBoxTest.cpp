@@ -88,6 +88,18 @@ TEST(Fifo, IsNeutralWhenEmptyOrWithoutItsLock)
 
 using MailBoxTest = RuntimeTest;
 
+TEST_F(MailBoxTest, KeepsThirtyTwoMessagesAndWakesForTheRestWithoutCopying)
+{
+    MailBox mailbox(4, "full");
+    for (int number = 0; number < 34; ++number)
+        mailbox.SendMail(reinterpret_cast<const char*>(&number));
+    for (int expected = 0; expected < 34; ++expected) {
+        int received = -1;
+        mailbox.WaitForMail(reinterpret_cast<char*>(&received));
+        EXPECT_EQ(received, expected < 32 ? expected : -1);
+    }
+}
+
 /// Several senders and receivers on one mailbox. What the receivers got is counted by message; a receiver
 /// sees 0 when it was woken for a message that had been dropped.
 class MailTraffic
