@@ -1,8 +1,10 @@
+#include "BluetoothManager.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
+#include "facade/LogFacade.h"
 
 #include <gmock/gmock.h>
 #include <sys/inotify.h>
@@ -92,5 +94,20 @@ TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
     EXPECT_EQ(log.count(line), 1);
     manager.resetEfr32(false);
     EXPECT_EQ(log.count(line), 3);
+}
+
+TEST(ResetLine, TellsTheBluetoothManagerThatItsStackIsDown)
+{
+    LogFacade::setLevel("BriscaService.comm.BluetoothManager", LogLevel::Debug);
+    RecordingPin pin;
+    IoEfr32Manager manager(pin);
+    for (const bool hold : {true, false}) {
+        BluetoothManager::instance().bleIsReady();
+        testsupport::StdoutCapture log;
+        manager.resetEfr32(hold);
+        log.clear();
+        BluetoothManager::instance().stop();
+        EXPECT_FALSE(log.contains("Stop the BLE stack")) << "still believed to be started";
+    }
 }
 }  // namespace
