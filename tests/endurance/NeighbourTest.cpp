@@ -179,16 +179,18 @@ TEST_F(Surroundings, TheLogsReaderStopsForAWhile)
 TEST_F(Surroundings, TheBusGoesAwayAndReturns)
 {
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    bus->kill(SIGKILL);
-    ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
-    serveRounds();
-    startBus();
-    service->kill(SIGTERM);
-    EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
-    EXPECT_EQ(notify.wait(), "STOPPING=1");
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    footprints.clear();
-    serveRounds();
+    for (int round = 0; round < rounds(2); ++round) {
+        bus->kill(SIGKILL);
+        ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
+        ASSERT_NO_FATAL_FAILURE(expectService("without a bus " + std::to_string(round)));
+        startBus();
+        ASSERT_TRUE(testsupport::waitUntil([this] { return client->call("getBriscaState") == kFirmware; }));
+        ASSERT_NO_FATAL_FAILURE(expectService("with a new bus " + std::to_string(round)));
+        EXPECT_TRUE(awaitSignal("btDeviceConnected"));
+        EXPECT_TRUE(awaitSignal("btDeviceDisconnected"));
+        EXPECT_THAT(client->pendingSignals(), testing::IsEmpty()) << "told more than once";
+        endRound(round);
+    }
 }
 
 TEST_F(Surroundings, PipesWereLeftBehindWithBytesInThem)

@@ -2,23 +2,11 @@
 
 #include "BluetoothManager.h"
 #include "ServiceAdaptor.h"
-
-#include <QDBusConnection>
-
-#include <thread>
+#include "SystemBus.h"
 
 namespace {
 constexpr const char* kResetPinPath = "/dev/evse/io_efr32_reset";
 constexpr const char* kUartPath = "/dev/evse/tty_efr32";
-
-/// A connection that the main thread opens holds requests back until the event loop runs and then delivers
-/// newer ones before them. One that another thread opens keeps the order; its requests wait for the event
-/// loop, too, because they are served on the main thread.
-QDBusConnection openSystemBus()
-{
-    std::thread([] { QDBusConnection::systemBus(); }).join();
-    return QDBusConnection::systemBus();
-}
 }  // namespace
 
 BriscaService::BriscaService(QObject* parent)
@@ -37,10 +25,8 @@ BriscaService::BriscaService(QObject* parent)
 
 void BriscaService::init()
 {
-    new ServiceAdaptor(&m_dbus);  // owned by its parent
-    QDBusConnection bus = openSystemBus();
-    bus.registerObject(QStringLiteral("/"), &m_dbus, QDBusConnection::ExportAdaptors);
-    bus.registerService(QStringLiteral("org.voltra.brisca"));
+    new ServiceAdaptor(&m_dbus);  // owned by its parent, as the connection is
+    (new SystemBus(&m_dbus))->open();
     m_dbus.init();
     m_stateManager.registerStateHandler(BOOTLOADER, m_bootloaderState);
     m_stateManager.registerStateHandler(FIRMWARE, m_firmwareState);
