@@ -31,6 +31,12 @@ constexpr std::chrono::seconds kAdvertisingLimit{10};
 constexpr std::chrono::seconds kDelayLimit{1};
 constexpr const char* kDamaged = "(damaged requests that the application answered)";
 constexpr const char* kMixed = "(mixtures of two requests that the application answered)";
+constexpr const char* kWayIn = "lost on the way in: ";
+constexpr const char* kOverflow = "a burst of events filled the queue";
+constexpr const char* kGarbled = "(requests garbled behind a mixture that was read in part)";
+// The rest of a frame that was read in part and the frame behind it are complete at once. The receiver never
+// finds the second of two, and counts it, until the fourth request after it takes its place.
+constexpr int kRequestsUpset = 5;
 constexpr std::size_t kValueOffset = 7;  // of what the phone wrote, in the payload of its event
 
 CommandId idOf(const Event& event)
@@ -65,23 +71,31 @@ bool isAnswerFault(const Event& event)
            isFault(event, "error-response");
 }
 
+std::size_t slotOf(std::uint8_t fragmentHeader)
+{
+    return fragmentHeader >> 4 & 3;
+}
+
 bool isLost(const LineModel::Packet& packet)
 {
     return packet.loss != nullptr;
 }
 
-/// Whether every byte is that of the request or of an earlier one at the same distance from the end.
+/// Whether every byte is that of the request or of an earlier one at the same distance from the end. The end
+/// may be missing: the bridge counts what is there, and more may have come when it reads.
 bool isMixture(const std::string& bytes, const std::string& request, const std::vector<std::string>& earlier)
 {
-    const auto fits = [&bytes](const std::string& text, std::size_t fromEnd) {
-        return fromEnd <= text.size() && bytes[bytes.size() - fromEnd] == text[text.size() - fromEnd];
-    };
-    for (std::size_t fromEnd = 1; fromEnd <= bytes.size(); ++fromEnd) {
-        if (!fits(request, fromEnd) && std::none_of(earlier.begin(), earlier.end(),
-                                                    [&](const auto& text) { return fits(text, fromEnd); }))
+    if (earlier.empty() || bytes.size() > request.size())
+        return false;
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        const std::size_t fromEnd = request.size() - at;
+        const auto fits = [&](const std::string& text) {
+            return fromEnd <= text.size() && bytes[at] == text[text.size() - fromEnd];
+        };
+        if (!fits(request) && std::none_of(earlier.begin(), earlier.end(), fits))
             return false;
     }
-    return !earlier.empty() && bytes.size() == request.size();
+    return true;
 }
 
 Bytes packetOf(const Event& event)
@@ -120,8 +134,7 @@ void LineModel::follow(const Event& event)
         m_tornOut = true;
     } else if (event.kind == EventKind::LineOpened) {
         m_tornOut = false;
-        m_header.clear();
-        m_payloadLeft = 0;
+        m_packet.clear();
     }
 }
 
@@ -131,7 +144,7 @@ void LineModel::deliver()
         return;
     Bytes bytes = packetOf(*m_sent);
     const bool isCut = m_cut < bytes.size();
-    const bool isInStep = m_header.empty() && m_payloadLeft == 0;
+    const bool isInStep = m_packet.empty();
     const char* const loss = m_tornOut   ? "the line was torn out"
                              : m_silent  ? "the chip was silent"
                              : isCut     ? "a packet was cut"
@@ -142,8 +155,8 @@ void LineModel::deliver()
     else if (!m_tornOut && !m_silent && !isCut)
         m_longestLoss = std::max(m_longestLoss, ++m_lossesInARow);
     bytes.resize(std::min(m_cut, bytes.size()));
-    read(bytes);
     m_packets.push_back({m_sent->time, idOf(*m_sent), m_sent->bytes("payload"), loss});
+    read(bytes);
     m_sent.reset();
     m_cut = kUncut;
 }
@@ -153,19 +166,26 @@ void LineModel::read(ByteSpan bytes)
     if (m_tornOut || m_silent)
         return;
     for (const std::uint8_t byte : bytes) {
-        if (m_payloadLeft > 0) {
-            --m_payloadLeft;
-            continue;
-        }
-        m_header.push_back(byte);
-        if ((m_header[0] & 0x78) != 0x20) {
-            m_header.clear();
-        } else if (m_header.size() == kHeader) {
-            const std::size_t length = static_cast<std::size_t>(m_header[0] & 7) << 8 | m_header[1];
-            m_payloadLeft = length > kMaxPayload ? 0 : length;
-            m_header.clear();
+        m_packet.push_back(byte);
+        if ((m_packet[0] & 0x78) != 0x20) {
+            m_packet.clear();
+        } else if (m_packet.size() >= kHeader) {
+            const std::size_t length = static_cast<std::size_t>(m_packet[0] & 7) << 8 | m_packet[1];
+            if (length > kMaxPayload) {
+                m_packet.clear();
+            } else if (m_packet.size() == kHeader + length) {
+                noteStray();
+                m_packet.clear();
+            }
         }
     }
+}
+
+void LineModel::noteStray()
+{
+    const bool isWrite = m_packet[0] >= 0xA0 && CommandId{m_packet[2], m_packet[3]} == kWriteRequest;
+    if (isWrite && m_packet.size() > kHeader + kValueOffset && isLost(m_packets.back()))
+        m_strays.push_back({m_packets.back().time, slotOf(m_packet[kHeader + kValueOffset])});
 }
 
 Ledger::Ledger(const efr32sim::Chip& chip) : m_cursor(chip.followFromStart())
@@ -196,21 +216,38 @@ void Ledger::settle()
 void Ledger::settle(const Asked& request)
 {
     const auto writes = writesOf(request);
-    const std::size_t place = writes.empty() ? 0 : (writes.front().payload.at(kValueOffset) >> 4) & 3;
-    Leftovers& leftovers = m_slots[place];
+    Leftovers& leftovers = m_slots[writes.empty() ? 0 : slotOf(writes.front().payload.at(kValueOffset))];
     const auto cause = causeOf(request, leftovers);
     EXPECT_TRUE(cause) << "lost without a fault: " << describe(request);
     ++m_causes[cause.value_or("unexplained")];
+    bool isReadInPart = false;
     const auto mixtures = std::erase_if(m_strangers, [&](const Stranger& stranger) {
-        return isOf(request, stranger) && isMixture(stranger.bytes, request.text, leftovers);
+        if (stranger.time < request.begun || stranger.time > request.ended ||
+            !isMixture(stranger.bytes, request.text, leftovers))
+            return false;
+        isReadInPart = isReadInPart || stranger.bytes.size() < request.text.size();
+        return true;
     });
     m_causes[kMixed] += static_cast<int>(mixtures);
-    if (writes.empty())
-        return;
-    if (isLost(writes.front()) || mixtures > 0)
-        leftovers.push_back(request.text);
-    else
+    std::size_t garbled = 0;
+    if (m_upset > 0) {
+        --m_upset;
+        garbled =
+            std::erase_if(m_strangers, [&](const Stranger& stranger) { return isOf(request, stranger); });
+    }
+    m_causes[kGarbled] += static_cast<int>(garbled);
+    if (isReadInPart)
+        m_upset = kRequestsUpset;
+    // What has been read is gone from its place; what came behind it, or without a first fragment, stays.
+    const bool firstMayBeLost =
+        !writes.empty() && (isLost(writes.front()) || cause == kWayIn + std::string(kOverflow));
+    if (!writes.empty() && !firstMayBeLost)
         leftovers.clear();
+    if (firstMayBeLost || mixtures + garbled > 0)
+        leftovers.push_back(request.text);
+    for (const auto& strays = m_line.strays();
+         m_straysSettled < strays.size() && strays[m_straysSettled].time <= request.ended; ++m_straysSettled)
+        m_slots[strays[m_straysSettled].slot].emplace_back();
 }
 
 bool Ledger::isDamaged(const Stranger& stranger) const
@@ -271,7 +308,7 @@ std::optional<std::string> Ledger::causeOf(const Asked& request, const Leftovers
         return std::nullopt;
     return (request.outcome == Asked::Outcome::NotConnected ? "no connection: "
             : seen                                          ? "lost on the way out: "
-                                                            : "lost on the way in: ") +
+                                                            : kWayIn) +
            std::string(cause);
 }
 
@@ -309,9 +346,11 @@ const char* Ledger::lossOnTheWayIn(const Asked& request, const Leftovers& leftov
         if (event.kind == EventKind::Disconnected)
             return "the link was lost";
         if (isMishap(event, kBurst))
-            return "a burst of events filled the queue";
+            return kOverflow;
     }
-    return !leftovers.empty() ? "fragments of an earlier request lay in its place" : nullptr;
+    return !leftovers.empty() ? "fragments of an earlier request lay in its place"
+           : m_upset > 0      ? "a mixture before it was read in part"
+                              : nullptr;
 }
 
 const char* Ledger::lossOnTheWayOut(const Asked& request) const

@@ -35,7 +35,15 @@ public:
         const char* loss;  ///< why the host cannot have got it; null when it can
     };
 
+    /// Bytes of several packets that the reader takes for a fragment of the phone's.
+    struct Stray
+    {
+        efr32sim::Clock::time_point time;
+        std::size_t slot;
+    };
+
     void follow(const efr32sim::Event& event);
+    [[nodiscard]] const std::vector<Stray>& strays() const { return m_strays; }
     [[nodiscard]] const std::vector<Packet>& packets() const { return m_packets; }
     /// The most packets in a row that were sent whole and lost because the reader was out of step.
     [[nodiscard]] std::size_t longestLoss() const { return m_longestLoss; }
@@ -45,6 +53,7 @@ private:
 
     void deliver();
     void read(efr32sim::ByteSpan bytes);
+    void noteStray();
 
     std::vector<Packet> m_packets;
     std::optional<efr32sim::Event> m_sent;  ///< the last packet; its damages are told behind it
@@ -52,8 +61,8 @@ private:
     bool m_silent = false;
     efr32sim::Clock::time_point m_silentUntil;
     bool m_tornOut = false;
-    efr32sim::Bytes m_header;
-    std::size_t m_payloadLeft = 0;
+    efr32sim::Bytes m_packet;  ///< what the reader has of the packet that it is in
+    std::vector<Stray> m_strays;
     std::size_t m_lossesInARow = 0;
     std::size_t m_longestLoss = 0;
 };
@@ -106,6 +115,8 @@ private:
     std::set<std::string> m_received;
     std::streamoff m_recordRead = 0;
     std::array<Leftovers, 4> m_slots;
+    std::size_t m_straysSettled = 0;
+    int m_upset = 0;                    ///< requests that a frame read in part may still concern
     std::vector<Stranger> m_strangers;  ///< requests that nobody sent, not explained yet
     std::set<std::string> m_seen;       ///< requests that reached the application whole
     std::set<std::string> m_answered;   ///< all that the application has answered
