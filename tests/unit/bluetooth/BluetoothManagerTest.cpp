@@ -189,10 +189,10 @@ TEST_F(BluetoothManagerTest, OnlyTheFirstBootIsAnnounced)
 TEST_F(BluetoothManagerTest, ConnectionsAreReportedAndTheStationAdvertisesAgain)
 {
     ASSERT_TRUE(enterAndWait());
-    std::atomic<bool> advertisedFirst = false;
+    std::atomic<int> advertisedBefore = 0;
     signals.onSignal([&](const std::string& name) {
         if (name == "deviceDisconnected")
-            advertisedFirst = chip.air().advertising;
+            advertisedBefore = count("[VoltraEventCallback] Start advertising");
     });
     Phone phone(chip);
     ASSERT_TRUE(phone.connect());
@@ -200,8 +200,10 @@ TEST_F(BluetoothManagerTest, ConnectionsAreReportedAndTheStationAdvertisesAgain)
     EXPECT_EQ(manager.getBleState(), 4);
     phone.disconnect();
     ASSERT_TRUE(signals.waitFor({"bleIsStarted", "newDeviceConnected", "deviceDisconnected"}));
-    EXPECT_TRUE(advertisedFirst);
-    EXPECT_EQ(manager.getBleState(), 2);
+    EXPECT_EQ(advertisedBefore, 2)
+        << "at the boot and at the end of the connection, which is told afterwards";
+    // Later when the machine is so busy that a response takes longer than the 10 ms that it is waited for.
+    EXPECT_TRUE(waitUntil([&] { return manager.getBleState() == 2; }));
 
     // The same end once more is no news, but advertised after all the same.
     auto events = chip.follow();
