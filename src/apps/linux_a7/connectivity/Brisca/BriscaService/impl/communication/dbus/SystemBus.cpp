@@ -4,7 +4,7 @@
 
 #include <thread>
 
-BRISCA_LOG_NODE(logNode, "BriscaService.comm.SystemBus");
+BRISCA_LOG_NODE(logNode, "BriscaService.comm.BriscaDbus");
 
 namespace {
 const QString kPath = QStringLiteral("/");
@@ -22,47 +22,68 @@ QDBusConnection openFirst()
 
 SystemBus::SystemBus(QObject* exported) : QObject(exported)
 {
-    m_retry.setInterval(kRetryPeriod);
+    m_retry.setSingleShot(true);
     connect(&m_retry, &QTimer::timeout, this, &SystemBus::retry);
 }
 
 void SystemBus::open()
 {
-    offer(openFirst());
+    const QDBusConnection bus = openFirst();
+    const bool isReached = bus.isConnected();
+    const bool isOffered = offer(bus);
+    m_nameRefused = !isOffered && bus.isConnected();
+    if (isReached && !bus.isConnected())
+        m_retry.start(kRetryPeriod);
 }
 
-void SystemBus::offer(QDBusConnection bus)
+QDBusConnection SystemBus::current() const
 {
-    bus.registerObject(kPath, parent(), QDBusConnection::ExportAdaptors);
-    bus.registerService(kService);
-    // Made up by the bus library itself when the daemon is gone (D-Bus Specification,
-    // org.freedesktop.DBus.Local).
+    return m_connection.isEmpty() ? QDBusConnection::systemBus() : QDBusConnection(m_connection);
+}
+
+bool SystemBus::offer(QDBusConnection bus)
+{
+    // Made up by the bus library itself when the daemon is gone. Before anything else: a daemon that dies
+    // meanwhile must be noticed.
     bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
                 QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
                 SLOT(onDisconnected()));
+    bus.registerObject(kPath, parent(), QDBusConnection::ExportAdaptors);
+    return bus.registerService(kService) && bus.isConnected();
 }
 
-void SystemBus::onDisconnected()
+void SystemBus::forget()
 {
-    BRISCA_WARN(logNode, "Connection to the system bus lost");
     if (m_connection.isEmpty())
         QDBusConnection::systemBus().unregisterObject(kPath);  // Qt keeps this one until the process ends
     else
         QDBusConnection::disconnectFromBus(m_connection);
-    m_retry.start();
 }
 
-// A daemon that is not there refuses at once; one that takes the connection and then says nothing holds the
-// event loop for the bus library's time-out of 25 s.
+void SystemBus::onDisconnected()
+{
+    if (current().isConnected())
+        return;  // told late, of an earlier connection
+    BRISCA_WARN(logNode, "Connection to the system bus lost");
+    if (!m_nameRefused)
+        m_retry.start(kRetryPeriod);
+}
+
+// A daemon that is not there refuses at once. One that takes the connection and then says nothing holds the
+// event loop for the bus library's time-out of 25 s, and again when the name is asked for; the loop turns in
+// between, so that systemd's watchdog is fed.
 void SystemBus::retry()
 {
-    m_connection = QStringLiteral("brisca-%1").arg(++m_attempts);
-    const QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connection);
-    if (!bus.isConnected()) {
-        QDBusConnection::disconnectFromBus(m_connection);
-        return;
+    using namespace std::chrono_literals;
+    if (!current().isConnected()) {
+        forget();
+        m_connection = QStringLiteral("brisca-%1").arg(++m_attempts);
+        QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connection);
+        m_retry.start(current().isConnected() ? 0ms : kRetryPeriod);
+    } else if (offer(current())) {
+        BRISCA_NOTIC(logNode, "Connected to the system bus again");
+    } else {
+        forget();
+        m_retry.start(kRetryPeriod);
     }
-    m_retry.stop();
-    offer(bus);
-    BRISCA_NOTIC(logNode, "Connected to the system bus again");
 }

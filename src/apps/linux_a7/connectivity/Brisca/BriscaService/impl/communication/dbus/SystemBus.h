@@ -30,10 +30,14 @@ private Q_SLOTS:
     void retry();
 
 private:
-    void offer(QDBusConnection bus);
+    [[nodiscard]] QDBusConnection current() const;
+    /// @return false when the name is not this service's or the daemon is gone again
+    bool offer(QDBusConnection bus);
+    void forget();
 
     QTimer m_retry;
-    QString
-        m_connection;  // Qt's name of the connection that took the place of the first; empty for the first
+    /// Qt's name of the connection that took the place of the first; empty for the first.
+    QString m_connection;
     unsigned m_attempts = 0;
+    bool m_nameRefused = false;  // another instance serves the station
 };
