@@ -8,5 +8,7 @@ files=("$@")
 [ $# -gt 0 ] || mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp')
 scripts/setup.sh
 cmake --preset release >/dev/null
-printf '%s\0' "${files[@]}" | xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build/release --quiet
+# The option: sources that unit suites compile, too, carry warning options that only GCC knows.
+printf '%s\0' "${files[@]}" | xargs -0 -P "$(nproc)" -n 1 \
+    clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option
 echo "tidy: ${#files[@]} files are in order"

@@ -180,7 +180,7 @@ int openPipe(const char* path)
     // Read and write: the pipe then never reports an end of file when the service restarts.
     const int pipe = ::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK);
     if (pipe < 0)
-        std::fprintf(stderr, "chp: cannot open %s: %s\n", path, std::strerror(errno));
+        (void)std::fprintf(stderr, "chp: cannot open %s: %s\n", path, std::strerror(errno));
     return pipe;
 }
 
@@ -238,7 +238,8 @@ void forwardAnswer(demo::DatagramGate& gate, int pipe)
 
 int main(int argc, char** argv)
 {
-    std::fprintf(stderr, "chp: reference CoAP application for %s\n", argc > 1 ? argv[1] : "(no address)");
+    (void)std::fprintf(stderr, "chp: reference CoAP application for %s\n",
+                       argc > 1 ? argv[1] : "(no address)");
     const int fromService = openPipe(kFromServicePath);
     const int toService = openPipe(kToServicePath);
     Server server;

@@ -32,7 +32,7 @@ std::string ControlClient::command(const std::string& line)
         static_cast<ssize_t>(request.size()))
         throw std::runtime_error("the simulator has gone");
     for (;;) {
-        const std::string reply = readLine();
+        std::string reply = readLine();
         if (reply.starts_with("ok") || reply.starts_with("error"))
             return reply;
     }
@@ -48,7 +48,7 @@ std::string ControlClient::readLine()
             throw std::runtime_error("the simulator has gone");
         m_received.append(buffer, static_cast<std::size_t>(got));
     }
-    const std::string line = m_received.substr(0, end);
+    std::string line = m_received.substr(0, end);
     m_received.erase(0, end + 1);
     return line;
 }

@@ -133,7 +133,7 @@ private:
         auto* const self = static_cast<CoapExchange*>(coap_get_app_data(coap_session_get_context(session)));
         const unsigned code = coap_pdu_get_code(received);
         char head[16];
-        std::snprintf(head, sizeof head, "%u.%02u ", code >> 5, code & 31);
+        (void)std::snprintf(head, sizeof head, "%u.%02u ", code >> 5, code & 31);
         const char* const phrase = coap_response_phrase(static_cast<unsigned char>(code));
         std::size_t size = 0;
         const std::uint8_t* data = nullptr;
@@ -204,13 +204,13 @@ int run(std::span<char*> arguments)
 int main(int argc, char** argv)
 {
     if (argc < 3) {
-        std::fputs(kUsage, stderr);
+        (void)std::fputs(kUsage, stderr);
         return EXIT_FAILURE;
     }
     try {
         return run({argv, static_cast<std::size_t>(argc)});
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "brisca-phone: %s\n", failure.what());
+        (void)std::fprintf(stderr, "brisca-phone: %s\n", failure.what());
         return EXIT_FAILURE;
     }
 }

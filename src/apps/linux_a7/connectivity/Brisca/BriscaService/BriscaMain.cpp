@@ -37,10 +37,10 @@ int main(int argc, char** argv)
 {
     installFatalSignalHandler();
     blockStopSignals();
-    std::signal(SIGPIPE, SIG_IGN);  // the log's reader may go; the station stays
+    (void)std::signal(SIGPIPE, SIG_IGN);  // the log's reader may go; the station stays
     run(argc, argv);
     BRISCA_NOTIC(logNode, "Service stopped");
-    std::fflush(nullptr);
+    (void)std::fflush(nullptr);
     // Not by return: the tasks of the BLE stack still run, and static objects must not be destroyed under
     // them.
     _exit(exitStatus());

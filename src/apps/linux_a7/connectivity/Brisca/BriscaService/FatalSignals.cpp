@@ -43,7 +43,7 @@ void limitReportTime()
     sigset_t alarmOnly;
     sigemptyset(&alarmOnly);
     sigaddset(&alarmOnly, SIGALRM);
-    std::signal(SIGALRM, endAtOnce);
+    (void)std::signal(SIGALRM, endAtOnce);
     pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
     alarm(kReportLimitS);
 }

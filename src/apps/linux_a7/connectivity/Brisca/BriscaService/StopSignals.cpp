@@ -34,8 +34,8 @@ sigset_t stopSignals()
 /// Armed before anything that can block, the log included: its reader may be gone.
 void limitStopTime()
 {
-    std::signal(SIGALRM, endWithoutCeremony);
-    const itimerval limit = {{0, 0}, {kStopLimitMs / 1000, kStopLimitMs % 1000 * 1000}};
+    (void)std::signal(SIGALRM, endWithoutCeremony);
+    const itimerval limit = {{0, 0}, {kStopLimitMs / 1000, kStopLimitMs % 1000 * 1000L}};
     setitimer(ITIMER_REAL, &limit, nullptr);
 }
 

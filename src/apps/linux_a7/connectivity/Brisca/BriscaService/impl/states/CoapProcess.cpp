@@ -67,7 +67,7 @@ void CoapProcess::setupChildProcess()
     // In the child, before the program: only async-signal-safe calls.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // As systemd starts programs: the log's reader, to whom the application's output goes, may go.
-    std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGPIPE, SIG_IGN);
     if (getppid() != m_servicePid)
         _exit(EXIT_FAILURE);  // the service ended before the kernel knew whose end to watch for
     sigset_t none;
