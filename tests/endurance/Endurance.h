@@ -43,7 +43,8 @@ private:
 
 /// Many rounds of the same on one station. The rounds of the short form are the test's own, those of the long
 /// form come from the environment (BRISCA_ENDURANCE_ROUNDS). At the end the station must cost what it cost
-/// after the tenth round, and neither conversation of the serial line may have leaked into the other.
+/// after the tenth round (after half of the rounds when they are fewer than 20), and neither conversation of
+/// the serial line may have leaked into the other.
 class Endurance : public Station
 {
 protected:
@@ -58,7 +59,6 @@ protected:
     void endRound(int round);
 
     Requests requests;
-    std::vector<Footprint> footprints;
 
 private:
     void expectSameFootprint() const;
@@ -66,5 +66,6 @@ private:
     void expectOwnAnswers() const;
     void reportRow() const;
 
+    std::vector<Footprint> m_footprints;  // settled, last
     int m_rounds = 0;
 };
