@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -41,6 +42,7 @@ void note(const char* word, const std::string& bytes)
 
 int main(int argc, char** argv)
 {
+    std::signal(SIGTERM, [](int) { ::_exit(0); });
     const int requests = ::open("/tmp/ttyBleRx", O_RDWR | O_CLOEXEC);
     const int answers = ::open("/tmp/ttyBleTx", O_RDWR | O_CLOEXEC);
     std::printf("application %d runs with %s\n", getpid(), argc == 2 ? argv[1] : "wrong arguments");
