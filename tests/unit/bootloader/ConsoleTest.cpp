@@ -56,6 +56,14 @@ TEST_F(Console, KeepsTheNewest64KiBOfABabblingChip)
     EXPECT_EQ(std::string(received.begin(), received.end()), babble.substr(babble.size() - 65536));
 }
 
+TEST_F(Console, AnOpenPortIsNotOpenedAgain)
+{
+    EXPECT_FALSE(client.open());
+    EXPECT_THAT(log.logLines(), ElementsAre(warnLine("Serial port is already opened.")));
+    client.close();
+    EXPECT_TRUE(client.open());
+}
+
 TEST_F(Console, AClosedPortAndAHungUpLineRefuseEveryOperation)
 {
     const std::vector<std::string> expected = {

@@ -12,6 +12,7 @@
 
 namespace {
 using efr32sim::EventKind;
+using efr32sim::FaultKind;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -103,6 +104,48 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
 
     QString version;
     EXPECT_TRUE(client.getFirmwareVersion(version)) << "the console was not given back";
+}
+
+efr32sim::Fault answers(efr32sim::Bytes bytes, unsigned count)
+{
+    efr32sim::Fault fault;
+    fault.kind = FaultKind::XmodemAnswer;
+    fault.count = count;
+    fault.skip = 3;
+    fault.bytes = std::move(bytes);
+    return fault;
+}
+efr32sim::Fault refusals(unsigned count)
+{
+    efr32sim::Fault fault;
+    fault.kind = FaultKind::CorruptBlock;
+    fault.count = count;
+    return fault;
+}
+TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
+{
+    struct Row
+    {
+        const char* name;
+        efr32sim::Fault fault;
+        bool success;
+    };
+    const std::size_t threads = threadCount();
+    auto events = chip.follow();
+    for (const Row& row :
+         {Row{"refused blocks", refusals(20), true}, Row{"a lost answer", answers({}, 1), true},
+          Row{"55 unexpected bytes", answers({'!'}, 55), true},
+          Row{"56 unexpected bytes", answers({'!'}, 56), false}}) {
+        SCOPED_TRACE(row.name);
+        chip.inject(row.fault);
+        reports.clear();
+        client.updateFirmware(imageFile("image", 2000));
+        EXPECT_TRUE(waitForReports(1));
+        EXPECT_THAT(reports, ElementsAre(row.success));
+        EXPECT_TRUE(!row.success || events.waitFor(EventKind::Prompt));
+        EXPECT_TRUE(!row.success || chip.image() == image);
+        EXPECT_TRUE(threadsEndAt(threads));
+    }
 }
 
 TEST_F(ChipUpload, ASuccessThatIsStillQueuedIsReportedByTheClose)

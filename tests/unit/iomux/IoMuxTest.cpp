@@ -69,6 +69,13 @@ TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
     }
 }
 
+TEST(ResetLine, HoldsTheChip)
+{
+    RecordingPin pin;
+    IoEfr32Manager(pin).resetEfr32(true);
+    EXPECT_THAT(pin.levels, ElementsAre(false));
+}
+
 TEST(ResetLine, PulsesLowForOneHundredMillisecondsAlsoWhenSignalsArrive)
 {
     struct sigaction onAlarm = {};
