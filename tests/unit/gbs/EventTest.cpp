@@ -1,13 +1,6 @@
-#include "GBSSlave.h"
-#include "GOS.h"
 #include "Harness.h"
-#include "NCP_Manager.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
-#include "gecko.h"
 
 using namespace gbstest;
-using Lines = std::vector<std::string>;
 
 namespace {
 /// What the application's callbacks were given, in order.

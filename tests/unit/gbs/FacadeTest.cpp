@@ -1,12 +1,6 @@
-#include "GBSSlave.h"
-#include "GOS.h"
 #include "Harness.h"
-#include "NCP_Manager.h"
 #include "Pty.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
 
-#include <array>
 #include <atomic>
 #include <thread>
 

@@ -1,12 +1,8 @@
 #include "Harness.h"
 
-#include "GBSSlave.h"
-#include "GOS.h"
 #include "LineOwner.h"
 #include "Pty.h"
-#include "Wait.h"
 
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <semaphore>
@@ -83,16 +79,6 @@ void takeLine()
     EXPECT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
     GBSSlave_ResumeEvents();
 }
-
-void startWorkerOnce()
-{
-    static const bool started = [] {
-        GOS_CreateTask("worker", workerTask, 4);
-        GOS_StartTasks();
-        return true;
-    }();
-    static_cast<void>(started);
-}
 }  // namespace
 
 std::string fromHex(std::string_view text)
@@ -146,7 +132,7 @@ void FakeChip::send(std::string_view bytes)
     m_line->toHost += bytes;
 }
 
-std::vector<std::string> FakeChip::commands()
+Lines FakeChip::commands()
 {
     const std::lock_guard lock(m_line->mutex);
     return m_commands;
@@ -191,7 +177,11 @@ bool semaphoreTaken(unsigned id)
 
 std::future<std::string> onTask(std::function<std::string()> function)
 {
-    startWorkerOnce();
+    static std::once_flag started;
+    std::call_once(started, [] {
+        GOS_CreateTask("worker", workerTask, 4);
+        GOS_StartTasks();
+    });
     worker.job = std::packaged_task<std::string()>(std::move(function));
     std::future<std::string> done = worker.job.get_future();
     worker.given.release();

@@ -1,10 +1,16 @@
 #pragma once
 
+#include "GBSSlave.h"
+#include "GOS.h"
 #include "MemoryLine.h"
+#include "NCP_Manager.h"
+#include "StdoutCapture.h"
+#include "Wait.h"
 #include "facade/LogFacade.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
 #include <future>
 #include <optional>
@@ -13,6 +19,8 @@
 #include <vector>
 
 namespace gbstest {
+using Lines = std::vector<std::string>;
+
 /// "20 01 FF" <-> the bytes.
 std::string fromHex(std::string_view text);
 std::string toHex(std::string_view bytes);
@@ -35,7 +43,7 @@ public:
     /// Puts bytes on the line to the host.
     void send(std::string_view bytes);
     /// The commands so far, each "class id: payload"; one with a wrong header reads "malformed".
-    [[nodiscard]] std::vector<std::string> commands();
+    [[nodiscard]] Lines commands();
     /// The same in one line, joined by " | "; then forgets them.
     std::string takeCommands();
     /// True when every command since they were last taken was sent with GOS semaphore 1 held.
@@ -43,7 +51,7 @@ public:
 
 private:
     Answer m_answer;
-    std::vector<std::string> m_commands;
+    Lines m_commands;
     bool m_allUnderApiLock = true;
     std::optional<MemoryLine> m_line;  // its mutex guards the rest
 };

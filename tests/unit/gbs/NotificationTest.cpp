@@ -1,14 +1,8 @@
-#include "GBSSlave.h"
 #include "Harness.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
 
 #include <gmock/gmock.h>
 
-#include <array>
-
 using namespace gbstest;
-using Lines = std::vector<std::string>;
 
 namespace {
 constexpr std::array<std::uint8_t, 255> kData = {0xA1, 0xB2};
