@@ -5,7 +5,6 @@
 #include <termios.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace testsupport {
@@ -65,7 +64,6 @@ std::string Pty::readAvailable() const
 
 void Pty::hangUp()
 {
-    m_keepSlave.reset();
     m_master.reset();
 }
 }  // namespace testsupport

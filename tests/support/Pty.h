@@ -19,6 +19,8 @@ public:
 
     [[nodiscard]] const std::string& slavePath() const { return m_slavePath; }
     [[nodiscard]] int master() const { return m_master.get(); }
+    /// The line behind the back of the code under test.
+    [[nodiscard]] int slave() const { return m_keepSlave.get(); }
 
     /// Writes all bytes to the code under test.
     void write(std::string_view bytes) const { writeTo(master(), bytes); }

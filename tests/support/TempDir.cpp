@@ -40,6 +40,14 @@ std::string readFile(const std::string& path)
     return content.str();
 }
 
+std::string content(std::size_t size)
+{
+    std::string result(size, '\0');
+    for (std::size_t at = 0; at < size; ++at)
+        result[at] = static_cast<char>(at * 7 + at / 251);
+    return result;
+}
+
 std::size_t entriesOf(const char* directory)
 {
     const std::filesystem::directory_iterator entries(directory);

@@ -25,6 +25,9 @@ private:
 /// The whole content of a file; empty when it cannot be read.
 std::string readFile(const std::string& path);
 
+/// Content of a file, which repeats itself after 64,256 bytes only.
+std::string content(std::size_t size);
+
 /// How many entries a directory has: with /proc/self/fd the open descriptors, with /proc/self/task the
 /// threads.
 std::size_t entriesOf(const char* directory);

@@ -1,10 +1,8 @@
 #include "ClientFixture.h"
 #include "Pty.h"
 #include "Rows.h"
-#include "UniqueFd.h"
 #include "efr32sim/Chip.h"
 
-#include <fcntl.h>
 #include <poll.h>
 
 #include <thread>
@@ -84,8 +82,7 @@ TEST_F(Console, AClosedPortAndAHungUpLineRefuseEveryOperation)
 TEST_F(Console, SendsSingleKeysAndForgetsWhatWasSaidBefore)
 {
     line.write("BL > of an earlier dialogue");
-    const testsupport::UniqueFd watcher(::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    pollfd arrival = {watcher.get(), POLLIN, 0};
+    pollfd arrival = {line.slave(), POLLIN, 0};
     ASSERT_EQ(::poll(&arrival, 1, -1), 1);
     EXPECT_TRUE(client.sendCarriageReturn());
     EXPECT_EQ(line.read(1), "\r");

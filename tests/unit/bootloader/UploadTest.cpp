@@ -1,9 +1,7 @@
 #include "ClientFixture.h"
 #include "Pty.h"
-#include "UniqueFd.h"
 #include "efr32sim/Chip.h"
 
-#include <fcntl.h>
 #include <termios.h>
 #include <QTimer>
 
@@ -54,13 +52,10 @@ protected:
     }
     [[nodiscard]] QString imageFile(const std::string& fileName, std::size_t size)
     {
-        image.assign(size, 0);
-        for (std::size_t at = 0; at < size; ++at)
-            image[at] = static_cast<std::uint8_t>(at * 11 + at / 253);
-        const std::string path =
-            directory.write(fileName, {reinterpret_cast<const char*>(image.data()), size});
+        const std::string content = testsupport::content(size);
+        image.assign(content.begin(), content.end());
         image.resize((size + 127) / 128 * 128, 0xFF);
-        return QString::fromUtf8(path.c_str());
+        return QString::fromUtf8(directory.write(fileName, content).c_str());
     }
 
     efr32sim::Bytes image;  // content of the last imageFile(), filled up to whole blocks
@@ -177,7 +172,6 @@ protected:
     void takeBlock() { EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength); }
 
     testsupport::Pty line;
-    testsupport::UniqueFd slave{::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
     std::unique_ptr<An760> client = std::make_unique<An760>(line.slavePath().c_str());
     const QString path = imageFile("image", 2000);
 };
@@ -220,7 +214,7 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
          }},
         {"a stopped line",
          [&] {
-             EXPECT_EQ(::tcflow(slave.get(), TCOOFF), 0);
+             EXPECT_EQ(::tcflow(line.slave(), TCOOFF), 0);
              line.write("C");
              // The first block can only wait for the line now.
              EXPECT_TRUE(testsupport::waitUntil([&] { return log.contains("Sending "); }));
@@ -241,7 +235,7 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
         EXPECT_TRUE(threadsEndAt(threads));
         EXPECT_EQ(reports.size(), 1U) << "reported again";
 
-        ::tcflow(slave.get(), TCOON);
+        ::tcflow(line.slave(), TCOON);
         (void)line.readAvailable();
         EXPECT_TRUE(client->open()) << "a restart must work";
     }

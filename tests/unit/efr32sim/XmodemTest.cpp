@@ -99,9 +99,7 @@ TEST(Upload, TakesWhatLrzszSends)
     const testsupport::TempDir directory;
     for (const std::size_t size : {1, 128, 129, 32'773}) {
         SCOPED_TRACE(size);
-        std::string image(size, '\0');
-        for (std::size_t at = 0; at < size; ++at)
-            image[at] = static_cast<char>(at * 7 + at / 251);
+        std::string image = testsupport::content(size);
         Chip chip({.checkLine = false, .xmodemPing = Milliseconds(50)});
         chip.start();
         HostLine(chip.slavePath()).send("1");

@@ -5,6 +5,7 @@
 #include "Pty.h"
 #include "Rows.h"
 #include "StdoutCapture.h"
+#include "TempDir.h"
 #include "Wait.h"
 #include "efr32sim/Chip.h"
 #include "uart_posix.h"
@@ -21,10 +22,8 @@ using testsupport::StdoutCapture;
 
 Bytes makeImage(std::size_t size)
 {
-    Bytes image(size);
-    for (std::size_t i = 0; i < size; ++i)
-        image[i] = static_cast<std::uint8_t>(i * 7 + i / 128);
-    return image;
+    const std::string content = testsupport::content(size);
+    return {content.begin(), content.end()};
 }
 
 /// A chip whose firmware runs, with the line to it held.

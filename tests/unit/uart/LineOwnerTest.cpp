@@ -8,19 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <termios.h>
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <thread>
 
 namespace {
 using testsupport::Pty;
-using testsupport::UniqueFd;
 using testsupport::waitUntil;
 
 const std::string kEvent("\xA0\x02\x08\x00xy", 6);
@@ -57,16 +53,14 @@ protected:
     }
     [[nodiscard]] bool isExclusive() const
     {
-        const UniqueFd slave(::open(pty.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
         int exclusive = 0;
-        ::ioctl(slave.get(), TIOCGEXCL, &exclusive);
+        ::ioctl(pty.slave(), TIOCGEXCL, &exclusive);
         return exclusive != 0;
     }
     /// Whether the chip reads nothing any more, and the host would wait to write.
     [[nodiscard]] bool isFull() const
     {
-        const UniqueFd slave(::open(pty.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-        pollfd entry = {slave.get(), POLLOUT, 0};
+        pollfd entry = {pty.slave(), POLLOUT, 0};
         return ::poll(&entry, 1, 0) == 0;
     }
     /// Answers the next command of another thread, however late that thread comes to look.
@@ -162,26 +156,6 @@ struct Moment
     bool fillsTheLine = false;
 };
 
-class LetGo : public OwnedLine, public testing::WithParamInterface<Moment>
-{
-};
-
-TEST_P(LetGo, EndsWhatIsInProgressAndLeavesTheLineFree)
-{
-    pty.write(GetParam().fromChip);
-    std::thread activity(GetParam().activity);
-    EXPECT_TRUE(waitUntil([this] { return GetParam().fillsTheLine ? isFull() : GetParam().reached(pty); }));
-    LineOwner::letGo();
-    EXPECT_EQ(openLines(), 0);
-    EXPECT_FALSE(isExclusive());
-    activity.join();
-    (void)pty.readAvailable();
-    EXPECT_FALSE(command());
-    EXPECT_EQ(pty.readAvailable(), "");
-    take();
-    EXPECT_TRUE(commandWorks());
-}
-
 bool nothingWaits(const Pty&)
 {
     return uartRxPeek() == 0;
@@ -192,23 +166,46 @@ bool commandArrived(const Pty& chip)
     return chip.read(kCommand.size()) == kCommand;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, LetGo,
-    testing::Values(Moment{"WhileAnEventIsAwaited", [] { EXPECT_EQ(gecko_wait_event(), nullptr); }, "",
-                           nothingWaits},
-                    Moment{"WhileAnEventIsCutShort", [] { EXPECT_EQ(gecko_wait_event(), nullptr); },
-                           kEvent.substr(0, 5), nothingWaits},
-                    Moment{"WhileACommandWaits", [] { EXPECT_FALSE(command()); }, "", commandArrived},
-                    Moment{"WhileAResponseIsCutShort", [] { EXPECT_FALSE(command()); },
-                           kResponse.substr(0, 5), nothingWaits},
-                    Moment{"WhileAWriterIsHeld",
-                           [] {
-                               const std::uint8_t bytes[260] = {};
-                               while (uartTx(sizeof bytes, bytes) != -1) {
-                               }
-                           },
-                           "", nullptr, true}),
-    [](const auto& row) { return row.param.name; });
+void awaitEvent()
+{
+    EXPECT_EQ(gecko_wait_event(), nullptr);
+}
+
+void sendCommand()
+{
+    EXPECT_FALSE(command());
+}
+
+void writeForEver()
+{
+    const std::uint8_t bytes[260] = {};
+    while (uartTx(sizeof bytes, bytes) != -1) {
+    }
+}
+
+TEST_F(OwnedLine, EndsWhatIsInProgressWhenItIsLetGoAndIsLeftFree)
+{
+    for (const Moment& row :
+         {Moment{"while an event is awaited", awaitEvent, "", nothingWaits},
+          {"while an event is cut short", awaitEvent, kEvent.substr(0, 5), nothingWaits},
+          {"while a command waits", sendCommand, "", commandArrived},
+          {"while a response is cut short", sendCommand, kResponse.substr(0, 5), nothingWaits},
+          {"while a writer is held", writeForEver, "", nullptr, true}}) {
+        SCOPED_TRACE(row.name);
+        pty.write(row.fromChip);
+        std::thread activity(row.activity);
+        EXPECT_TRUE(waitUntil([&] { return row.fillsTheLine ? isFull() : row.reached(pty); }));
+        LineOwner::letGo();
+        EXPECT_EQ(openLines(), 0);
+        EXPECT_FALSE(isExclusive());
+        activity.join();
+        (void)pty.readAvailable();
+        EXPECT_FALSE(command());
+        EXPECT_EQ(pty.readAvailable(), "");
+        take();
+        EXPECT_TRUE(commandWorks());
+    }
+}
 
 TEST_F(OwnedLine, EndsItsWaitsWhenItHangsUp)
 {

@@ -9,8 +9,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 
 #include <thread>
@@ -20,7 +18,6 @@ using testing::ElementsAre;
 using testsupport::Pty;
 using testsupport::Rows;
 using testsupport::StdoutCapture;
-using testsupport::UniqueFd;
 
 constexpr std::uint32_t kBaud = 115200;
 
@@ -31,11 +28,6 @@ protected:
     {
         const StdoutCapture quiet;
         uartClose();
-    }
-    /// The terminal behind the code's back.
-    [[nodiscard]] UniqueFd slave() const
-    {
-        return UniqueFd(::open(pty.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     }
     void open() const { ASSERT_EQ(uartOpen(pty.slavePath().c_str(), kBaud, 1, 100), 0); }
 
@@ -52,23 +44,22 @@ TEST_F(SerialLine, HasItsTermiosInForceAfterOpen)
         speed_t speed;
         unsigned vmin, vtime;
     };
-    const UniqueFd line = slave();
     for (const Row& row : {Row{"as for the co-processor", 115200, 1, 100, B115200, 0, 1},
                            Row{"blocking reads", 9600, 0, -1, B9600, 1, 0},
                            Row{"reads that do not wait", 300, 1, 0, B300, 0, 0},
                            Row{"the longest time-out", 57600, 0, 1000000, B57600, 0, 255}}) {
         SCOPED_TRACE(row.name);
         termios found = {};
-        ::tcgetattr(line.get(), &found);
+        ::tcgetattr(pty.slave(), &found);
         found.c_iflag = ICRNL | IXON | ISTRIP;
         found.c_oflag = OPOST | ONLCR;
         found.c_lflag = ICANON | ECHO | ISIG;
         found.c_cflag |= CSTOPB | CRTSCTS;
-        ::tcsetattr(line.get(), TCSANOW, &found);
+        ::tcsetattr(pty.slave(), TCSANOW, &found);
 
         ASSERT_EQ(uartOpen(pty.slavePath().c_str(), row.baud, row.flowControl, row.timeoutMs), 0);
 
-        ::tcgetattr(line.get(), &found);
+        ::tcgetattr(pty.slave(), &found);
         EXPECT_EQ(found.c_iflag, tcflag_t{IGNBRK});
         EXPECT_EQ(found.c_oflag, 0U);
         EXPECT_EQ(found.c_lflag, 0U);

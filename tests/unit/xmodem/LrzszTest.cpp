@@ -2,15 +2,12 @@
 #include "Process.h"
 #include "Pty.h"
 #include "TempDir.h"
-#include "UniqueFd.h"
 #include "Wait.h"
 #include "xymodem.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <random>
 #include <thread>
 
 namespace {
@@ -46,11 +43,10 @@ class Line
 public:
     explicit Line(const std::string& outputPath, const std::string& options)
         : receiver(m_receiverEnd.slavePath(), outputPath, options),
-          m_senderSlave(::open(m_senderEnd.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)),
           m_relay([this](const std::stop_token& stop) { relay(stop); })
     {
     }
-    [[nodiscard]] int sender() const { return m_senderSlave.get(); }
+    [[nodiscard]] int sender() const { return m_senderEnd.slave(); }
 
 private:
     static void forward(const testsupport::Pty& from, const testsupport::Pty& to)
@@ -82,18 +78,8 @@ public:
     Rx receiver;
 
 private:
-    testsupport::UniqueFd m_senderSlave;
     std::jthread m_relay;
 };
-
-std::string randomImage(std::size_t size)
-{
-    std::mt19937 random(static_cast<unsigned>(size));
-    std::string image(size, '\0');
-    for (char& byte : image)
-        byte = static_cast<char>(random());
-    return image;
-}
 
 TEST(LrzszReceiver, GetsTheFile)
 {
@@ -105,7 +91,7 @@ TEST(LrzszReceiver, GetsTheFile)
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.size) + " bytes " + row.options);
         const testsupport::TempDir directory;
-        std::string image = randomImage(row.size);
+        std::string image = testsupport::content(row.size);
         const std::string path = directory.write("image", image);
         Line line(directory.file("received"), row.options);
         EXPECT_EQ(xymodem_send(line.sender(), path.c_str(), true), 0);

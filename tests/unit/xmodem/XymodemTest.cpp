@@ -1,12 +1,10 @@
 #include "Pty.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
-#include "UniqueFd.h"
 #include "crc16.h"
 #include "facade/LogFacade.h"
 #include "xymodem.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -17,18 +15,11 @@ namespace {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 using testing::ElementsAre;
+using testsupport::content;
 
 constexpr char kAck = '\x06';
 constexpr char kNak = '\x15';
 constexpr std::size_t kPacketLength = 133;
-
-std::string imageOf(std::size_t size)
-{
-    std::string image(size, '\0');
-    for (std::size_t at = 0; at < size; ++at)
-        image[at] = static_cast<char>(at * 7 + at / 251);
-    return image;
-}
 
 /// The packet that carries block @p index (from 0) of an image.
 std::string packetOf(const std::string& image, std::size_t index)
@@ -49,7 +40,7 @@ protected:
     void start(const std::string& path, bool waitForReceiver = true)
     {
         sender = std::async(std::launch::async, [this, path, waitForReceiver] {
-            return xymodem_send(slave.get(), path.c_str(), waitForReceiver);
+            return xymodem_send(line.slave(), path.c_str(), waitForReceiver);
         });
     }
     /// The next packet or single byte of the sender; empty when it has ended.
@@ -79,7 +70,6 @@ protected:
 
     testsupport::TempDir directory;
     testsupport::Pty line;
-    testsupport::UniqueFd slave{::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
     std::future<int> sender;
 };
 
@@ -114,7 +104,7 @@ TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string image = imageOf(row.size);
+        const std::string image = content(row.size);
         start(directory.write("image", image));
         const auto received = play(row.opening, row.answers);
         std::vector<std::string> expected;
@@ -129,7 +119,7 @@ TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
 
 TEST_F(XmodemSender, StartsAtOnceWhenItIsNotToWait)
 {
-    const std::string image = imageOf(200);
+    const std::string image = content(200);
     start(directory.write("image", image), false);
     EXPECT_THAT(play("", ""), ElementsAre(packetOf(image, 0), packetOf(image, 1), "\x04"));
     EXPECT_EQ(sender.get(), 0);
@@ -137,7 +127,7 @@ TEST_F(XmodemSender, StartsAtOnceWhenItIsNotToWait)
 
 TEST_F(XmodemSender, LogsItsProgressAndTheReceiversWordsWhenItGivesUp)
 {
-    const std::string path = directory.write("image", imageOf(129));
+    const std::string path = directory.write("image", content(129));
     const testsupport::StdoutCapture log;
     start(path);
     (void)play("C", std::string{kNak, '\0', kAck} + k55 + "f");
@@ -157,11 +147,10 @@ TEST_F(XmodemSender, LogsItsProgressAndTheReceiversWordsWhenItGivesUp)
 
 TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
 {
-    const std::string path = directory.write("image", imageOf(1000));
+    const std::string path = directory.write("image", content(1000));
     for (const bool beforeTheStart : {true, false}) {
         SCOPED_TRACE(beforeTheStart ? "before the 'C'" : "after two blocks");
         line = testsupport::Pty();
-        slave = testsupport::UniqueFd(::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
         const testsupport::StdoutCapture log;
         start(path);
         if (!beforeTheStart) {
@@ -188,7 +177,7 @@ TEST_F(XmodemSender, SendsOnlyRegularFilesOverOpenLines)
     for (const Row& row : {Row{directory.file("missing"), -ENOENT}, Row{directory.file("fifo"), -EINVAL},
                            Row{directory.path(), -EINVAL}, Row{"/dev/null", -EINVAL}}) {
         SCOPED_TRACE(row.path);
-        EXPECT_EQ(xymodem_send(slave.get(), row.path.c_str(), true), row.result);
+        EXPECT_EQ(xymodem_send(line.slave(), row.path.c_str(), true), row.result);
     }
     EXPECT_EQ(xymodem_send(-1, directory.write("image", "x").c_str(), false), -EBADF);
     EXPECT_EQ(line.readAvailable(), "");
@@ -199,7 +188,7 @@ TEST_F(XmodemSender, AFileThatShrinksEndsTheTransfer)
     // To nothing, within the page that is being sent, and within a later one.
     for (const off_t newSize : {0, 200, 5000}) {
         SCOPED_TRACE(newSize);
-        const std::string image = imageOf(20000);
+        const std::string image = content(20000);
         const std::string path = directory.write("image", image);
         start(path);
         line.write("C");
