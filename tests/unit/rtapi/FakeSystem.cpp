@@ -2,7 +2,6 @@
 
 #include <semaphore.h>
 
-#include <atomic>
 #include <cerrno>
 #include <utility>
 

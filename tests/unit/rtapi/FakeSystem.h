@@ -1,10 +1,16 @@
 #pragma once
 
+#include "StdoutCapture.h"
 #include "facade/LogFacade.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <ctime>
+#include <string>
+#include <vector>
+
+using Lines = std::vector<std::string>;
 
 /// A test that may set log levels.
 class RuntimeTest : public testing::Test

@@ -2,15 +2,10 @@
 #include "Rows.h"
 #include "mailbox/MailBox.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <semaphore>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 using testsupport::Rows;

@@ -1,19 +1,13 @@
 #include "FakeSystem.h"
-#include "StdoutCapture.h"
 #include "semaphore/MutexPosix.h"
 #include "semaphore/SemPosix.h"
-
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
-#include <vector>
 
 namespace {
 using testsupport::StdoutCapture;
-using Lines = std::vector<std::string>;
 
 TEST(MutexPosix, ReportsAFailedWaitButWaitsOnAfterASignalHandler)
 {

@@ -1,14 +1,9 @@
 #include "FakeSystem.h"
 #include "Rows.h"
-#include "StdoutCapture.h"
 #include "Wait.h"
 #include "signalHandler/SignalHandler.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
-#include <string>
-#include <vector>
 
 namespace {
 using testsupport::Rows;

@@ -1,17 +1,10 @@
 #include "FakeSystem.h"
-#include "StdoutCapture.h"
 #include "thread/TaskCollection.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <atomic>
-#include <string>
-#include <vector>
 
 namespace {
 using testsupport::StdoutCapture;
-using Lines = std::vector<std::string>;
 
 constexpr int kMessageSize = 4;
 TaskCollection* running = nullptr;  // what the bodies of the tasks work with

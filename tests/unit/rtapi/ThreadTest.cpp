@@ -1,22 +1,15 @@
 #include "FakeSystem.h"
-#include "StdoutCapture.h"
 #include "thread/Thread.h"
-
-#include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <csignal>
 #include <functional>
 #include <semaphore>
-#include <string>
-#include <vector>
 
 namespace {
 using testsupport::StdoutCapture;
-using Lines = std::vector<std::string>;
 
 class TestThread : public Thread
 {
