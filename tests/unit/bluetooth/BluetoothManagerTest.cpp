@@ -2,31 +2,16 @@
 
 #include "BluetoothManager.h"
 
-#include "GBSSlave.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
-#include "efr32sim/Chip.h"
-#include "efr32sim/Phone.h"
-#include "facade/LogFacade.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include "SimulatedStation.h"
 
 #include <functional>
-#include <iostream>
 #include <mutex>
-#include <string>
 #include <vector>
 
 namespace {
-using efr32sim::CommandId;
-using efr32sim::EventKind;
-using efr32sim::Phone;
-using testsupport::waitUntil;
 using Names = std::vector<std::string>;
 
 constexpr CommandId kConfigureSecurity{0x0F, 0x01};
-constexpr CommandId kStartAdvertising{0x03, 0x14};
 
 /// The order in which signals came, on whatever thread.
 class Recorder
@@ -90,15 +75,12 @@ private:
     std::function<void(const std::string&)> m_hook;
 };
 
-class BluetoothManagerTest : public testing::Test
+class BluetoothManagerTest : public SimulatedStation
 {
 protected:
     BluetoothManagerTest()
     {
         LogFacade::setLevel("BriscaService", LogLevel::Trace);
-        chip.start();
-        auto booted = chip.followFromStart();
-        EXPECT_TRUE(booted.waitFor(EventKind::BootSent));
         manager.setUartName(chip.slavePath().c_str());
     }
     ~BluetoothManagerTest() override
@@ -106,8 +88,6 @@ protected:
         signals.onSignal({});
         manager.resetBleStartedFlag();
         manager.onConnectionStatusChanged(false);
-        if (HasFailure())
-            std::cerr << capture.text() << chip.events().dump();
     }
 
     /// As the firmware state enters: reset, initialise, start; the chip boots meanwhile.
@@ -127,18 +107,9 @@ protected:
         return capture.count(std::string("[BriscaService.comm.BluetoothManager] ") + text);
     }
 
-    efr32sim::Chip chip{{.powerOn = efr32sim::Mode::Firmware}};
     BluetoothManager& manager = BluetoothManager::instance();
-    testsupport::StdoutCapture capture;
     Recorder signals{manager};
 };
-
-efr32sim::EventCursor::Filter command(CommandId wanted)
-{
-    return [wanted](const efr32sim::Event& event) {
-        return event.number("class") == wanted.classId && event.number("id") == wanted.id;
-    };
-}
 
 TEST_F(BluetoothManagerTest, WithoutADeviceTheStackIsNotInitialised)
 {
@@ -156,8 +127,8 @@ TEST_F(BluetoothManagerTest, TheBootEventConfiguresAnnouncesAndAdvertises)
     ASSERT_TRUE(enter());
     const auto configured = events.waitFor(EventKind::Command);
     ASSERT_TRUE(configured);
-    EXPECT_TRUE(command(kConfigureSecurity)(*configured));
-    EXPECT_EQ(configured->bytes("payload"), (efr32sim::Bytes{4, 3}));
+    EXPECT_TRUE(isCommand(kConfigureSecurity)(*configured));
+    EXPECT_EQ(configured->bytes("payload"), (Bytes{4, 3}));
     ASSERT_TRUE(events.waitFor(EventKind::Advertising));
     EXPECT_EQ(chip.air().duration, 0);
     EXPECT_EQ(signals.names(), Names{"bleIsStarted"});
@@ -207,8 +178,8 @@ TEST_F(BluetoothManagerTest, ConnectionsAreReportedAndTheStationAdvertisesAgain)
 
     // The same end once more is no news, but advertised after all the same.
     auto events = chip.follow();
-    ASSERT_TRUE(chip.sendEvent(0x08, 0x01, efr32sim::Bytes{0x13, 0x02, 1}));
-    EXPECT_TRUE(events.waitFor(EventKind::Command, command(kStartAdvertising)));
+    ASSERT_TRUE(chip.sendEvent(0x08, 0x01, Bytes{0x13, 0x02, 1}));
+    EXPECT_TRUE(events.waitFor(EventKind::Command, isCommand(kStartAdvertising)));
     ASSERT_TRUE(phone.connect());
     EXPECT_TRUE(
         signals.waitFor({"bleIsStarted", "newDeviceConnected", "deviceDisconnected", "newDeviceConnected"}));

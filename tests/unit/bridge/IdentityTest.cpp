@@ -2,37 +2,26 @@
 
 #include "DeviceName.h"
 #include "SimulatedStation.h"
-#include "Wait.h"
 
-#include <QByteArray>
-#include <string>
 #include <thread>
 
 namespace {
-using efr32sim::Bytes;
-using efr32sim::CommandId;
-using efr32sim::EventKind;
 using efr32sim::Fault;
 using efr32sim::FaultKind;
 
 constexpr CommandId kSetAdvertisingData{0x03, 0x0C};
 constexpr CommandId kSetChannelMap{0x03, 0x0F};
-constexpr CommandId kStartAdvertising{0x03, 0x14};
 constexpr CommandId kGetAddress{0x01, 0x03};
 
 class IdentityTest : public SimulatedStation
 {
 protected:
-    static bool is(const efr32sim::Event& event, CommandId command)
-    {
-        return event.number("class") == command.classId && event.number("id") == command.id;
-    }
     /// How often the chip was asked to advertise since the cursor was made.
     static int starts(efr32sim::EventCursor& events)
     {
         int count = 0;
         while (const auto event = events.next(std::chrono::milliseconds(0)))
-            if (event->kind == EventKind::Command && is(*event, kStartAdvertising))
+            if (event->kind == EventKind::Command && isCommand(kStartAdvertising)(*event))
                 ++count;
         return count;
     }
@@ -82,7 +71,7 @@ TEST_F(IdentityTest, TheNameIsCutAt31BytesAndOnTheAirWhenItFitsTheScanResponse)
     for (const NameRow& row : rows) {
         SCOPED_TRACE(row.name.toStdString());
         ASSERT_TRUE(enter(row.name));
-        ASSERT_TRUE(efr32sim::Phone(chip).scan());
+        ASSERT_TRUE(Phone(chip).scan());
         std::uint8_t length = 0xFF;
         const std::uint8_t* const name = giveDeviceName(&length);
         EXPECT_EQ(std::string(name, name + length), row.given);
@@ -141,8 +130,7 @@ TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
     chip.inject(Fault{.kind = FaultKind::ErrorResponse, .count = 0, .command = kStartAdvertising});
     std::thread eventTask([] { stack().startAdvertising(0); });
     for (int asked = 0; asked < 3; ++asked)
-        EXPECT_TRUE(events.waitFor(EventKind::Command,
-                                   [](const auto& event) { return is(event, kStartAdvertising); }));
+        EXPECT_TRUE(events.waitFor(EventKind::Command, isCommand(kStartAdvertising)));
     GBSSlave_LetGoLine();
     events = chip.follow();
     eventTask.join();
@@ -158,7 +146,7 @@ TEST_F(IdentityTest, AskingEndsWhenAPhoneConnectsBecauseOnlyTheResponsesWereLost
         while (!chip.link().connected)  // also when a busy machine loses a response before
             stack().startAdvertising(0);
     });
-    efr32sim::Phone phone(chip);
+    Phone phone(chip);
     EXPECT_TRUE(phone.connect(std::chrono::seconds(30)));
     eventTask.join();
     EXPECT_TRUE(chip.link().connected) << "the phone is still there when the asking has ended";
@@ -171,7 +159,7 @@ TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
     chip.inject(Fault{
         .kind = FaultKind::LateResponse, .command = kSetChannelMap, .delay = std::chrono::milliseconds(20)});
     std::thread eventTask([] { stack().startAdvertising(0); });
-    EXPECT_TRUE(testsupport::waitUntil([&] { return stack().getBriscaState() == 2; }));
+    EXPECT_TRUE(waitUntil([&] { return stack().getBriscaState() == 2; }));
     GBSSlave_LetGoLine();
     eventTask.join();
 }
@@ -179,7 +167,7 @@ TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
 TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
 {
     ASSERT_TRUE(enter());
-    ASSERT_TRUE(efr32sim::Phone(chip).scan());
+    ASSERT_TRUE(Phone(chip).scan());
     GBSSlave_LetGoLine();
     ASSERT_TRUE(init());
     EXPECT_FALSE(stack().isStarted());
@@ -187,9 +175,9 @@ TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
     chip.reboot();
     ASSERT_TRUE(events.waitFor(EventKind::BootSent));
     // The event pump looks every 10 ms.
-    EXPECT_FALSE(efr32sim::Phone(chip).scan(std::chrono::milliseconds(300)));
+    EXPECT_FALSE(Phone(chip).scan(std::chrono::milliseconds(300)));
     stack().startStack();
     EXPECT_TRUE(stack().isStarted());
-    EXPECT_TRUE(efr32sim::Phone(chip).scan());
+    EXPECT_TRUE(Phone(chip).scan());
 }
 }  // namespace

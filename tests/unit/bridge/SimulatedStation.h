@@ -3,6 +3,7 @@
 #include "Brisca.h"
 #include "GBSSlave.h"
 #include "StdoutCapture.h"
+#include "Wait.h"
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
 #include "facade/LogFacade.h"
@@ -10,6 +11,23 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
+#include <string>
+
+using efr32sim::Bytes;
+using efr32sim::CommandId;
+using efr32sim::EventKind;
+using efr32sim::Phone;
+using testsupport::waitUntil;
+
+constexpr CommandId kStartAdvertising{0x03, 0x14};
+
+/// A chip's event that is this command.
+inline efr32sim::EventCursor::Filter isCommand(CommandId wanted)
+{
+    return [wanted](const efr32sim::Event& event) {
+        return event.number("class") == wanted.classId && event.number("id") == wanted.id;
+    };
+}
 
 /// The bridge of this process over a simulated chip that runs its firmware. The stack object lives as long as
 /// the tasks, that is to the end of the process; every test has a chip of its own.
@@ -21,7 +39,7 @@ protected:
         LogFacade::setLevel("Brisca", LogLevel::Trace);
         chip.start();
         auto booted = chip.followFromStart();
-        EXPECT_TRUE(booted.waitFor(efr32sim::EventKind::BootSent));
+        EXPECT_TRUE(booted.waitFor(EventKind::BootSent));
     }
     ~SimulatedStation() override
     {
