@@ -1,7 +1,7 @@
 // Each case crashes a process of its own and looks at what it leaves. Plain signals are left to the tests of
 // the whole service.
 #include "FatalSignals.h"
-#include "facade/Log.h"
+#include "Rows.h"
 #include "thread/Thread.h"
 
 #include <gtest/gtest.h>
@@ -83,41 +83,27 @@ void crashOnManyThreads()
         pause();
 }
 
-struct Case
+/// The log goes where death tests look.
+void run(void (*body)())
 {
-    const char* name;
-    void (*body)();
-    const char* line;
-};
-void PrintTo(const Case& row, std::ostream* out)
-{
-    *out << row.name;
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+    installFatalSignalHandler();
+    body();
+    std::exit(0);
 }
-class Crash : public testing::TestWithParam<Case>
-{
-protected:
-    /// The log goes where death tests look.
-    void run() const
-    {
-        ::dup2(STDERR_FILENO, STDOUT_FILENO);
-        installFatalSignalHandler();
-        GetParam().body();
-        std::exit(0);
-    }
-};
 
-TEST_P(Crash, LeavesItsLineABacktraceAndStatusOne)
+TEST(Crash, LeavesItsLineABacktraceAndStatusOne)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(run(), testing::ExitedWithCode(1), std::string(GetParam().line) + kBacktrace);
+    for (const auto& [name, body, line] : testsupport::Rows<void (*)(), std::string>{
+             {"stack overflow", overflowStack, kSegvLine},
+             {"stack overflow on a task", [] { onThread(overflowStack); }, kSegvLine},
+             {"a second fault inside exit", crashInsideExit, kSegvLine},
+             {"abort inside exit", abortInsideExit, "Signal 6 detected in brisca service"},
+             {"an exit that never ends", waitInsideExit, kSegvLine},
+             {"many threads at once", crashOnManyThreads, kSegvLine}}) {
+        SCOPED_TRACE(name);
+        EXPECT_EXIT(run(body), testing::ExitedWithCode(1), line + kBacktrace);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Crash,
-    testing::Values(Case{"stack overflow", overflowStack, kSegvLine},
-                    Case{"stack overflow on a task", [] { onThread(overflowStack); }, kSegvLine},
-                    Case{"a second fault inside exit", crashInsideExit, kSegvLine},
-                    Case{"abort inside exit", abortInsideExit, "Signal 6 detected in brisca service"},
-                    Case{"an exit that never ends", waitInsideExit, kSegvLine},
-                    Case{"many threads at once", crashOnManyThreads, kSegvLine}));
 }  // namespace
