@@ -5,6 +5,7 @@
 #include <termios.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace testsupport {
