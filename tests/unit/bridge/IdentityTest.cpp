@@ -12,6 +12,7 @@ using efr32sim::FaultKind;
 constexpr CommandId kSetAdvertisingData{0x03, 0x0C};
 constexpr CommandId kSetChannelMap{0x03, 0x0F};
 constexpr CommandId kGetAddress{0x01, 0x03};
+constexpr CommandId kConnectionOpened{0x08, 0x00};
 
 class IdentityTest : public SimulatedStation
 {
@@ -141,15 +142,19 @@ TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
 TEST_F(IdentityTest, AskingEndsWhenAPhoneConnectsBecauseOnlyTheResponsesWereLost)
 {
     ASSERT_TRUE(init());
-    chip.inject(Fault{.kind = FaultKind::LostResponse, .count = 4, .command = kStartAdvertising});
-    std::thread eventTask([this] {
-        while (!chip.link().connected)  // also when a busy machine loses a response before
-            stack().startAdvertising(0);
-    });
-    Phone phone(chip);
-    EXPECT_TRUE(phone.connect(std::chrono::seconds(30)));
-    eventTask.join();
-    EXPECT_TRUE(chip.link().connected) << "the phone is still there when the asking has ended";
+    for (const bool isEventLost : {true, false}) {
+        chip.inject(Fault{.kind = FaultKind::LostResponse, .count = 4, .command = kStartAdvertising});
+        if (isEventLost)
+            chip.inject(Fault{.kind = FaultKind::LostEvent, .command = kConnectionOpened});
+        std::thread eventTask([this] {
+            while (!chip.link().connected)  // also when a busy machine loses a response before
+                stack().startAdvertising(0);
+        });
+        Phone phone(chip);
+        EXPECT_TRUE(phone.connect(std::chrono::seconds(30)));
+        eventTask.join();
+        EXPECT_TRUE(chip.link().connected) << "the phone is still there when the asking has ended";
+    }
 }
 
 TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)

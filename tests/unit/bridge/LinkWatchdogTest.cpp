@@ -25,6 +25,7 @@ TEST(LinkWatchdogTest, AlarmsOnceAPeriodThatTheLinkStaysAsItIs)
         std::string seconds;  // off the air ('s'), 'a'dvertising, 'c'onnected; 'e': connected, an event comes
         std::string alarms;   // second and first letter of what is to be done
         std::string refreshes = "";  // those that succeed
+        std::string again = "";      // those that are to be tried again
     } rows[] = {
         {"never while stopped", "...............", ""},
         {"after ten seconds off the air", ".ssssssssssss", "11A"},
@@ -36,6 +37,10 @@ TEST(LinkWatchdogTest, AlarmsOnceAPeriodThatTheLinkStaysAsItIs)
          "10C 20C 30C 40C 50C 60R 70C 80C 90C 100C 110C 120R", "60R 120R"},
         {"refreshed in vain", minute + minute.substr(0, 21), "10C 20C 30C 40C 50C 60R 70R 80R", "80R"},
         {"interrupted by a phone", minute + "c" + minute, "10C 20C 30C 40C 50C 71C 81C 91C 101C 111C"},
+        {"doubted once", minute.substr(0, 25), "10C 11C 21C", "", "10C"},
+        {"refreshed again, each time once", minute + minute.substr(0, 21),
+         "10C 20C 30C 40C 50C 60R 61R 71R 72R", "", "60R 61R 71R"},
+        {"off the air by a refresh", minute + "as", "10C 20C 30C 40C 50C 60R 61A", "", "60R"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -59,11 +64,13 @@ TEST(LinkWatchdogTest, AlarmsOnceAPeriodThatTheLinkStaysAsItIs)
                 const std::string text = std::to_string(second) + " ACR"[static_cast<int>(alarm)];
                 if (row.refreshes.find(text) != std::string::npos)
                     watchdog.refreshed();
+                if (row.again.find(text) != std::string::npos)
+                    watchdog.again();
                 alarms += (alarms.empty() ? "" : " ") + text;
             }
         }
         EXPECT_EQ(alarms, row.alarms);
-        EXPECT_EQ(looks, row.seconds.size()) << "a look takes a lock: one a second";
+        EXPECT_EQ(looks, row.seconds.size()) << "one a second";
     }
 }
 }  // namespace

@@ -32,11 +32,16 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
 {
     const auto disconnects = [this] { phone.disconnect(); };
     const auto connects = [this] { EXPECT_TRUE(phone.connect()); };
+    const auto changes = [this] {
+        phone.disconnect();
+        EXPECT_TRUE(phone.connect());
+    };
     const auto restarts = [] { station().chip.reboot(); };
     const Fault lostEnd{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x01}};
     const Fault lostBeginning{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x00}};
     const Fault lostBoot{.kind = FaultKind::LostBoot};
     const Fault lostAnswer{.kind = FaultKind::LostResponse, .skip = 1, .command = CommandId{0x03, 0x0C}};
+    const Fault lostStarts{.kind = FaultKind::LostResponse, .count = 4, .command = CommandId{0x03, 0x14}};
     const char* const end = "<NOTIC> [NCP_MANAGER] Event lost: no phone is connected any more";
     const char* const beginning = "<NOTIC> [NCP_MANAGER] Event lost: a phone is connected";
     const char* const silence = "<NOTIC> [Brisca] Neither advertising nor connected for 10 s";
@@ -44,16 +49,22 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     {
         const char* name;
         int before;  // link state
-        Fault fault;
+        std::vector<Fault> faults;
         std::function<void()> deed;
         const char* line;
         bool mayBeARestart = true;
     } rows[] = {
-        {"the end of a connection", kConnected, lostEnd, disconnects, end},
-        {"the beginning of a connection", kAdvertising, lostBeginning, connects, beginning, false},
-        {"the restart of a connected chip", kConnected, lostBoot, restarts, end},
-        {"the restart of an advertising chip", kAdvertising, lostBoot, restarts, ""},
-        {"the answer to the advertising data", kConnected, lostAnswer, disconnects, silence},
+        {"the end of a connection", kConnected, {lostEnd}, disconnects, end},
+        {"the beginning of a connection", kAdvertising, {lostBeginning}, connects, beginning, false},
+        {"the restart of a connected chip", kConnected, {lostBoot}, restarts, end},
+        {"the restart of an advertising chip", kAdvertising, {lostBoot}, restarts, ""},
+        {"the answer to the advertising data", kConnected, {lostAnswer}, disconnects, silence},
+        {"the answers to the start, and the next beginning",
+         kConnected,
+         {lostStarts, lostBeginning},
+         changes,
+         beginning,
+         false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -62,7 +73,8 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
             phone.disconnect();
         ASSERT_TRUE(reaches(row.before));
         auto events = station().chip.follow();
-        station().chip.inject(row.fault);
+        for (const Fault& fault : row.faults)
+            station().chip.inject(fault);
         row.deed();
         ASSERT_TRUE(waitUntil([&] { return log.contains(row.line); }));
         ASSERT_TRUE(phone.connected() || phone.connect());

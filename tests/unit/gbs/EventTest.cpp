@@ -280,29 +280,34 @@ TEST_F(Events, ThatWereLostAreToldWhenTheChipIsAskedForItsConnection)
     const std::string closed = event("08 01", "13 02 01");
     const std::string boot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
     const auto answer = [](const char* result) { return response("08 01", result); };
+    const std::string open = answer("00 00");
+    const std::string none = answer("01 01");
+    const std::string rssi = event("08 03", "01 00 C4");
     const Lines end = {"event 010800A0"};
     const Lines beginning = {"event 000800A0"};
     const struct
     {
         const char* name;
         tGBS_LinkState believed;
-        std::string sent;  // by the chip when it is asked
-        tGBS_LinkCheck expected;
+        Lines sent;               // by the chip, each time it is asked
+        tGBS_LinkCheck expected;  // of the last question
         Lines told = {};
     } rows[] = {
-        {"open", GBS_LINK_CONNECTED, answer("00 00"), GBS_LINK_CHECK_AGREES},
-        {"ended: no such connection", GBS_LINK_CONNECTED, answer("01 01"), GBS_LINK_CHECK_ENDED, end},
-        {"ended: not connected", GBS_LINK_CONNECTED, answer("86 01"), GBS_LINK_CHECK_ENDED, end},
-        {"another error", GBS_LINK_CONNECTED, answer("81 01"), GBS_LINK_CHECK_UNKNOWN},
-        {"no answer", GBS_LINK_CONNECTED, "", GBS_LINK_CHECK_UNKNOWN},
-        {"its end is on the way", GBS_LINK_CONNECTED, closed + answer("01 01"), GBS_LINK_CHECK_UNKNOWN},
-        {"a boot is on the way", GBS_LINK_CONNECTED, boot + answer("01 01"), GBS_LINK_CHECK_UNKNOWN},
-        {"none", GBS_LINK_ADVERTISING, answer("01 01"), GBS_LINK_CHECK_AGREES},
-        {"begun", GBS_LINK_ADVERTISING, answer("00 00") + event("08 03", "01 00 C4"), GBS_LINK_CHECK_BEGUN,
-         beginning},
-        {"its beginning is on the way", GBS_LINK_ADVERTISING, opened + answer("00 00"),
-         GBS_LINK_CHECK_UNKNOWN},
-        {"neither advertising nor connected", GBS_LINK_READY, answer("00 00"), GBS_LINK_CHECK_UNKNOWN},
+        {"open", GBS_LINK_CONNECTED, {open}, GBS_LINK_CHECK_AGREES},
+        {"ended: no such connection", GBS_LINK_CONNECTED, {none, none}, GBS_LINK_CHECK_ENDED, end},
+        {"ended: not connected", GBS_LINK_CONNECTED, {none, answer("86 01")}, GBS_LINK_CHECK_ENDED, end},
+        {"ended: said once", GBS_LINK_CONNECTED, {none}, GBS_LINK_CHECK_DOUBTED},
+        {"ended: denied between", GBS_LINK_CONNECTED, {none, open, none}, GBS_LINK_CHECK_DOUBTED},
+        {"ended: silence between", GBS_LINK_CONNECTED, {none, "", none}, GBS_LINK_CHECK_DOUBTED},
+        {"another error", GBS_LINK_CONNECTED, {answer("81 01")}, GBS_LINK_CHECK_UNKNOWN},
+        {"no answer", GBS_LINK_CONNECTED, {""}, GBS_LINK_CHECK_UNKNOWN},
+        {"its end is on the way", GBS_LINK_CONNECTED, {none, closed + none}, GBS_LINK_CHECK_UNKNOWN},
+        {"a boot is on the way", GBS_LINK_CONNECTED, {none, boot + none}, GBS_LINK_CHECK_UNKNOWN},
+        {"none", GBS_LINK_ADVERTISING, {none}, GBS_LINK_CHECK_AGREES},
+        {"begun: said once", GBS_LINK_ADVERTISING, {open + rssi}, GBS_LINK_CHECK_DOUBTED},
+        {"begun", GBS_LINK_ADVERTISING, {open + rssi, open + rssi}, GBS_LINK_CHECK_BEGUN, beginning},
+        {"its beginning is on the way", GBS_LINK_ADVERTISING, {opened + open}, GBS_LINK_CHECK_UNKNOWN},
+        {"neither advertising nor connected", GBS_LINK_READY, {open, open}, GBS_LINK_CHECK_UNKNOWN},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -312,10 +317,15 @@ TEST_F(Events, ThatWereLostAreToldWhenTheChipIsAskedForItsConnection)
             NCPManager_StartAdvertising(4, 2);
         m_chip.takeCommands();
         journal.clear();
-        m_chip.answerWith([&](const std::string&) { return row.sent; });
-        EXPECT_EQ(GBSSlave_CheckLink(), row.expected);
-        EXPECT_TRUE(m_chip.allUnderApiLock());
-        EXPECT_EQ(m_chip.takeCommands(), "08 01: 01");
+        tGBS_LinkCheck check = GBS_LINK_CHECK_AGREES;
+        for (const std::string& sent : row.sent) {
+            EXPECT_EQ(journal, Lines{}) << "told too early";
+            m_chip.answerWith([&](const std::string&) { return sent; });
+            check = GBSSlave_CheckLink();
+            EXPECT_TRUE(m_chip.allUnderApiLock());
+            EXPECT_EQ(m_chip.takeCommands(), "08 01: 01");
+        }
+        EXPECT_EQ(check, row.expected);
         EXPECT_EQ(journal, row.told);
         EXPECT_EQ(GBSSlave_GetState(), row.told == end         ? GBS_LINK_READY
                                        : row.told == beginning ? GBS_LINK_CONNECTED

@@ -88,7 +88,7 @@ LinkWatchdog::Link lookAtLink(const Brisca* stack)
     using enum LinkWatchdog::Link;
     if (stack == nullptr || !stack->isStarted())
         return Stopped;
-    switch (GBSSlave_GetState()) {
+    switch (GBSSlave_PeekState()) {
         case GBS_LINK_ADVERTISING:
             return Advertising;
         case GBS_LINK_CONNECTED:
@@ -104,6 +104,27 @@ void restoreAdvertising(Brisca& stack, LinkWatchdog& watchdog)
     BRISCA_DEBUG(logNode, "Set up advertising anew");
     if (stack.refreshAdvertising())
         watchdog.refreshed();
+    else
+        watchdog.again();
+}
+
+void checkLink(Brisca& stack, LinkWatchdog& watchdog, bool refresh)
+{
+    switch (GBSSlave_CheckLink()) {
+        case GBS_LINK_CHECK_UNKNOWN:
+        case GBS_LINK_CHECK_BEGUN:
+            break;
+        case GBS_LINK_CHECK_DOUBTED:
+            watchdog.again();
+            break;
+        case GBS_LINK_CHECK_ENDED:
+            stack.configureSecurity();  // perhaps it ended by a restart
+            break;
+        case GBS_LINK_CHECK_AGREES:
+            if (refresh)
+                restoreAdvertising(stack, watchdog);
+            break;
+    }
 }
 
 void keepOnAir(LinkWatchdog& watchdog)
@@ -115,20 +136,16 @@ void keepOnAir(LinkWatchdog& watchdog)
         case None:
             break;
         case Advertise:
-            BRISCA_NOTIC(logNode, "Neither advertising nor connected for %d s, start advertising again",
-                         static_cast<int>(LinkWatchdog::kPeriod.count()));
+            if (!watchdog.isRepetition())
+                BRISCA_NOTIC(logNode, "Neither advertising nor connected for %d s, start advertising again",
+                             static_cast<int>(LinkWatchdog::kPeriod.count()));
             stack->configureSecurity();  // perhaps a boot event has been lost
             stack->startAdvertising(0);
             break;
         case Check:
-        case Refresh: {
-            const tGBS_LinkCheck check = GBSSlave_CheckLink();
-            if (check == GBS_LINK_CHECK_ENDED)
-                stack->configureSecurity();  // perhaps it ended by a restart
-            if (check == GBS_LINK_CHECK_AGREES && alarm == Refresh)
-                restoreAdvertising(*stack, watchdog);
+        case Refresh:
+            checkLink(*stack, watchdog, alarm == Refresh);
             break;
-        }
     }
 }
 

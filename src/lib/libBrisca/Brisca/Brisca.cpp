@@ -54,9 +54,9 @@ int Brisca::startStack()
     return 1;
 }
 
-void Brisca::configureSecurity()
+bool Brisca::configureSecurity()
 {
-    GBSSlave_SetFlagsAndIOCap(kSecurityFlags, kNoInputNoOutput);
+    return GBSSlave_SetFlagsAndIOCap(kSecurityFlags, kNoInputNoOutput) == 1;
 }
 
 int Brisca::getBriscaState() const

@@ -58,19 +58,20 @@ public:
     [[nodiscard]] int UpdateManufacturerSpecificData();
 
     /// Sends the advertising payloads and starts advertising, asking every 20 ms until the chip agrees or the
-    /// serial line is let go. Data that the chip refuses is one ERROR line, and nothing is advertised. Main
-    /// thread or event task.
+    /// serial line is let go or a phone is connected. Data that the chip refuses is one ERROR line, and
+    /// nothing is advertised. Main thread or event task.
     /// @param interval how long to advertise, in units of 10 ms; 0 until something stops it
     void startAdvertising(unsigned short interval);
 
     /// Stops advertising and sets up anew, security included, what a restart of the chip loses; the station
     /// advertises until something stops it. Event task.
-    /// @return false when the chip did not answer: nothing but the stop was sent then
+    /// @return false when a step failed, or a phone has just connected: nothing but the stop was sent then
     [[nodiscard]] bool refreshAdvertising();
 
     /// Tells the chip how phones pair with a station that has neither input nor output. Main thread or event
     /// task.
-    void configureSecurity();
+    /// @return whether the chip took it
+    bool configureSecurity();
 
     /// The device name given to init(). Any thread.
     [[nodiscard]] static QString GetDeviceName();

@@ -24,6 +24,7 @@ constexpr std::uint16_t kCompanyId = BRISCA_COMPANY_ID;
 constexpr std::uint8_t kAdvertisingFlags = 0x05;
 constexpr std::uint8_t kDiscoverMode = 4;  // advertise the payloads as they were built here
 constexpr unsigned kAdvertisingRetryMs = 20;
+constexpr unsigned kRefusalsPerQuestion = 20;  // about a second
 
 tGBS_ManufacturerSpecificData manufacturerRecord(Brisca::ManufacturerData data)
 {
@@ -102,10 +103,13 @@ void Brisca::startAdvertising(unsigned short interval)
     // Endless, but for the chip that agrees or the line that is taken away for a reset: from then on it would
     // knock on a line that belongs to the bootloader client, or to the next run of the stack. And but for a
     // phone that connects meanwhile: when only the response was lost the chip does advertise, and once it is
-    // connected it refuses for ever, while the event task would never come to see the connection.
-    while (true) {
+    // connected it refuses for ever, while the event task would never come to see the connection. The event
+    // of that may be lost too, so now and then the chip is asked.
+    for (unsigned refusals = 1;; ++refusals) {
         const std::uint32_t result = GBSSlave_MakeDiscoverable(kDiscoverMode, interval);
         if (result == 1 || !GBSSlave_IsLineHeld() || run != m_run || GBSSlave_IsConnectionPending())
+            return;
+        if (refusals % kRefusalsPerQuestion == 0 && GBSSlave_AskForConnection() == GBS_CONNECTION_OPEN)
             return;
         if (result == 0)
             GOS_WaitForDelay(kAdvertisingRetryMs);
@@ -116,9 +120,10 @@ bool Brisca::refreshAdvertising()
 {
     GBSSlave_EndDiscoverable();
     // Without an answer to that the chip may still advertise, and would refuse the start again and again.
-    if (GBSSlave_GetState() != GBS_LINK_READY || !isStarted())
+    // And a phone that connected before it was stopped is served first.
+    if (GBSSlave_PeekState() != GBS_LINK_READY || !isStarted() || GBSSlave_IsConnectionPending())
         return false;
-    configureSecurity();
+    const bool secured = configureSecurity();
     startAdvertising(0);
-    return true;
+    return secured && GBSSlave_PeekState() == GBS_LINK_ADVERTISING;
 }

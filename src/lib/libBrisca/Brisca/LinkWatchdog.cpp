@@ -1,5 +1,7 @@
 #include "LinkWatchdog.h"
 
+#include <utility>
+
 void LinkWatchdog::eventCame(Clock::time_point now)
 {
     if (m_link == Link::Connected)
@@ -13,10 +15,12 @@ LinkWatchdog::Alarm LinkWatchdog::note(Clock::time_point now, Link link)
         m_since = now;
         m_periods = 0;
     }
-    if (now - m_since < m_period)
+    if (now - m_since < m_period && !m_again)
         return Alarm::None;
     m_since = now;
-    ++m_periods;
+    m_isRepetition = std::exchange(m_again, false);
+    if (!m_isRepetition)
+        ++m_periods;
     switch (link) {
         case Link::Stopped:
             break;

@@ -22,14 +22,13 @@ public:
     static constexpr std::chrono::seconds kPeriod{10};
     /// Periods of advertising after which it is set up anew.
     static constexpr int kRefreshPeriods = 6;
-    /// How often the link is looked at: a look takes the API lock, which the event loop must not do each
-    /// time.
+    /// How often the link is looked at; again() waits for the next look.
     static constexpr int kLooksPerPeriod = 10;
 
     explicit LinkWatchdog(Clock::duration period = kPeriod) : m_period(period) {}
 
     /// @param look asked at most kLooksPerPeriod times a period for the Link
-    /// @return one alarm for each period that the link stays as it is
+    /// @return one alarm for each period that the link stays as it is, and those of again()
     template <class Look>
     [[nodiscard]] Alarm tick(Clock::time_point now, Look look)
     {
@@ -44,6 +43,11 @@ public:
     void eventCame(Clock::time_point now);
     /// Advertising has been set up anew; without it Refresh is repeated in the place of every Check.
     void refreshed() { m_periods = 0; }
+    /// What the alarm asked for is to be tried again at the next look, whatever the link is then. Only once:
+    /// what fails again waits for the period, because a refresh takes the station off the air.
+    void again() { m_again = !m_isRepetition; }
+    /// Whether the last alarm was one of again().
+    [[nodiscard]] bool isRepetition() const { return m_isRepetition; }
 
 private:
     Alarm note(Clock::time_point now, Link link);
@@ -53,4 +57,6 @@ private:
     Link m_link = Link::Stopped;
     Clock::time_point m_since;  // when m_link, or its current period, began
     int m_periods = 0;          // of m_link since it began or was refreshed
+    bool m_again = false;
+    bool m_isRepetition = false;
 };

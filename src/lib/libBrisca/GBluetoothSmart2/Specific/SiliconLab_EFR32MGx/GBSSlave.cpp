@@ -107,6 +107,11 @@ std::uint8_t GBSSlave_GetState()
     return locked(NCPManager_GetState);
 }
 
+std::uint8_t GBSSlave_PeekState()
+{
+    return NCPManager_GetState();
+}
+
 std::uint32_t GBSSlave_GetLinkStatus()
 {
     return GBSSlave_GetState() == GBS_LINK_CONNECTED ? 1 : 0;
@@ -151,7 +156,12 @@ tGBS_LinkCheck GBSSlave_CheckLink()
     if (!mayHandleEvents(turn))
         return GBS_LINK_CHECK_UNKNOWN;
     // Told after the lock has been released: the callbacks take it.
-    return NCPManager_TellConnection(locked(NCPManager_AskForConnection));
+    return NCPManager_TellConnection(GBSSlave_AskForConnection());
+}
+
+tGBS_ConnectionAnswer GBSSlave_AskForConnection()
+{
+    return locked(NCPManager_AskForConnection);
 }
 
 void GBSSlave_SetEventCallback(tGBS_EventCallback callback)

@@ -29,6 +29,8 @@ void GBSSlave_Disable();
 [[nodiscard]] std::uint32_t GBSSlave_HelloNCP();
 /// Link state, a tGBS_LinkState: 0 disabled, 1 ready, 2 advertising, 4 connected.
 [[nodiscard]] std::uint8_t GBSSlave_GetState();
+/// The same without the API lock, which a command of another task may hold for seconds. Any thread.
+[[nodiscard]] std::uint8_t GBSSlave_PeekState();
 /// 1 when a central is connected, else 0.
 [[nodiscard]] std::uint32_t GBSSlave_GetLinkStatus();
 /// The chip's public device address, least significant byte first.
@@ -50,11 +52,13 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds);
 /// is in its serial bootloader.
 /// @return 1 when an event was there
 std::uint32_t GBSSlave_TreatEvent();
-/// Asks the chip whether a connection is open, and when the link state says otherwise handles the event that
-/// was lost on the line as if it had come. Event task, without a lock; does nothing when GBSSlave_TreatEvent
-/// would not. The chip's report of the signal strength, which the question causes, wakes a call that waits
-/// for whatever event at that moment.
+/// Asks the chip whether a connection is open, and when the link state says otherwise for the second time
+/// handles the event that was lost on the line as if it had come. Event task, without a lock; does nothing
+/// when GBSSlave_TreatEvent would not. The chip's report of the signal strength, which the question causes,
+/// wakes a call that waits for whatever event at that moment.
 tGBS_LinkCheck GBSSlave_CheckLink();
+/// The question of GBSSlave_CheckLink alone.
+[[nodiscard]] tGBS_ConnectionAnswer GBSSlave_AskForConnection();
 
 // Callback setters; null removes a callback. A callback may be replaced at any time.
 void GBSSlave_SetEventCallback(tGBS_EventCallback callback);

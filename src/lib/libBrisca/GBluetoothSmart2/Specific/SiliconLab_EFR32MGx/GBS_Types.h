@@ -33,8 +33,9 @@ enum tGBS_ConnectionAnswer : std::uint8_t {
 enum tGBS_LinkCheck : std::uint8_t {
     GBS_LINK_CHECK_UNKNOWN = 0,  ///< nothing: ask again later
     GBS_LINK_CHECK_AGREES = 1,
-    GBS_LINK_CHECK_ENDED = 2,  ///< the connection had ended; this has been told now
-    GBS_LINK_CHECK_BEGUN = 3,  ///< a connection had begun; this has been told now
+    GBS_LINK_CHECK_ENDED = 2,    ///< the connection had ended; this has been told now
+    GBS_LINK_CHECK_BEGUN = 3,    ///< a connection had begun; this has been told now
+    GBS_LINK_CHECK_DOUBTED = 4,  ///< the first contradiction: ask again soon
 };
 
 /// Whether the chip may store bonds.
@@ -114,8 +115,11 @@ using tGBS_SMConfirmPasskeyCallback = std::uint16_t (*)(std::uint32_t passkey);
 /// Gives the device's name, not NUL-terminated; null for none.
 /// @param outLength receives its length in bytes, at most 64
 using tGBS_DeviceNameCallback = std::uint8_t* (*)(std::uint8_t* outLength);
+// Identifiers of events: the packet's header read as a little-endian 32-bit word and masked with 0xFFFF00F8.
+constexpr std::uint32_t kGbsEventBoot = 0x000100A0;
+constexpr std::uint32_t kGbsEventConnectionOpened = 0x000800A0;
+constexpr std::uint32_t kGbsEventConnectionClosed = 0x010800A0;
 /// Every event of the chip, after the stack has handled it.
-/// @param eventId the packet's header read as a little-endian 32-bit word and masked with 0xFFFF00F8, for
-///                example 0x000100A0 for a boot
+/// @param eventId for example kGbsEventBoot
 /// @param packet  valid during the call only; without payload when the event was lost and is made up for
 using tGBS_EventCallback = void (*)(std::uint32_t eventId, gecko_cmd_packet* packet);

@@ -64,6 +64,7 @@ void onBoot(PayloadReader in)
     managerState.bootloader.set(static_cast<std::uint8_t>(bootloader >> 24),
                                 static_cast<std::uint8_t>(bootloader >> 16),
                                 static_cast<std::uint8_t>(bootloader >> 8));
+    managerState.linkDoubted = false;
     // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
     if (managerState.linkState != GBS_LINK_DISABLED)
         managerState.linkState = GBS_LINK_READY;
@@ -74,12 +75,14 @@ void onBoot(PayloadReader in)
 void onConnectionOpened(PayloadReader)
 {
     managerState.linkState = GBS_LINK_CONNECTED;
+    managerState.linkDoubted = false;
     BRISCA_NOTIC(logNode, "Event: Connect opened.");
 }
 
 void onConnectionClosed(PayloadReader)
 {
     managerState.linkState = GBS_LINK_READY;
+    managerState.linkDoubted = false;
     BRISCA_NOTIC(logNode, "Event: Connect closed.");
 }
 
@@ -281,14 +284,10 @@ struct EventRow
     Wakes wakes = Wakes::nobody;
 };
 
-constexpr std::uint32_t kSystemBoot = 0x000100A0;
-constexpr std::uint32_t kConnectionOpened = 0x000800A0;
-constexpr std::uint32_t kConnectionClosed = 0x010800A0;
-
 constexpr EventRow kEvents[] = {
-    {kSystemBoot, 12, onBoot, Wakes::waiter},
-    {kConnectionOpened, 0, onConnectionOpened},
-    {kConnectionClosed, 0, onConnectionClosed},
+    {kGbsEventBoot, 12, onBoot, Wakes::waiter},
+    {kGbsEventConnectionOpened, 0, onConnectionOpened},
+    {kGbsEventConnectionClosed, 0, onConnectionClosed},
     {0x020800A0, 0, onConnectionParameters},
     {0x030800A0, 3, onRssi, Wakes::waiter},
     {0x040800A0, 0, onPhyStatus},
@@ -336,6 +335,7 @@ std::optional<gecko_cmd_packet> nextEvent()
     const gecko_cmd_packet* const event = gecko_peek_event();
     return event != nullptr ? std::optional(*event) : std::nullopt;
 }
+
 void dispatch(gecko_cmd_packet& event)
 {
     const std::uint32_t id = gecko_event_id(event);
@@ -353,12 +353,17 @@ void dispatchLost(std::uint32_t id)
     dispatch(event);
 }
 
-/// The chip sends the event before the answer, so that an event which has not been lost waits in the ring. So
-/// does the boot event that explains the difference as well.
-tGBS_LinkCheck tellUnlessQueued(std::uint32_t id, const char* what, tGBS_LinkCheck told)
+/// An event that has not been lost mostly waits in the ring by now, and so does the boot event that explains
+/// the difference as well. But the chip may also answer first and send the event then: one answer alone is
+/// not believed.
+tGBS_LinkCheck tellIfSure(std::uint32_t id, const char* what, bool doubted, tGBS_LinkCheck told)
 {
-    if (gecko_event_queued(id) || gecko_event_queued(kSystemBoot))
+    if (gecko_event_queued(id) || gecko_event_queued(kGbsEventBoot))
         return GBS_LINK_CHECK_UNKNOWN;
+    if (!doubted) {
+        managerState.linkDoubted = true;
+        return GBS_LINK_CHECK_DOUBTED;
+    }
     BRISCA_NOTIC(logNode, "Event lost: %s", what);
     dispatchLost(id);
     return told;
@@ -378,16 +383,18 @@ tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer)
 {
     const bool open = answer == GBS_CONNECTION_OPEN;
     const std::uint8_t believed = managerState.linkState;
+    const bool doubted = managerState.linkDoubted.exchange(false);
     if (answer == GBS_CONNECTION_UNKNOWN ||
         (believed != GBS_LINK_CONNECTED && believed != GBS_LINK_ADVERTISING))
         return GBS_LINK_CHECK_UNKNOWN;
     if (open == (believed == GBS_LINK_CONNECTED))
         return GBS_LINK_CHECK_AGREES;
-    return open ? tellUnlessQueued(kConnectionOpened, "a phone is connected", GBS_LINK_CHECK_BEGUN)
-                : tellUnlessQueued(kConnectionClosed, "no phone is connected any more", GBS_LINK_CHECK_ENDED);
+    return open ? tellIfSure(kGbsEventConnectionOpened, "a phone is connected", doubted, GBS_LINK_CHECK_BEGUN)
+                : tellIfSure(kGbsEventConnectionClosed, "no phone is connected any more", doubted,
+                             GBS_LINK_CHECK_ENDED);
 }
 
 bool NCPManager_IsConnectionPending()
 {
-    return gecko_event_queued(kConnectionOpened);
+    return gecko_event_queued(kGbsEventConnectionOpened);
 }

@@ -56,6 +56,7 @@ std::uint32_t NCPManager_Init(const char* path)
     managerState.bonds.clear();
     const std::uint32_t opened = NCPDriver_Init(path);
     managerState.linkState = GBS_LINK_DISABLED;
+    managerState.linkDoubted = false;
     return opened;
 }
 

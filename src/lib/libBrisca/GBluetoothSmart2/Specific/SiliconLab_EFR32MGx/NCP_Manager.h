@@ -150,8 +150,9 @@ std::uint32_t NCPManager_GetNcpSblVersion(std::uint8_t out[kVersionLength]);
 std::uint32_t NCPManager_EventHandler();
 /// Asks for the signal strength of the connection, which only an open one has, and does not wait for it.
 tGBS_ConnectionAnswer NCPManager_AskForConnection();
-/// Compares the answer with the link state and handles the event that the difference shows to be lost. Event
-/// task only, without the API lock.
+/// Compares the answer with the link state. The second answer that contradicts it, with neither another
+/// answer nor an event of the link between, shows an event to be lost, which is handled then. Event task
+/// only, without the API lock.
 tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer);
 /// Whether a connection has been opened that the event handler has yet to see. Any thread.
 bool NCPManager_IsConnectionPending();

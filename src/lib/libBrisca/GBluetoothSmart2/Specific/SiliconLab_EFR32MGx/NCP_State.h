@@ -46,6 +46,7 @@ private:
 struct ManagerState
 {
     std::atomic<std::uint8_t> linkState{GBS_LINK_DISABLED};
+    std::atomic<bool> linkDoubted{false};  // the chip's last word on its connection contradicted linkState
     std::atomic<std::uint16_t> waitingTask{kNoWaitingTask};
     std::atomic<std::int8_t> lastRssi{0};
     std::atomic<std::uint16_t> dtmPackets{0};

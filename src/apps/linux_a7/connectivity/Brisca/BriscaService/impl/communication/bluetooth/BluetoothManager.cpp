@@ -6,11 +6,6 @@
 BRISCA_LOG_NODE(logNode, "BriscaService.comm.BluetoothManager");
 
 namespace {
-// Event identifiers of the co-processor.
-constexpr unsigned kSystemBoot = 0x000100A0;
-constexpr unsigned kConnectionOpened = 0x000800A0;
-constexpr unsigned kConnectionClosed = 0x010800A0;
-
 constexpr unsigned short kAdvertiseUntilStopped = 0;
 }  // namespace
 
@@ -160,9 +155,9 @@ void BluetoothManager::bleEventCallback(unsigned int eventId, gecko_cmd_packet* 
         void (BluetoothManager::*handler)(unsigned resets);
     };
     static constexpr EventRow kEvents[] = {
-        {kSystemBoot, &BluetoothManager::onBoot},
-        {kConnectionOpened, &BluetoothManager::onConnectionOpened},
-        {kConnectionClosed, &BluetoothManager::onConnectionClosed},
+        {kGbsEventBoot, &BluetoothManager::onBoot},
+        {kGbsEventConnectionOpened, &BluetoothManager::onConnectionOpened},
+        {kGbsEventConnectionClosed, &BluetoothManager::onConnectionClosed},
     };
     BluetoothManager& manager = instance();
     unsigned resets = 0;
