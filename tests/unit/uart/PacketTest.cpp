@@ -1,5 +1,6 @@
 #include "MemoryLine.h"
 #include "Rows.h"
+#include "Wait.h"
 
 #include <gmock/gmock.h>
 
@@ -159,6 +160,42 @@ TEST_F(Packets, AnEventIsFoundBehindNoiseAndAFailingLineEndsTheSearch)
     bglib_input = nullptr;
     bglib_peek = nullptr;
     EXPECT_EQ(gecko_peek_event(), nullptr) << "no line";
+}
+
+TEST_F(Packets, ThatStopAreGivenUpAndThoseThatKeepComingAreNot)
+{
+    const std::string whole = event(1, "abcdefgh");
+    const auto drip = [&](std::size_t from) {
+        for (std::size_t i = from; i < whole.size(); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            const std::lock_guard lock(line.mutex);
+            line.toHost += whole[i];
+        }
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    line.toHost = whole.substr(0, 6);
+    EXPECT_EQ(gecko_wait_message(), nullptr);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
+    EXPECT_EQ(queuedEvents(), std::vector{event(1, std::string(8, '\0'))});
+    EXPECT_EQ(line.toHost, "");
+
+    const auto dripped = [&] {
+        line.toHost = whole.substr(0, 1);
+        std::thread chip(drip, 1);
+        gecko_wait_message();
+        chip.join();
+        return queuedEvents();
+    };
+    // A busy machine may hold the chip's bytes back for too long.
+    EXPECT_TRUE(testsupport::waitUntil([&] { return dripped() == std::vector{whole}; }));
+}
+
+TEST_F(Packets, ACommandIsSentWithoutALookAtTheLine)
+{
+    bglib_peek = nullptr;
+    line.chip = [](const std::string&) { return response(kOk); };
+    gecko_handle_command(0, nullptr);
+    EXPECT_EQ(content(gecko_rsp_msg), response(kOk));
 }
 
 TEST_F(Packets, PendingMeansQueuedOrWaitingOrNotKnown)

@@ -5,7 +5,10 @@
 #include "GOS.h"
 
 #include <algorithm>
+#include <chrono>
 #include <span>
+#include <thread>
+#include <utility>
 
 namespace {
 constexpr std::uint8_t kTechnologyMask = 0x78;
@@ -14,6 +17,8 @@ constexpr std::uint8_t kTypeMask = 0xF8;  // message type and technology
 constexpr std::uint8_t kEvent = 0xA0;
 constexpr std::uint32_t kResponseDelayMs = 10;
 constexpr int kResponseTries = 100;
+constexpr std::chrono::milliseconds kByteGap{100};     // a packet that rests for longer is cut
+constexpr std::chrono::microseconds kLookPeriod{200};  // about two bytes at 115200 baud
 
 gecko_cmd_packet command;   // gecko_exchange_lock
 gecko_cmd_packet response;  // gecko_exchange_lock
@@ -36,6 +41,35 @@ std::int32_t peek()
     return look == nullptr ? 1 : look();
 }
 
+/// Waits for the rest of a packet while bytes keep coming. The time is taken before each look, so that a
+/// machine that stands still between the two does not cut a packet.
+/// @return how much of @p length is there: less when kByteGap has passed without a byte or the line fails
+std::size_t awaitRest(std::size_t length)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto wanted = static_cast<std::int32_t>(length);
+    Clock::time_point limit = {};
+    std::int32_t there = peek();
+    while (there >= 0 && there < wanted) {
+        std::this_thread::sleep_for(kLookPeriod);
+        const Clock::time_point now = Clock::now();
+        const std::int32_t before = std::exchange(there, peek());
+        if (there != before || limit == Clock::time_point{})
+            limit = now + kByteGap;
+        else if (now >= limit)
+            break;
+    }
+    return static_cast<std::size_t>(std::clamp(there, 0, wanted));
+}
+
+/// Reads the rest of a packet. What has come of one that was cut is taken off the line, too, or it would be
+/// searched for packets. On a line that cannot be looked at the rest is waited for without limit.
+bool readRest(std::span<std::uint8_t> rest)
+{
+    const std::size_t there = bglib_peek == nullptr ? rest.size() : awaitRest(rest.size());
+    return (there == 0 || readBytes(rest.first(there))) && there == rest.size();
+}
+
 std::uint32_t nextSlot(std::uint32_t slot)
 {
     return (slot + 1) % kGeckoQueueLength;
@@ -53,7 +87,7 @@ bool ringIsFull()
 
 bool readPayload(gecko_cmd_packet& packet, std::size_t length)
 {
-    return length == 0 || readBytes(std::span(packet.payload).first(length));
+    return length == 0 || readRest(std::span(packet.payload).first(length));
 }
 
 Outcome dropPayload(std::size_t length)
@@ -95,7 +129,7 @@ Outcome readPacket()
         return Outcome::LineFailed;
     if ((header[0] & kTechnologyMask) != kBluetooth)
         return Outcome::Dropped;
-    if (!readBytes(header.subspan(1)))
+    if (!readRest(header.subspan(1)))
         return Outcome::LineFailed;
     if (gecko_payload_length(packet) > kGeckoMaxPayload)
         return Outcome::Dropped;
@@ -118,6 +152,8 @@ void sendCommand()
 /// meanwhile, as in a retry on the event task, every further command would fail.
 void discardLateResponses()
 {
+    if (bglib_peek == nullptr)
+        return;  // a read might wait for ever, and the command would never be sent
     for (int i = 0; i < kResponseTries && peek() > 0; ++i) {
         const Outcome outcome = readPacket();
         if (outcome == Outcome::Response)
@@ -227,7 +263,7 @@ gecko_cmd_packet* gecko_get_event(int block)
         const Outcome outcome = readPacket();
         if (outcome == Outcome::Response)
             return gecko_rsp_msg;
-        if (outcome == Outcome::LineFailed)
+        if (outcome == Outcome::LineFailed && ringIsEmpty())
             return nullptr;
     }
     gecko_cmd_packet& event = gecko_queue[gecko_queue_r];

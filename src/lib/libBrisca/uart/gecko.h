@@ -155,11 +155,11 @@ void gecko_handle_command_noresponse(std::uint32_t header, void* payload);
 // when a response came that no command waits for. A caller that looks into the packet therefore takes
 // gecko_exchange_lock before the call and copies what it needs before releasing it.
 
-/// The oldest event, waiting for one; null only when the line fails or is let go. Holds GOS semaphore 0, and
-/// with it every command, while it waits. Any thread.
+/// The oldest event, waiting for one; null only when the line fails or is let go or a packet is cut. Holds
+/// GOS semaphore 0, and with it every command, while it waits. Any thread.
 gecko_cmd_packet* gecko_wait_event();
-/// The oldest event, or null when none is there. Waits only for the rest of a packet that has begun. Any
-/// thread.
+/// The oldest event, or null when none is there. Waits only for the rest of a packet that has begun, and for
+/// that only while bytes keep coming. Any thread.
 gecko_cmd_packet* gecko_peek_event();
 /// Whether an event of this id (gecko_event_id) waits in the ring for its reader. Any thread.
 bool gecko_event_queued(std::uint32_t id);
@@ -171,7 +171,10 @@ int gecko_event_pending();
 
 /// Reads one packet: a response into *gecko_rsp_msg, which is returned; an event into the ring, where one
 /// that finds no free slot is dropped. Null for an event, a byte of noise (one a call is dropped: that is how
-/// the reader finds back to the packets), a header that announces more than 256 bytes, or a failing line.
+/// the reader finds back to the packets), a header that announces more than 256 bytes, or a failing line. The
+/// rest of a packet is waited for as long as no 100 ms pass without a byte; then what has come of it is
+/// dropped, but an event whose header has come goes into the ring with zeros for payload. Without bglib_peek
+/// the wait has no limit.
 gecko_cmd_packet* gecko_wait_message();
 /// The next response, or null after 100 tries; a try is a look at the line that finds nothing, an event or
 /// noise.
