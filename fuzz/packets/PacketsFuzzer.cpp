@@ -10,10 +10,15 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <span>
 
 /// Nothing has to be waited for on a line in memory.
 extern "C" int usleep(useconds_t)
+{
+    return 0;
+}
+extern "C" int nanosleep(const timespec*, timespec*)
 {
     return 0;
 }

@@ -300,7 +300,7 @@ TEST_F(Commands, MoveTheLinkStateWheneverTheChipAnswers)
     const auto answerResult = [this](const char* result) {
         m_chip.answerWith([=](const std::string& command) { return response(idOf(command), result); });
     };
-    GBSSlave_Disable();
+    EXPECT_EQ(GBSSlave_Disable(), 1u);
     EXPECT_EQ(NCPManager_GetState(), GBS_LINK_DISABLED);
     m_chip.answerWith([](const std::string&) { return ""; });
     EXPECT_EQ(NCPManager_StartAdvertising(4, 2), 0u);
@@ -344,28 +344,44 @@ TEST_F(Commands, AWaitWithoutItsEventEndsAfterFiveSeconds)
     EXPECT_FALSE(log.contains("SendSignal")) << "an event that comes too late wakes nobody";
 }
 
+TEST_F(Commands, AWaitEndsByItsOwnEventAndTheEventTaskDoesNotWaitForIt)
+{
+    GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) { GBSSlave_SetFlagsAndIOCap(4, 3); });
+    m_chip.answerWith([](const std::string& command) {
+        return accept(command) + (command == "0F 0B:" ? event("08 03", "01 00 BF") : "");
+    });
+    auto done = onTask(getAllBonds);
+    ASSERT_TRUE(testsupport::waitUntil([this] {
+        GBSSlave_TreatEvent();
+        return m_chip.takeCommands().ends_with("0F 01: 04 03");
+    }));
+    (void)GBSSlave_CheckLink();
+    m_chip.send(bondEvents(2));
+    EXPECT_EQ(pumpUntilDone(done), "1 " + bondBytes(2));
+    GBSSlave_SetEventCallback(nullptr);
+}
+
+TEST_F(Commands, ASignalThatNobodyWaitedForIsTakenBack)
+{
+    m_chip.answerWith([](const std::string& command) {
+        return response(idOf(command), "81 01") + event("08 03", "01 00 BF");
+    });
+    auto done = onTask([] {
+        constexpr std::uint32_t kOther = 64;
+        std::string pending;
+        for (int i = 0; i < 40; ++i) {  // the event is handled before the call returns in some of them
+            GOS_SendSignal(kOther, GOS_GetCurrentTaskId());
+            std::int8_t rssi = 0;
+            EXPECT_EQ(GBSSlave_ReadRssi(&rssi), 0u);
+            pending += GOS_WaitForSignal(kOther | kEventCompletedSignal, 0) == kOther ? "" : "!";
+        }
+        return pending;
+    });
+    EXPECT_EQ(pumpUntilDone(done), "");
+}
+
 TEST_F(Commands, AWaitFromAThreadThatIsNoTaskFailsAtOnce)
 {
     std::int8_t rssi = 0;
     EXPECT_EQ(NCPManager_ReadRssi(&rssi), 0u);
-}
-
-TEST_F(Commands, OfSecurityLogTheirResult)
-{
-    const LogLevelScope level("NCP_MANAGER", LogLevel::Debug);
-    const testsupport::StdoutCapture log;
-    EXPECT_EQ(NCPManager_SetBondMode(GBS_BONDABLE), 1u);
-    EXPECT_EQ(NCPManager_SMConfigure(4, 3), 1u);
-    EXPECT_EQ(log.logLines(),
-              (Lines{"<DEBUG> [NCP_MANAGER] [NCPManager_SetBondMode] is bondable  = 1 ",
-                     "<DEBUG> [NCP_MANAGER] [NCPManager_SetBondMode] Result = 1",
-                     "<DEBUG> [NCP_MANAGER] [NCPManager_SMConfigure] Flags = 4 , IOCapabilities = 3",
-                     "<DEBUG> [NCP_MANAGER] [NCPManager_SMConfigure] Result = 1"}));
-}
-
-TEST_F(Commands, PrintDataWritesTheBytesInHexadecimal)
-{
-    const testsupport::StdoutCapture output;
-    NCPManager_PrintData(3, kBytes.data());
-    EXPECT_EQ(output.text(), "DataSize= 3: Data= 0xA1 0xB2 0xC3 \n");
 }

@@ -5,6 +5,8 @@
 #include "NCPManagerSBL.h"
 #include "NCP_Manager.h"
 
+#include <atomic>
+
 namespace {
 constexpr int kErrnoInvalidArgument = 16;
 constexpr std::uint8_t kConnection = 1;  // the system serves one connection
@@ -26,14 +28,64 @@ constexpr std::uint8_t kNoInputNoOutput = 3;
 constexpr std::uint8_t kHighestIoCapability = 4;
 constexpr std::uint8_t kProtectAgainstMitm = 1;
 
-/// Holds GOS semaphore 1.
+thread_local bool isEventTask = false;
+std::atomic<int> waitingCalls{0};  // calls that wait for an event, from before they ask for the API lock
+std::atomic<bool> eventTaskAsks{false};  // the event task asks for the API lock
+
+/// The event task does without the lock while a call that waits for an event may hold it: that event would
+/// not be read before the time-out. An exchange does not need it, gecko_exchange_lock guards that.
+/// @return whether GOS semaphore 1 has been taken
+bool takeApiLock()
+{
+    if (!isEventTask) {
+        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+        return true;
+    }
+    eventTaskAsks = true;  // before it looks, so that of two that begin at once one sees the other
+    const bool take = waitingCalls == 0;
+    if (take)
+        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+    eventTaskAsks = false;
+    return take;
+}
+
 class ApiLock
 {
 public:
-    ApiLock() { GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID); }
-    ~ApiLock() { GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID); }
+    ApiLock() : m_isHeld(takeApiLock()) {}
+    ~ApiLock()
+    {
+        if (m_isHeld)
+            GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+    }
     ApiLock(const ApiLock&) = delete;
     ApiLock& operator=(const ApiLock&) = delete;
+
+private:
+    const bool m_isHeld;
+};
+
+/// The API lock of a call that waits for an event. An event task that has begun to ask for it goes first.
+class WaitingCall
+{
+public:
+    WaitingCall()
+    {
+        ++waitingCalls;
+        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+        while (eventTaskAsks) {
+            GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+            GOS_WaitForDelay(1);
+            GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+        }
+    }
+    ~WaitingCall()
+    {
+        GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+        --waitingCalls;
+    }
+    WaitingCall(const WaitingCall&) = delete;
+    WaitingCall& operator=(const WaitingCall&) = delete;
 };
 
 template <class Function, class... Arguments>
@@ -89,12 +141,13 @@ std::uint32_t GBSSlave_Init(const char* path)
 
 std::uint32_t GBSSlave_Enable()
 {
-    return locked(NCPManager_Enable);
+    const WaitingCall call;
+    return NCPManager_Enable();
 }
 
-void GBSSlave_Disable()
+std::uint32_t GBSSlave_Disable()
 {
-    locked(NCPManager_Disable);
+    return locked(NCPManager_Disable);
 }
 
 std::uint32_t GBSSlave_HelloNCP()
@@ -146,6 +199,7 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds)
 
 std::uint32_t GBSSlave_TreatEvent()
 {
+    isEventTask = true;
     const LineOwner::PumpTurn turn;
     return mayHandleEvents(turn) ? NCPManager_EventHandler() : 0;
 }
@@ -222,7 +276,7 @@ std::uint32_t GBSSlave_SetConnParams(std::uint16_t min, std::uint16_t max, std::
 
 std::uint32_t GBSSlave_ReadRssi(std::int8_t* out)
 {
-    const ApiLock lock;
+    const WaitingCall call;
     return out == nullptr ? refuse() : NCPManager_ReadRssi(out);
 }
 
@@ -315,7 +369,8 @@ std::uint32_t GBSSlave_EraseAllBonds()
 
 std::uint32_t GBSSlave_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count)
 {
-    return locked(NCPManager_GetAllBonds, out, count);
+    const WaitingCall call;
+    return NCPManager_GetAllBonds(out, count);
 }
 
 // ---- Advertising data -------------------------------------------------------------------------------------

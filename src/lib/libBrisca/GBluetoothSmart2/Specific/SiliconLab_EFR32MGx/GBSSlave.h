@@ -23,8 +23,8 @@ extern "C" {
 /// Resets the co-processor and waits up to 5 s for its boot event; link state 1 on success. Only from a GOS
 /// task, and not from the one that calls GBSSlave_TreatEvent. A wait that runs out sets the GOS errno to 22.
 [[nodiscard]] std::uint32_t GBSSlave_Enable();
-/// Link state 0. Nothing is sent.
-void GBSSlave_Disable();
+/// Link state 0. Nothing is sent. Returns 1.
+std::uint32_t GBSSlave_Disable();
 /// Asks the co-processor for a sign of life.
 [[nodiscard]] std::uint32_t GBSSlave_HelloNCP();
 /// Link state, a tGBS_LinkState: 0 disabled, 1 ready, 2 advertising, 4 connected.
@@ -54,8 +54,7 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds);
 std::uint32_t GBSSlave_TreatEvent();
 /// Asks the chip whether a connection is open, and when the link state says otherwise for the second time
 /// handles the event that was lost on the line as if it had come. Event task, without a lock; does nothing
-/// when GBSSlave_TreatEvent would not. The chip's report of the signal strength, which the question causes,
-/// wakes a call that waits for whatever event at that moment.
+/// when GBSSlave_TreatEvent would not.
 tGBS_LinkCheck GBSSlave_CheckLink();
 /// The question of GBSSlave_CheckLink alone.
 [[nodiscard]] tGBS_ConnectionAnswer GBSSlave_AskForConnection();

@@ -55,4 +55,9 @@ constexpr Command kSmBondingConfirm{0x0F, 0x0E};
 constexpr Command kSmSetPasskey{0x0F, 0x10};
 
 constexpr Command kUserMessageToTarget{0xFF, 0x00};
+
+// Identifiers of the events that complete a command, in the form of kGbsEventBoot.
+constexpr std::uint32_t kEventRssi = 0x030800A0;
+constexpr std::uint32_t kEventDtmCompleted = 0x000E00A0;
+constexpr std::uint32_t kEventBondsListed = 0x060F00A0;
 }  // namespace ncp

@@ -274,36 +274,33 @@ void onUserMessage(PayloadReader in)
 
 // ---- The table --------------------------------------------------------------------------------------------
 
-enum class Wakes { nobody, waiter };
-
 struct EventRow
 {
     std::uint32_t id;
     std::uint8_t neededLength;  ///< payload bytes without which nothing is stored, answered or woken
     void (*handle)(PayloadReader);
-    Wakes wakes = Wakes::nobody;
 };
 
 constexpr EventRow kEvents[] = {
-    {kGbsEventBoot, 12, onBoot, Wakes::waiter},
+    {kGbsEventBoot, 12, onBoot},
     {kGbsEventConnectionOpened, 0, onConnectionOpened},
     {kGbsEventConnectionClosed, 0, onConnectionClosed},
     {0x020800A0, 0, onConnectionParameters},
-    {0x030800A0, 3, onRssi, Wakes::waiter},
+    {kEventRssi, 3, onRssi},
     {0x040800A0, 0, onPhyStatus},
     {0x000900A0, 0, onMtuExchanged},
     {0x000A00A0, 0, onAttributeValue},
     {0x010A00A0, 3, onUserReadRequest},
     {0x020A00A0, 7, onUserWriteRequest},
     {0x030A00A0, 0, onCharacteristicStatus},
-    {0x000E00A0, 4, onDtmCompleted, Wakes::waiter},
+    {kEventDtmCompleted, 4, onDtmCompleted},
     {0x000F00A0, 5, onPasskeyDisplay},
     {0x010F00A0, 0, onPasskeyRequest},
     {0x020F00A0, 5, onConfirmPasskey},
     {0x030F00A0, 0, onBonded},
     {0x040F00A0, 0, onBondingFailed},
     {0x050F00A0, 8, onListBondingEntry},
-    {0x060F00A0, 0, onListAllBondingsComplete, Wakes::waiter},
+    {kEventBondsListed, 0, onListAllBondingsComplete},
     {0x090F00A0, 0, onConfirmBonding},
     {0x00FF00A0, 0, onUserMessage},
 };
@@ -316,8 +313,7 @@ void handle(const EventRow& row, PayloadReader payload)
         return;
     }
     row.handle(payload);
-    if (row.wakes == Wakes::waiter)
-        wakeWaitingTask();
+    managerState.waiter.wake(row.id);
 }
 
 void passOn(std::uint32_t id, gecko_cmd_packet& event)

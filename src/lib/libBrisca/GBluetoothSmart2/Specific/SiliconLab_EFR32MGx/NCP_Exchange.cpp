@@ -75,9 +75,9 @@ void sendOnly(Command command, std::initializer_list<Field> fields)
         gecko_handle_command_noresponse(gecko_header(*gecko_cmd_msg), gecko_cmd_msg->payload.data());
 }
 
-std::uint32_t runAndWait(Command command, std::initializer_list<Field> fields)
+std::uint32_t runAndWait(Command command, std::initializer_list<Field> fields, std::uint32_t eventId)
 {
-    const EventWait wait;
+    EventWait wait(eventId);
     return run(command, fields) == 1 && wait.completed() ? 1 : 0;
 }
 }  // namespace ncp

@@ -39,5 +39,5 @@ std::uint32_t run(Command command, std::initializer_list<Field> fields);
 void sendOnly(Command command, std::initializer_list<Field> fields);
 
 /// run(), and then the wait for the event that completes the command.
-std::uint32_t runAndWait(Command command, std::initializer_list<Field> fields);
+std::uint32_t runAndWait(Command command, std::initializer_list<Field> fields, std::uint32_t eventId);
 }  // namespace ncp

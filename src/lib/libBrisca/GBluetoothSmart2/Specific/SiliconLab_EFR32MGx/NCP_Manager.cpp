@@ -69,15 +69,16 @@ std::uint32_t NCPManager_Enable()
     return booted;
 }
 
-void NCPManager_Disable()
+std::uint32_t NCPManager_Disable()
 {
     NCPDriver_Disable();
     managerState.linkState = GBS_LINK_DISABLED;
+    return 1;
 }
 
 std::uint32_t NCPManager_ResetNCP()
 {
-    const EventWait boot;
+    EventWait boot(kGbsEventBoot);
     sendOnly(kSystemReset, {u8(kBootNormally)});
     // Without the line nothing was sent, and the next owner of the line must not wait for this wait's end.
     return !LineOwner::isLetGo() && boot.completed() ? 1 : 0;
@@ -194,7 +195,7 @@ std::uint32_t NCPManager_Disconnect(std::uint8_t connection)
 
 std::uint32_t NCPManager_ReadRssi(std::int8_t* out)
 {
-    if (runAndWait(kLeConnectionGetRssi, {u8(kConnection)}) != 1)
+    if (runAndWait(kLeConnectionGetRssi, {u8(kConnection)}, kEventRssi) != 1)
         return 0;
     *out = managerState.lastRssi;
     return 1;
@@ -320,7 +321,7 @@ std::uint32_t NCPManager_SetPasskey(std::int32_t passkey)
 std::uint32_t NCPManager_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count)
 {
     managerState.bonds.restart();
-    const EventWait listed;
+    EventWait listed(kEventBondsListed);
     if (NCPManager_ListAllBondings() != 1 || !listed.completed())
         return 0;
     *count = managerState.bonds.copyTo(out);
@@ -332,17 +333,17 @@ std::uint32_t NCPManager_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count)
 std::uint32_t NCPManager_DTMTestTx(tGBS_DTMPacketType packetType, std::uint8_t length, std::uint8_t channel,
                                    tGBS_DTMPhyType phy)
 {
-    return runAndWait(kTestDtmTx, {u8(packetType), u8(length), u8(channel), u8(phy)});
+    return runAndWait(kTestDtmTx, {u8(packetType), u8(length), u8(channel), u8(phy)}, kEventDtmCompleted);
 }
 
 std::uint32_t NCPManager_DTMTestRx(std::uint8_t channel, tGBS_DTMPhyType phy)
 {
-    return runAndWait(kTestDtmRx, {u8(channel), u8(phy)});
+    return runAndWait(kTestDtmRx, {u8(channel), u8(phy)}, kEventDtmCompleted);
 }
 
 std::uint32_t NCPManager_EndDTMTest(std::uint16_t* out)
 {
-    if (runAndWait(kTestDtmEnd, {}) != 1)
+    if (runAndWait(kTestDtmEnd, {}, kEventDtmCompleted) != 1)
         return 0;
     *out = managerState.dtmPackets;
     return 1;

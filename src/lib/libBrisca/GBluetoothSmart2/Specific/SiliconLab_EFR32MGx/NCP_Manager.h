@@ -28,8 +28,8 @@ extern "C" {
 std::uint32_t NCPManager_Init(const char* path);
 /// Resets the co-processor and waits for its boot event; link state 1 on success.
 std::uint32_t NCPManager_Enable();
-/// Link state 0. Takes no lock.
-void NCPManager_Disable();
+/// Link state 0. Takes no lock. Returns 1.
+std::uint32_t NCPManager_Disable();
 /// Resets the co-processor into its normal firmware and waits up to 5 s for the boot event.
 std::uint32_t NCPManager_ResetNCP();
 std::uint32_t NCPManager_HelloNCP();

@@ -3,11 +3,25 @@
 #include "GOS.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ncp {
 namespace {
 constexpr int kErrnoTimeout = 22;
+
+/// Waits for kEventCompletedSignal, without limit when @p timeoutMs is 0, and leaves the task's other signals
+/// pending.
+bool takeSignal(int timeoutMs)
+{
+    const int signals = GOS_WaitForSignal(kEventCompletedSignal, timeoutMs);
+    if (signals <= 0)
+        return false;
+    const std::uint32_t others = static_cast<std::uint32_t>(signals) & ~kEventCompletedSignal;
+    if (others != 0)
+        GOS_SendSignal(others, GOS_GetCurrentTaskId());
+    return true;  // the mask lets no other signal end the wait
 }
+}  // namespace
 
 ManagerState managerState;
 
@@ -51,30 +65,51 @@ void Version::copyTo(std::uint8_t out[kVersionLength]) const
     out[2] = static_cast<std::uint8_t>(packed);
 }
 
-EventWait::EventWait()
+void Waiter::begin(std::uint32_t eventId)
 {
-    managerState.waitingTask = GOS_GetCurrentTaskId();
+    const std::uint16_t task = GOS_GetCurrentTaskId();
+    const std::lock_guard lock(m_lock);
+    m_task = task;
+    m_eventId = eventId;
+    m_isWoken = false;
+}
+
+bool Waiter::end()
+{
+    const std::lock_guard lock(m_lock);
+    m_task = kNoWaitingTask;
+    return m_isWoken;
+}
+
+void Waiter::wake(std::uint32_t eventId)
+{
+    const std::lock_guard lock(m_lock);
+    if (eventId != m_eventId || m_task >= kNoWaitingTask)
+        return;
+    GOS_SendSignal(kEventCompletedSignal, std::exchange(m_task, kNoWaitingTask));
+    m_isWoken = true;
+}
+
+EventWait::EventWait(std::uint32_t eventId)
+{
+    managerState.waiter.begin(eventId);
 }
 
 EventWait::~EventWait()
 {
-    managerState.waitingTask = kNoWaitingTask;  // an event that comes too late must not wake a later wait
+    if (!managerState.waiter.end() || m_isTaken)
+        return;
+    // A wait that timed out may have cleared the signal: sent once more, it is there for certain.
+    GOS_SendSignal(kEventCompletedSignal, GOS_GetCurrentTaskId());
+    takeSignal(0);
 }
 
-bool EventWait::completed() const
+bool EventWait::completed()
 {
-    const int signals = GOS_WaitForSignal(kEventCompletedSignal, kEventTimeoutMs);
-    if (signals > 0 && (static_cast<std::uint32_t>(signals) & kEventCompletedSignal) != 0)
-        return true;
-    GOS_SetErrno(kErrnoTimeout);
-    return false;
-}
-
-void wakeWaitingTask()
-{
-    const std::uint16_t task = managerState.waitingTask.exchange(kNoWaitingTask);
-    if (task < kNoWaitingTask)
-        GOS_SendSignal(kEventCompletedSignal, task);
+    m_isTaken = takeSignal(kEventTimeoutMs);
+    if (!m_isTaken)
+        GOS_SetErrno(kErrnoTimeout);
+    return m_isTaken;
 }
 }  // namespace ncp
 

@@ -42,17 +42,34 @@ private:
     std::atomic<std::uint32_t> m_packed{0};
 };
 
+/// The one task that waits for an event, and the event. Any thread.
+class Waiter
+{
+public:
+    void begin(std::uint32_t eventId);
+    /// @return whether the event has come since begin()
+    [[nodiscard]] bool end();
+    /// Signals the task when it waits for this event.
+    void wake(std::uint32_t eventId);
+
+private:
+    std::mutex m_lock;  // also while the signal is sent: none is sent any more when end() has returned
+    std::uint16_t m_task = kNoWaitingTask;
+    std::uint32_t m_eventId = 0;
+    bool m_isWoken = false;
+};
+
 /// Written by the event task and by the callers of the facade, hence atomic where no lock is named.
 struct ManagerState
 {
     std::atomic<std::uint8_t> linkState{GBS_LINK_DISABLED};
     std::atomic<bool> linkDoubted{false};  // the chip's last word on its connection contradicted linkState
-    std::atomic<std::uint16_t> waitingTask{kNoWaitingTask};
     std::atomic<std::int8_t> lastRssi{0};
     std::atomic<std::uint16_t> dtmPackets{0};
     Version firmware;
     Version bootloader;
     BondTable bonds;  // has its own lock
+    Waiter waiter;    // has its own lock
 
     std::atomic<tGBS_GATTReadCallback> gattRead{nullptr};
     std::atomic<tGBS_GATTWriteCallback> gattWrite{nullptr};
@@ -63,21 +80,22 @@ struct ManagerState
 };
 extern ManagerState managerState;
 
-/// Makes the calling task the one that an event wakes, while the object lives. It begins before the command
-/// goes out, because the event may be handled before the command's response has been read.
+/// Makes the calling task the one that this event wakes, while the object lives. It begins before the command
+/// goes out, because the event may be handled before the command's response has been read. A signal that
+/// nobody waited for, because the command failed or the event came too late, is gone with the object.
 class EventWait
 {
 public:
-    EventWait();
+    explicit EventWait(std::uint32_t eventId);
     ~EventWait();
     EventWait(const EventWait&) = delete;
     EventWait& operator=(const EventWait&) = delete;
 
     /// Waits for the event; false, with the GOS errno 22, when it has not come within kEventTimeoutMs. The
     /// time-out alone ends the wait, also when the line is let go meanwhile.
-    [[nodiscard]] bool completed() const;
-};
+    [[nodiscard]] bool completed();
 
-/// Wakes the waiting task, if there is one. Event task.
-void wakeWaitingTask();
+private:
+    bool m_isTaken = false;  // the signal of the event
+};
 }  // namespace ncp
