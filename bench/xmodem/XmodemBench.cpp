@@ -177,7 +177,8 @@ void compare(const char* title, bool pace, int runs, const std::vector<Sender>& 
 int sendOnly(const char* path)
 {
     const int cancel = ::eventfd(0, EFD_CLOEXEC);  // as the upload worker has one
-    return xymodem_send(STDIN_FILENO, path, true, cancel) == 0 ? 0 : 1;
+    UploadProgress progress;
+    return xymodem_send(STDIN_FILENO, path, true, progress, cancel) == 0 ? 0 : 1;
 }
 
 std::vector<std::array<unsigned char, kPacketSize>> packetsOf(const std::string& image)

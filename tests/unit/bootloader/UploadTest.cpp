@@ -87,6 +87,7 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     others.start(0);
     client.updateFirmware(imageFile("image-\xC3\xBC.gbl", 50'000));
     EXPECT_THAT(reports, IsEmpty()) << "reported before the event loop ran";
+    EXPECT_TRUE(client.uploadSilence());
     EXPECT_TRUE(waitForReports(1));
     EXPECT_GT(served, 0);
     EXPECT_THAT(reports, ElementsAre(true));
@@ -95,6 +96,9 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_THAT(log.logLines(), ElementsAre(debugLine("Start firmware update"),
                                             debugLine("New version of firmware is correctly uploaded"),
                                             debugLine("EFR32 Fw update finished: success")));
+    EXPECT_FALSE(client.uploadSilence());
+    EXPECT_EQ(client.uploadProgress().acknowledgedBytes, 50'000);
+    EXPECT_EQ(client.uploadProgress().fileBytes, 50'000);
     EXPECT_TRUE(threadsEndAt(threads));
 
     QString version;

@@ -75,6 +75,13 @@ bool An760::consoleUsable() const
     return m_port.isOpen() && m_lineUser == LineUser::Console;
 }
 
+std::optional<std::chrono::milliseconds> An760::uploadSilence() const
+{
+    if (m_lineUser != LineUser::Upload)
+        return std::nullopt;
+    return m_progress.silence();
+}
+
 bool An760::send(const char& c)
 {
     if (!consoleUsable())
@@ -154,9 +161,10 @@ void An760::updateFirmware(const QString& filePath)
 
 void An760::startUpload(const QString& filePath)
 {
+    m_progress.begin(0);
     m_lineUser = LineUser::Upload;
     m_thread = new QThread;
-    auto* const worker = new FwUpdateWorker(filePath, m_port, nullptr, m_cancel->descriptor());
+    auto* const worker = new FwUpdateWorker(filePath, m_port, nullptr, m_progress, m_cancel->descriptor());
     worker->moveToThread(m_thread);
     connect(worker, &FwUpdateWorker::error, this, &An760::errorString);
     connect(worker, &FwUpdateWorker::fwCompleteStatus, this, &An760::onFwCompleteStatus);

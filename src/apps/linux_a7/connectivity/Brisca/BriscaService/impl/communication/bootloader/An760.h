@@ -2,12 +2,16 @@
 
 #include "An760I.h"
 #include "SerialPort.h"
+#include "UploadProgress.h"
 
 #include <QObject>
 #include <QPointer>
 #include <QThread>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <semaphore>
 
 class CancelEvent;
@@ -47,6 +51,12 @@ public:
     /// @return false when the port is closed, busy with an upload, or did not take the byte
     [[nodiscard]] bool send(const char& c);
 
+    /// Time since the running upload has last heard a byte of the chip, or since its start when none has come
+    /// yet; nothing while no upload runs. Any thread.
+    [[nodiscard]] std::optional<std::chrono::milliseconds> uploadSilence() const;
+    /// How far the upload is; of the last one while none runs. Any thread.
+    [[nodiscard]] const UploadProgress& uploadProgress() const { return m_progress; }
+
 Q_SIGNALS:
     /// Outcome of an upload; emitted on the thread of this object, when the worker and its thread are gone.
     void fwUpdateCompleteStatus(bool success);
@@ -70,7 +80,8 @@ private:
     void joinWorker();
 
     SerialPort m_port;
-    LineUser m_lineUser = LineUser::Console;
+    std::atomic<LineUser> m_lineUser = LineUser::Console;  // set by the object's thread only
+    UploadProgress m_progress;
     QPointer<QThread> m_thread;  // of the running upload; null when there is none
     std::unique_ptr<CancelEvent> m_cancel;
     std::binary_semaphore m_workerDone{0};

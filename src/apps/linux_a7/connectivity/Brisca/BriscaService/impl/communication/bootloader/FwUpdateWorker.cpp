@@ -10,8 +10,12 @@
 BRISCA_LOG_NODE(logNode, "BriscaService.FwUpdateWorker");
 
 FwUpdateWorker::FwUpdateWorker(const QString& filePath, SerialPort& port, QObject* parent,
-                               int cancelDescriptor)
-    : QObject(parent), m_port(port), m_filePath(filePath), m_cancelDescriptor(cancelDescriptor)
+                               UploadProgress& progress, int cancelDescriptor)
+    : QObject(parent),
+      m_port(port),
+      m_filePath(filePath),
+      m_progress(progress),
+      m_cancelDescriptor(cancelDescriptor)
 {
 }
 
@@ -29,5 +33,6 @@ bool FwUpdateWorker::upload()
                      errno);
         return false;
     }
-    return xymodem_send(descriptor, m_filePath.toUtf8().constData(), true, m_cancelDescriptor) >= 0;
+    return xymodem_send(descriptor, m_filePath.toUtf8().constData(), true, m_progress, m_cancelDescriptor) >=
+           0;
 }

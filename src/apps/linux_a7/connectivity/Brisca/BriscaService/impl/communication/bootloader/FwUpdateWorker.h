@@ -4,6 +4,7 @@
 #include <QString>
 
 class SerialPort;
+struct UploadProgress;
 
 /// One upload of a firmware image, run on a thread of its own.
 class FwUpdateWorker : public QObject
@@ -13,8 +14,10 @@ class FwUpdateWorker : public QObject
 public:
     /// @param filePath         image file
     /// @param port             open port whose line is this worker's alone until finished(); must outlive it
+    /// @param progress         told how far the upload is; must outlive the worker
     /// @param cancelDescriptor becomes readable to end the upload from another thread; -1 for none
-    FwUpdateWorker(const QString& filePath, SerialPort& port, QObject* parent, int cancelDescriptor = -1);
+    FwUpdateWorker(const QString& filePath, SerialPort& port, QObject* parent, UploadProgress& progress,
+                   int cancelDescriptor);
 
 Q_SIGNALS:
     /// The worker has done its work and touches the port no more.
@@ -33,5 +36,6 @@ private:
 
     SerialPort& m_port;
     QString m_filePath;
+    UploadProgress& m_progress;
     int m_cancelDescriptor;
 };

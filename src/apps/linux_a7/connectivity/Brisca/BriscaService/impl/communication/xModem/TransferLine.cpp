@@ -7,8 +7,11 @@
 #include <termios.h>
 #include <unistd.h>
 
-TransferLine::TransferLine(int descriptor, int cancelDescriptor)
-    : m_descriptor(descriptor), m_cancelDescriptor(cancelDescriptor), m_flags(::fcntl(descriptor, F_GETFL))
+TransferLine::TransferLine(int descriptor, UploadProgress& progress, int cancelDescriptor)
+    : m_descriptor(descriptor),
+      m_progress(progress),
+      m_cancelDescriptor(cancelDescriptor),
+      m_flags(::fcntl(descriptor, F_GETFL))
 {
     if (m_flags != -1)
         ::fcntl(m_descriptor, F_SETFL, m_flags | O_NONBLOCK);
@@ -43,8 +46,10 @@ int TransferLine::receive(unsigned char& byte)
         if (const int result = waitFor(POLLIN); result != 0)
             return result;
         errno = 0;
-        if (TEMP_FAILURE_RETRY(::read(m_descriptor, &byte, 1)) == 1)
+        if (TEMP_FAILURE_RETRY(::read(m_descriptor, &byte, 1)) == 1) {
+            m_progress.heard = UploadProgress::Clock::now();
             return 0;
+        }
         if (errno != EAGAIN)
             return failure();
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UploadProgress.h"
+
 #include <span>
 
 /// The serial line of one transfer: blocking reads and writes that another thread can end.
@@ -8,8 +10,9 @@
 class TransferLine
 {
 public:
+    /// @param progress         is told of every byte received
     /// @param cancelDescriptor readable when the transfer is to end; -1 for none
-    TransferLine(int descriptor, int cancelDescriptor);
+    TransferLine(int descriptor, UploadProgress& progress, int cancelDescriptor);
     ~TransferLine();
     TransferLine(const TransferLine&) = delete;
     TransferLine& operator=(const TransferLine&) = delete;
@@ -25,6 +28,7 @@ private:
     [[nodiscard]] int waitFor(short events);
 
     int m_descriptor;
+    UploadProgress& m_progress;
     int m_cancelDescriptor;
     int m_flags;
 };

@@ -111,7 +111,7 @@ int sendUntilAcknowledged(TransferLine& line, const Packet& packet)
     return 0;
 }
 
-int sendBlocks(TransferLine& line, const ImageFile& image)
+int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progress)
 {
     unsigned char number = kFirstBlock;
     for (off_t position = 0; position < image.size(); position += kDataLength) {
@@ -120,6 +120,7 @@ int sendBlocks(TransferLine& line, const ImageFile& image)
             return result;
         if (const int result = sendUntilAcknowledged(line, packet); result != 0)
             return result;
+        progress.acknowledgedBytes = std::min<off_t>(position + kDataLength, image.size());
     }
     return 0;
 }
@@ -127,21 +128,24 @@ int sendBlocks(TransferLine& line, const ImageFile& image)
 
 int xymodem_send(int descriptor, const char* path, bool waitForReceiver)
 {
-    return xymodem_send(descriptor, path, waitForReceiver, -1);
+    UploadProgress progress;
+    return xymodem_send(descriptor, path, waitForReceiver, progress, -1);
 }
 
-int xymodem_send(int descriptor, const char* path, bool waitForReceiver, int cancelDescriptor)
+int xymodem_send(int descriptor, const char* path, bool waitForReceiver, UploadProgress& progress,
+                 int cancelDescriptor)
 {
     ImageFile image;
     if (const int result = image.open(path); result != 0)
         return result;
-    TransferLine line(descriptor, cancelDescriptor);
+    progress.begin(image.size());
+    TransferLine line(descriptor, progress, cancelDescriptor);
     if (waitForReceiver) {
         if (const int result = waitForReceiverPing(line); result != 0)
             return result;
     }
     BRISCA_DEBUG(logNode, "Sending %s ", path);
-    if (const int result = sendBlocks(line, image); result != 0)
+    if (const int result = sendBlocks(line, image, progress); result != 0)
         return result;
     return line.send({&kEndOfTransfer, 1});
 }

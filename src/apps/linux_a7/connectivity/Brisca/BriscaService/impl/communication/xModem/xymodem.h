@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UploadProgress.h"
+
 /// Sends a file by XMODEM with 128-byte blocks and CRC-16 over a serial line that is open and configured
 /// (VMIN 1). The line has no other user until the call returns; it may be called on any thread.
 ///
@@ -16,8 +18,10 @@
 [[nodiscard]] int xymodem_send(int descriptor, const char* path, bool waitForReceiver);
 
 /// The same, and another thread can end it.
+/// @param progress         is kept up to date for other threads
 /// @param cancelDescriptor pollable descriptor; as soon as it is readable the transfer ends, also while it
 ///                         waits for the receiver or for a stopped line, and what the line has not sent yet
 ///                         is dropped. -1 for none.
 /// @return as above; -ECANCELED when it was ended so
-[[nodiscard]] int xymodem_send(int descriptor, const char* path, bool waitForReceiver, int cancelDescriptor);
+[[nodiscard]] int xymodem_send(int descriptor, const char* path, bool waitForReceiver,
+                               UploadProgress& progress, int cancelDescriptor);
