@@ -1,10 +1,14 @@
 #include "Rows.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
+#include "UniqueFd.h"
 #include "conf/LogConf.h"
 #include "facade/Log.h"
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <string>
@@ -73,11 +77,47 @@ TEST_F(LogConfFile, IsSharedWithWhoeverAsks)
     LOG_SHARED_MEMORY_CONF_PTR = shared.data();
     LogConf::readConf(m_dir.write("log.cfg", "share : INFO # why\n\n# only\nshare.x:5\n").c_str());
     EXPECT_STREQ(shared.data(), "share:INFO\nshare.x:5\n");
-    StdoutCapture capture;
-    LogConf::readConf(m_dir.file("missing").c_str());
-    EXPECT_STREQ(shared.data(), "");
+    ASSERT_EQ(::mkfifo(m_dir.file("fifo").c_str(), 0600), 0);
+    const testsupport::UniqueFd writer(::open(m_dir.file("fifo").c_str(), O_RDWR | O_CLOEXEC));
+    for (const std::string& unreadable : {m_dir.file("missing"), m_dir.path(), m_dir.file("fifo")}) {
+        shared[0] = '?';
+        StdoutCapture capture;
+        LogConf::readConf(unreadable.c_str());
+        EXPECT_STREQ(shared.data(), "");
+        EXPECT_EQ(capture.count("<ERROR> [liblog] Coulnd't open file at path " + unreadable), 1);
+    }
     LOG_SHARED_MEMORY_CONF_PTR = nullptr;
-    EXPECT_TRUE(capture.contains("Coulnd't open file at path " + m_dir.file("missing")));
 }
 
+TEST_F(LogConfFile, NamesTheWordsThatAreNoLevel)
+{
+    StdoutCapture capture;
+    LogConf::readConf(
+        m_dir.write("log.cfg", "GLOBAL:debug\r\na.b:IN\x1B[1mFO # x\nconf:\nother:WARN\n").c_str());
+    EXPECT_EQ(capture.logLines(),
+              (std::vector<std::string>{
+                  "<ERROR> [liblog] 'debug' is no level: 'GLOBAL' logs nothing from here on",
+                  "<ERROR> [liblog] 'IN\\x1B[1mFO' is no level: 'a.b' logs nothing from here on",
+                  "<ERROR> [liblog] '' is no level: 'conf' logs nothing from here on"}));
+}
+
+TEST_F(LogConfFile, OfAnySizeIsReadInABoundedTime)
+{
+    std::string names;
+    for (int node = 0; node < 2000; ++node)
+        names += "many.n" + std::to_string(node) + ":6\n";
+    std::string lines;
+    for (int line = 0; line < 4000; ++line)
+        lines += "#\n";
+    for (const auto& [name, content, used] : Rows<std::string, const char*>{
+             {"names", names + "last:8\n", "1000"}, {"lines", lines + "last:8\n", "4000"}}) {
+        SCOPED_TRACE(name);
+        StdoutCapture capture;
+        LogConf::readConf(m_dir.write("log.cfg", content).c_str());
+        EXPECT_EQ(capture.logLines(),
+                  std::vector<std::string>{std::string("<ERROR> [liblog] Only the first ") + used +
+                                           " lines of " + m_dir.file("log.cfg") + " are used"});
+        EXPECT_EQ(LogFacade::inst().findNode("last", -1), nullptr);
+    }
+}
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Rows.h"
 #include "facade/LogTable.h"
+#include "facade/LogText.h"
 
 #include <gtest/gtest.h>
 
@@ -33,4 +34,12 @@ TEST(LogTable, DumpsItsRangeAndCutsWhatDoesNotFit)
     EXPECT_EQ(
         std::string(log_table2str_impl(data.data(), 64, 0, out.data(), out.size(), kLogTableHexByte)).size(),
         kLogTableSize - 1);
+}
+
+TEST(LogText, ShowsControlCharacters)
+{
+    EXPECT_EQ(printable("S\xC3\xA4ule \xE2\x9A\xA1 7%"), "S\xC3\xA4ule \xE2\x9A\xA1 7%");
+    EXPECT_EQ(printable("a\nb\tc\rd\x1B[2J\x7F\\n"), "a\\nb\\tc\\x0Dd\\x1B[2J\\x7F\\\\n");
+    EXPECT_EQ(printable("\xC2\x9B\xC2\xA0"), "\\x9B\xC2\xA0");
+    EXPECT_EQ(printable(std::string_view("\0", 1)), "\\x00");
 }

@@ -9,8 +9,10 @@ extern char* LOG_SHARED_MEMORY_CONF_PTR;
 class LogConf
 {
 public:
-    /// Reads and applies "/evse/data/log.cfg". A file that cannot be opened gets one ERROR line and leaves
-    /// every level as it is; a malformed line is skipped. Main thread, before any task runs.
+    /// Reads and applies "/evse/data/log.cfg". A file that cannot be opened or read gets one ERROR line; a
+    /// line without colon is skipped; a word that is no level gets one ERROR line and counts as NONE. One
+    /// ERROR line, too, where the reading ends early: after 4000 lines (or pieces of 254 bytes of longer
+    /// ones) or with the line that brings more than 1000 nodes into being. Main thread, before any task runs.
     static void readConf();
     /// The same for another file.
     static void readConf(const char* path);

@@ -22,6 +22,9 @@ const char* level_to_string(LogLevel level);
 /// otherwise the first level in ascending order that level_strcmp() accepts; LogLevel::None when none does.
 LogLevel level_from_string(const char* text);
 
+/// Whether level_from_string() knows this text; otherwise its LogLevel::None is the want of a better answer.
+bool is_level(const char* text);
+
 /// 0 when the words agree up to the end of the shorter one, non-zero otherwise. Case-sensitive.
 /// So "NOTICE" and "WARNING\n" match their five-letter table words, and "D" matches "DEBUG".
 int level_strcmp(const char* tableWord, const char* text);

@@ -2,6 +2,7 @@
 
 #include "facade/LogEvent.h"
 #include "facade/LogFacade.h"
+#include "facade/LogText.h"
 
 #include <cstring>
 
@@ -77,7 +78,7 @@ void LogNode::printTree() const
         return;
     log_event(*liblogNode, LogLevel::Notic, __FILE__, kTreeTitleLine, nullptr, "Current log configuration :");
     for (const LogNode* node = nextBelow(this); node != nullptr; node = nextBelow(node)) {
-        log_event(*liblogNode, LogLevel::Notic, __FILE__, kTreeNodeLine, nullptr, "%s:%s", node->fullName(),
-                  level_to_string(node->level()));
+        log_event(*liblogNode, LogLevel::Notic, __FILE__, kTreeNodeLine, nullptr, "%s:%s",
+                  printable(node->fullName()).c_str(), level_to_string(node->level()));
     }
 }

@@ -40,6 +40,7 @@ LogNode* LogNodeFactory::findOrCreateNode(const char* name, int length)
         const auto component = parser.component();
         // Owned by its parent through the list of children.
         node = new LogNode(node, component.data(), static_cast<int>(component.size()));
+        ++m_size;
     } while (parser.next());
     return node;
 }

@@ -17,6 +17,8 @@ public:
     LogNode* findOrCreateNode(const char* name, int length);
     /// The node of this dotted name, or null.
     [[nodiscard]] LogNode* findNode(const char* name, int length);
+    /// How many nodes have been created below the root.
+    [[nodiscard]] unsigned size() const { return m_size; }
 
 private:
     struct Lookup
@@ -25,4 +27,6 @@ private:
         bool found;        ///< whether that is the whole path
     };
     [[nodiscard]] Lookup lookup(LogNameParser& parser);
+
+    unsigned m_size = 0;
 };
