@@ -116,6 +116,8 @@ TEST_F(Interface, ServesTheRequestsOfBootloader)
     EXPECT_EQ(client->call("startFirmwareUpdate", "/tmp/missing.gbl"), "false");
     EXPECT_TRUE(
         waitLog("<ERROR> [BriscaService.states.BootloaderState] The file can't be used (/tmp/missing.gbl)"));
+    EXPECT_EQ(client->call("startFirmwareUpdate", "/tmp/a\n0000.0000 forged"), "false");
+    EXPECT_TRUE(waitLog("The file can't be used (/tmp/a\\n0000.0000 forged)"));
     client->send("startFirmwareApp");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
     efr32sim::Phone phone(chip);

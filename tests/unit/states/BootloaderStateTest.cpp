@@ -1,5 +1,7 @@
+#include "BluetoothManager.h"
 #include "BootloaderState.h"
 #include "Fakes.h"
+#include "Rows.h"
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "facade/LogFacade.h"
@@ -66,17 +68,22 @@ TEST(BootloaderEntry, EndsAsItsAttemptsDeserve)
     }
 }
 
-TEST_F(Bootloader, LogsWhatTheConsoleSentAndEachRetry)
+TEST_F(Bootloader, KeepsAnyNameAndTellsOfOneThatWillNotBeOnTheAir)
 {
-    console.script("cnP");
     manager.switchState(BOOTLOADER);
-    const std::string text = log.text();
-    const auto after = [&text](const char* wanted, std::size_t from) { return text.find(wanted, from); };
-    std::size_t position = after("Text received:\n\n\n", 0);  // nothing was sent, so nothing came
-    position = after("Retry number: 0", position);
-    position = after("Text received:\nmenu\n\n", position);
-    position = after("Retry number: 1", position);
-    EXPECT_NE(position, std::string::npos) << text;
+    const QString twoBytes = QString::fromUtf8("\xC3\xA9");
+    for (const auto& [name, given, kept, warnings] : testsupport::Rows<QString, QString, int>{
+             {"the longest", QString(29, 'n'), QString(29, 'n'), 0},
+             {"one byte too long", twoBytes.repeated(15), twoBytes.repeated(15), 1},
+             {"none", QString(), QString(), 1},
+             {"cut in front of a character", 'n' + twoBytes.repeated(200), 'n' + twoBytes.repeated(123),
+              1}}) {
+        SCOPED_TRACE(name);
+        log.clear();
+        state.setBleName(given);
+        EXPECT_EQ(BluetoothManager::instance().getBleName(), kept);
+        EXPECT_EQ(log.count("<WARN > [BriscaService.states.BootloaderState] The BLE name"), warnings);
+    }
 }
 
 TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)

@@ -5,6 +5,7 @@
 #include "BriscaStateManagerI.h"
 #include "IoEfr32ManagerI.h"
 #include "facade/Log.h"
+#include "facade/LogText.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -13,6 +14,24 @@
 #include <vector>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.states.BootloaderState");
+
+namespace {
+constexpr int kMaxNameBytes = 248;      // of any Bluetooth device name
+constexpr int kMaxNameBytesOnAir = 29;  // what the 31 bytes of a scan response leave for it
+
+/// Cuts UTF-8 text in front of the character that does not fit.
+QByteArray cutToBytes(QByteArray text, int limit)
+{
+    constexpr unsigned kContinuationMask = 0xC0;
+    constexpr unsigned kContinuation = 0x80;
+    if (text.size() > limit) {
+        while ((static_cast<unsigned char>(text[limit]) & kContinuationMask) == kContinuation)
+            --limit;
+        text.truncate(limit);
+    }
+    return text;
+}
+}  // namespace
 
 BootloaderState::BootloaderState(BriscaStateManagerI& stateManager, IoEfr32ManagerI& ioEfr32Manager,
                                  An760& bootloader)
@@ -87,8 +106,14 @@ QString BootloaderState::getFwVersion()
 
 void BootloaderState::setBleName(const QString& name)
 {
-    if (accepts("setBleName"))
-        BluetoothManager::instance().setBleName(name);
+    if (!accepts("setBleName"))
+        return;
+    const QByteArray kept = cutToBytes(name.toUtf8(), kMaxNameBytes);
+    if (kept.isEmpty() || kept.size() > kMaxNameBytesOnAir) {
+        BRISCA_WARN(logNode, "The BLE name will not be on the air, which takes 1 to %d bytes (%s)",
+                    kMaxNameBytesOnAir, printable(kept.toStdString()).c_str());
+    }
+    BluetoothManager::instance().setBleName(QString::fromUtf8(kept));
 }
 
 void BootloaderState::startFirmware()
@@ -105,7 +130,7 @@ bool BootloaderState::startFwUpdate(const QString& filename)
     // Asked before the file is opened: opening a FIFO would block the event loop until somebody writes to it,
     // and opening a device may have effects of its own.
     if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly)) {
-        BRISCA_ERROR(logNode, "The file can't be used (%s)", filename.toUtf8().constData());
+        BRISCA_ERROR(logNode, "The file can't be used (%s)", printable(filename.toStdString()).c_str());
         return false;
     }
     file.close();

@@ -30,7 +30,9 @@ public:
     void restart();
     /// The chip's information text up to and including its prompt; empty in another state or on failure.
     [[nodiscard]] QString getFwVersion();
-    /// Keeps the name for the next start of the BLE stack; refused with one line in another state.
+    /// Keeps the name, at most its first 248 bytes of UTF-8, for the next start of the BLE stack; one WARN
+    /// line when it will not be on the air (none, or more than 29 bytes). Refused with one line in another
+    /// state.
     void setBleName(const QString& name);
     /// Switches to FIRMWARE; refused with one line in another state.
     void startFirmware();

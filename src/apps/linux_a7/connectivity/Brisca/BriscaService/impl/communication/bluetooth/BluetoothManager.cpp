@@ -2,6 +2,7 @@
 
 #include "GBSSlave.h"
 #include "facade/Log.h"
+#include "facade/LogText.h"
 
 BRISCA_LOG_NODE(logNode, "BriscaService.comm.BluetoothManager");
 
@@ -63,8 +64,8 @@ void BluetoothManager::stop()
 
 void BluetoothManager::setBleName(const QString& name)
 {
-    BRISCA_DEBUG(logNode, "BLE name changed from %s to %s.", m_bleName.toUtf8().constData(),
-                 name.toUtf8().constData());
+    BRISCA_DEBUG(logNode, "BLE name changed from %s to %s.", printable(m_bleName.toStdString()).c_str(),
+                 printable(name.toStdString()).c_str());
     m_bleName = name;
 }
 
