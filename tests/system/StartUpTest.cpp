@@ -117,6 +117,43 @@ TEST_F(StartUp, OfASecondInstanceIsSilentAndHarmless)
     EXPECT_EQ(client->call("getBriscaState"), kBootloader);
 }
 
+TEST_F(StartUp, AnswersAShellWithoutTouchingTheStation)
+{
+    startService();
+    auto events = chip.follow();
+    for (const auto& [arguments, end] :
+         std::vector<std::pair<std::vector<std::string>, std::string>>{{{"--version"}, "exit 0"},
+                                                                       {{"--help"}, "exit 0"},
+                                                                       {{"--reset"}, "exit 2"},
+                                                                       {{"--version", "--help"}, "exit 2"}}) {
+        std::vector<std::string> command = {SERVICE_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        Process asked(command, "/tmp/asked.log");
+        EXPECT_EQ(asked.waitEnd(testsupport::kPatience), end) << arguments[0];
+    }
+    const std::string answers = testsupport::readFile("/tmp/asked.log");
+    EXPECT_EQ(answers.rfind("BriscaService ", 0), 0U);
+    EXPECT_EQ(linesWith({""}).front(),
+              "<NOTIC> [BriscaService.main] Brisca service" + answers.substr(13, answers.find('\n') - 13));
+    EXPECT_THAT(answers, HasSubstr("usage: "));
+    EXPECT_EQ(events.drain(EventKind::ResetLow), 0U);
+    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
+}
+
+TEST_F(StartUp, IsNotHeldUpByAHugeLogConfiguration)
+{
+    {
+        std::ofstream configuration("/evse/data/log.cfg");
+        for (int node = 0; node < 60'000; ++node)
+            configuration << "n" << node << ":6\n";
+    }
+    ASSERT_NO_FATAL_FAILURE(startService());
+    const auto entered = log().find(" BriscaStateManager.cpp");
+    ASSERT_NE(entered, std::string::npos);
+    EXPECT_LT(std::stod(log().substr(entered - 9, 9)), 10) << "seconds; the whole file would take minutes";
+    EXPECT_THAT(linesWith({"of /evse/data/log.cfg are used"}), testing::SizeIs(1));
+}
+
 TEST_F(StartUp, FeedsTheWatchdogUntilTheChipFreezesTheEventLoop)
 {
     startService({"WATCHDOG_USEC=200000"});

@@ -1,4 +1,5 @@
 #include "BriscaService.h"
+#include "CommandLine.h"
 #include "FatalSignals.h"
 #include "StopSignals.h"
 #include "SystemdWatchdog.h"
@@ -21,6 +22,7 @@ void run(int& argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     stopOnSignals();
+    BRISCA_NOTIC(logNode, "Brisca service " BRISCA_VERSION);
     LogConf::readConf();
     LogFacade::inst().printTree();
     BriscaService service(&application);
@@ -35,6 +37,8 @@ void run(int& argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    if (const auto status = answerCommandLine(argc, argv))
+        return *status;
     installFatalSignalHandler();
     blockStopSignals();
     (void)std::signal(SIGPIPE, SIG_IGN);  // the log's reader may go; the station stays
