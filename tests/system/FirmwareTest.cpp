@@ -1,5 +1,6 @@
 // FIRMWARE and DISABLED: entry, traffic, restart, exit, and the ways in which an entry fails.
 #include "Station.h"
+#include "TempDir.h"
 #include "Wait.h"
 
 #include <gmock/gmock.h>
@@ -44,6 +45,11 @@ TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
     EXPECT_TRUE(waitLog("runs with coap+ser://tmp/EV3"))
         << "the application's output goes to the service's own";
     efr32sim::Phone phone(chip);
+    ASSERT_TRUE(phone.scan());
+    EXPECT_EQ(chip.air().advertisingData,
+              (efr32sim::Bytes{0x02, 0x01, 0x05, 0x0D, 0xFF, 0xFF, 0xFF, 0xF4, 0x4C, 0x01, 0x00, 0x01, 0x02,
+                               0x03, 0x04, 0x05, 0x06}));
+    EXPECT_EQ(chip.air().scanResponse, (efr32sim::Bytes{0x07, 0x09, 'V', 'o', 'l', 't', 'r', 'a'}));
     ASSERT_TRUE(phone.connect());
     EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
     ASSERT_TRUE(phone.writeMessage("hello"));
@@ -81,7 +87,7 @@ TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
     before = mark();
     client->send("disableBluetooth");
     EXPECT_EQ(client->call("getBriscaState"), kDisabled);
-    EXPECT_EQ(chip.mode(), efr32sim::Mode::Held);
+    EXPECT_TRUE(testsupport::waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
     EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
     EXPECT_THAT(linesWith(kSteps, before),
                 ElementsAre(transition("FIRMWARE", "DISABLED"), step("coAp killed")));
@@ -90,6 +96,42 @@ TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
     client->send("enableBluetooth");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
     EXPECT_EQ(linesWith(kSteps, before), entry({transition("DISABLED", "FIRMWARE")}));
+}
+
+TEST_F(Firmware, EndsItsApplicationWithAllItsProcesses)
+{
+    // Two process groups of their own in the session.
+    installApplication("set -m\n$APPLICATION &\n$APPLICATION &\nwait\n");
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    const auto family = [] { return Process::running(APPLICATION_PROGRAM); };
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(testsupport::waitUntil([&] { return family().size() == 2; }));
+        const auto before = family();
+        client->send("BriscaRestart");
+        ASSERT_EQ(client->waitSignal(), "bleIsStarted");
+        for (const pid_t left : before)
+            EXPECT_THAT(family(), testing::Not(testing::Contains(left)));
+    }
+    installApplication("$APPLICATION &\nexit 3\n");
+    client->send("BriscaRestart");
+    EXPECT_TRUE(waitLog("The CoAP application ended by itself: exit status 3"));
+    ASSERT_TRUE(testsupport::waitUntil([&] { return family().size() == 1; }));
+    client->send("disableBluetooth");
+    EXPECT_TRUE(waitLog("1 processes that the CoAP application had left behind killed"));
+    EXPECT_TRUE(testsupport::waitUntil([&] { return family().empty(); }));
+}
+
+TEST_F(Firmware, OutlivesAnApplicationThatEndsItsProcessGroupAndKeepsItsSystemdToItself)
+{
+    installApplication("env >/tmp/environment\nkill 0\n");
+    ASSERT_NO_FATAL_FAILURE(startService({"WATCHDOG_USEC=60000000", "KEPT=1"}));
+    client->send("startFirmwareApp");
+    EXPECT_TRUE(waitLog("The CoAP application ended by itself: signal 15"));
+    EXPECT_EQ(client->call("getBriscaState"), kFirmware);
+    const std::string environment = testsupport::readFile("/tmp/environment");
+    EXPECT_THAT(environment, HasSubstr("KEPT=1"));
+    for (const char* const name : {"NOTIFY_SOCKET", "WATCHDOG_"})
+        EXPECT_THAT(environment, testing::Not(HasSubstr(name)));
 }
 
 struct Failure
@@ -145,7 +187,10 @@ INSTANTIATE_TEST_SUITE_P(
         Failure{"application is missing",
                 [](efr32sim::Chip&) { std::filesystem::remove("/evse/app/bin/chp"); },
                 {transition("BOOTLOADER", "FIRMWARE"), step("EFR32 restarted"), step("Prompt detected: true"),
-                 step("BLE initialized: true"), step("Coap started: false"),
+                 step("BLE initialized: true"),
+                 "<ERROR> [BriscaService.states.FirmwareState] /evse/app/bin/chp: execve: No such file or "
+                 "directory",
+                 step("Coap started: false"),
                  "<ERROR> [BriscaService.states.FirmwareState] Fail to start the CoAP aaplication.",
                  transition("FIRMWARE", "ERROR"), kFailed, transition("ERROR", "ERROR")}}));
 }  // namespace

@@ -84,10 +84,15 @@ Station::~Station()
     chip.stop();
 }
 
-void Station::installApplication()
+void Station::installApplication(const std::string& script)
 {
     std::filesystem::remove(kApplication);
-    std::filesystem::create_symlink(APPLICATION_PROGRAM, kApplication);
+    if (script.empty()) {
+        std::filesystem::create_symlink(APPLICATION_PROGRAM, kApplication);
+        return;
+    }
+    writeFile(kApplication, "#!/bin/sh\nAPPLICATION='" APPLICATION_PROGRAM " coap+ser://tmp/EV3'\n" + script);
+    std::filesystem::permissions(kApplication, std::filesystem::perms(0755));
 }
 
 void Station::startBus()

@@ -40,7 +40,8 @@ protected:
 
     /// What makes a service tell this test that it is ready.
     static Process::Environment notified();
-    void installApplication();
+    /// @param script a shell script in the application's place, in which $APPLICATION is the stand-in
+    void installApplication(const std::string& script = {});
     /// Starts a bus and connects the client to it.
     void startBus();
     /// Starts the service and waits until it has told that it is ready.

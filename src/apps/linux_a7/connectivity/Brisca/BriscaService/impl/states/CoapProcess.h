@@ -9,8 +9,11 @@
 /// Joins a directory and a name with exactly one '/'.
 [[nodiscard]] std::string joinPath(const std::string& dir, const std::string& name);
 
-/// The CoAP application as a child process. It writes to the service's own standard streams, and the kernel
-/// ends it when the service ends in whatever way. Main thread only.
+class QDeadlineTimer;
+
+/// The CoAP application as a child process with a session of its own, which ends with it. It writes to the
+/// service's own standard streams and knows nothing of the service's systemd. The kernel ends it when the
+/// service ends in whatever way; its children are then the unit's business. Main thread only.
 class CoapProcess : public QProcess
 {
     Q_OBJECT
@@ -20,20 +23,24 @@ public:
     /// Kills a running application and waits for its end.
     ~CoapProcess() override;
 
-    /// Starts a new application. One that was killed before is waited for first, within @p timeoutMs.
-    /// @param timeoutMs longest wait for the start, in milliseconds
+    /// Starts a new application, when the one before has ended with all its processes. A failure gets one
+    /// ERROR line with path and reason.
+    /// @param timeoutMs longest wait for both, in milliseconds
     /// @return whether a new application runs
     [[nodiscard]] bool launch(int timeoutMs);
-    /// Kills the application without waiting for its end.
-    /// @return false when there was none
+    /// Kills the application and every process of its session without waiting for their ends, also those that
+    /// outlive an application that has ended by itself.
+    /// @return false when the application itself was not running
     bool killIfRunning();
 
 protected:
     void setupChildProcess() override;
 
 private:
-    void reportEnd(int exitCode, ExitStatus exitStatus) const;
+    bool waitForEnd(const QDeadlineTimer& deadline);
+    void reportEnd(int exitCode, ExitStatus exitStatus);
 
     bool m_endIsExpected = false;
     pid_t m_servicePid = 0;
+    pid_t m_session = 0;  // of the application started last, while processes of it may live
 };
