@@ -1,6 +1,7 @@
 // Every request of the bus in every state, and the way between the states.
 #include "Station.h"
 #include "TempDir.h"
+#include "Wait.h"
 
 #include <gmock/gmock.h>
 
@@ -124,6 +125,26 @@ TEST_F(Interface, ServesTheRequestsOfBootloader)
     const auto found = phone.scan();
     ASSERT_TRUE(found);
     EXPECT_EQ(found->scanResponse.localName(), "Carport 7");
+}
+
+TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
+{
+    const std::string document = testsupport::readFile(COMMANDER_DOCUMENT);
+    const auto from = document.find("```sh\n") + 6;
+    const Process commander({"sh", "-c", document.substr(from, document.find("```", from) - from)},
+                            "/tmp/commander.log");
+    for (int start = 0; start < 2; ++start) {
+        ASSERT_NO_FATAL_FAILURE(startService());
+        EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+        efr32sim::Phone phone(chip);
+        const auto found = phone.scan();
+        ASSERT_TRUE(found);
+        EXPECT_EQ(found->scanResponse.localName(), "Garage left");
+        service->kill(SIGKILL);
+        (void)service->waitEnd(testsupport::kPatience);
+    }
+    EXPECT_TRUE(testsupport::waitUntil(
+        [] { return testsupport::readFile("/tmp/commander.log").find("on the air\non the air\n") == 0; }));
 }
 
 TEST_F(Interface, ServesTheRequestsOfFirmware)
