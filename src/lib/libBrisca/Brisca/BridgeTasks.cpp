@@ -28,6 +28,8 @@ std::atomic<Brisca*> s_stack{nullptr};           // set before the tasks start
 std::atomic<bool> s_callbacksRegistered{false};  // set once, by "GBS2App"
 // Set before the tasks start.
 std::atomic<LinkWatchdog::Clock::duration> s_watchPeriod{LinkWatchdog::kPeriod};
+// Of the event pump; the epoch of the clock while there is none.
+std::atomic<LinkWatchdog::Clock::time_point> s_pumpProgress{};
 
 /// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: that is how the
 /// readers of these traces know long messages.
@@ -161,6 +163,7 @@ void keepOnAir(LinkWatchdog& watchdog)
         if (GBSSlave_TreatEvent() == 1)
             watchdog.eventCame(LinkWatchdog::Clock::now());
         keepOnAir(watchdog);
+        BridgeTasks::notePumpProgress();
     }
 }
 
@@ -283,6 +286,7 @@ void BridgeTasks::startOnce(Brisca& stack)
         return;
     }
     created = true;
+    notePumpProgress();
     for (const TaskRow& task : kTasks)
         GOS_CreateTask(task.name, task.entry, kMailboxSize);
     GOS_StartTasks();
@@ -291,6 +295,19 @@ void BridgeTasks::startOnce(Brisca& stack)
 void BridgeTasks::setWatchPeriod(std::chrono::milliseconds period)
 {
     s_watchPeriod = period;
+}
+
+void BridgeTasks::notePumpProgress()
+{
+    s_pumpProgress = LinkWatchdog::Clock::now();
+}
+
+std::optional<std::chrono::milliseconds> BridgeTasks::pumpSilence()
+{
+    const auto last = s_pumpProgress.load();
+    if (last == LinkWatchdog::Clock::time_point{})
+        return std::nullopt;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(LinkWatchdog::Clock::now() - last);
 }
 
 void BridgeTasks::forget(const Brisca& stack)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 
 class Brisca;
 
@@ -14,6 +15,13 @@ void startOnce(Brisca& stack);
 /// Replaces the ten seconds after which the link is checked, for a test that cannot wait for them. Before the
 /// first startOnce().
 void setWatchPeriod(std::chrono::milliseconds period);
+
+/// The event pump has ended a turn, or a step of one that may take as long as it likes: a start of
+/// advertising that the chip keeps refusing is no pump that hangs. Event task.
+void notePumpProgress();
+
+/// Time since the latest of these, or since the tasks were created; nothing before. Any thread.
+[[nodiscard]] std::optional<std::chrono::milliseconds> pumpSilence();
 
 /// The stack object goes away: nobody keeps its station on the air any more.
 void forget(const Brisca& stack);

@@ -71,6 +71,11 @@ bool Brisca::isStarted() const
     return m_started && GBSSlave_IsLineHeld();
 }
 
+std::optional<std::chrono::milliseconds> Brisca::pumpSilence()
+{
+    return BridgeTasks::pumpSilence();
+}
+
 QString Brisca::GetDeviceName()
 {
     const std::lock_guard lock(s_identityLock);

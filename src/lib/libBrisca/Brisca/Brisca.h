@@ -2,8 +2,10 @@
 
 #include <QString>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 struct gecko_cmd_packet;
 
@@ -72,6 +74,11 @@ public:
     /// task.
     /// @return whether the chip took it
     bool configureSecurity();
+
+    /// Time since the event pump has last shown that it does not hang; nothing before the first startStack()
+    /// of the process. A turn takes about 10 ms without work and less than 10 s with whatever the chip makes
+    /// of it. Any thread.
+    [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence();
 
     /// The device name given to init(). Any thread.
     [[nodiscard]] static QString GetDeviceName();

@@ -1,5 +1,6 @@
 // What the station says about itself on the air: name, manufacturer data, address.
 
+#include "BridgeTasks.h"
 #include "Brisca.h"
 #include "DeviceName.h"
 #include "GBSSlave.h"
@@ -113,6 +114,7 @@ void Brisca::startAdvertising(unsigned short interval)
             return;
         if (result == 0)
             GOS_WaitForDelay(kAdvertisingRetryMs);
+        BridgeTasks::notePumpProgress();
     }
 }
 

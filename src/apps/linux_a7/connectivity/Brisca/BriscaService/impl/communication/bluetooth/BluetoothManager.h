@@ -38,6 +38,12 @@ public:
     /// 0 disabled, 1 ready, 2 advertising, 4 connected, -1 unknown. Any thread.
     [[nodiscard]] int getBleState() const;
 
+    /// As Brisca::pumpSilence().
+    [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence()
+    {
+        return Brisca::pumpSilence();
+    }
+
     /// The chip is about to be, or has just been, reset: forgets that the stack has booted and lets go of the
     /// serial line, so that the stack touches it no more until the next initBleCom() and start(). Bounded.
     void resetBleStartedFlag();
