@@ -60,6 +60,12 @@ std::string NotifySocket::wait(std::chrono::milliseconds limit) const
     return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : "";
 }
 
+void NotifySocket::drain() const
+{
+    while (!wait(std::chrono::milliseconds(0)).empty()) {
+    }
+}
+
 Station::Station() : chip(chipOptions())
 {
     writeFile("/evse/data/log.cfg", "GLOBAL : DEBUG\n");
@@ -118,11 +124,11 @@ void Station::startService(const Process::Environment& environment)
     ASSERT_EQ(notify.wait(), "READY=1");
 }
 
-void Station::startIn(const std::string& state)
+void Station::startIn(const std::string& state, const Process::Environment& environment)
 {
     if (state == "ERROR")
         chip.hangUp();
-    ASSERT_NO_FATAL_FAILURE(startService());
+    ASSERT_NO_FATAL_FAILURE(startService(environment));
     if (state == "ERROR") {
         chip.plugIn();
         ASSERT_EQ(client->call("getBriscaState"), kError);

@@ -3,6 +3,7 @@
 #include "BusClient.h"
 #include "Process.h"
 #include "UniqueFd.h"
+#include "Wait.h"
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
 
@@ -22,6 +23,8 @@ public:
     NotifySocket();
     /// The next notification; "" when none came in time.
     [[nodiscard]] std::string wait(std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
+    /// Throws away what has come. The kernel keeps about ten, and the next one blocks the service.
+    void drain() const;
 
 private:
     testsupport::UniqueFd m_socket;
@@ -47,13 +50,22 @@ protected:
     /// Starts the service and waits until it has told that it is ready.
     void startService(const Process::Environment& environment = {});
     /// Starts the service and takes it to BOOTLOADER, FIRMWARE (advertising), DISABLED or ERROR.
-    void startIn(const std::string& state);
+    void startIn(const std::string& state, const Process::Environment& environment = {});
 
     [[nodiscard]] std::string log() const;
     /// Where the log ends now, for the functions below.
     [[nodiscard]] std::size_t mark() const { return log().size(); }
     /// Waits until a text has been logged behind a mark.
     [[nodiscard]] bool waitLog(const std::string& text, std::size_t from = 0) const;
+    /// Waits until a condition holds and reads, as systemd does, what the service tells it meanwhile.
+    template <class Condition>
+    [[nodiscard]] bool waitAsSystemd(Condition condition) const
+    {
+        return testsupport::waitUntil([&] {
+            notify.drain();
+            return condition();
+        });
+    }
     /// Lines behind a mark that contain one of the texts, from their level on, in order.
     [[nodiscard]] std::vector<std::string> linesWith(const std::vector<std::string>& texts,
                                                      std::size_t from = 0) const;

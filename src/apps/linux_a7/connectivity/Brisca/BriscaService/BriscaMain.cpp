@@ -2,11 +2,8 @@
 #include "CommandLine.h"
 #include "FatalSignals.h"
 #include "StopSignals.h"
-#include "SystemdWatchdog.h"
 #include "conf/LogConf.h"
 #include "facade/Log.h"
-
-#include <systemd/sd-daemon.h>
 
 #include <QCoreApplication>
 
@@ -28,9 +25,7 @@ void run(int& argc, char** argv)
     BriscaService service(&application);
     service.init();
     service.start();
-    if (sd_notify(0, "READY=1") <= 0)
-        BRISCA_WARN(logNode, "Fail to notify systemd");
-    feedSystemdWatchdog(&application);
+    service.tellReady();
     QCoreApplication::exec();
 }
 }  // namespace

@@ -2,9 +2,10 @@
 
 #include "BluetoothManager.h"
 #include "ServiceAdaptor.h"
-#include "SystemBus.h"
 
 namespace {
+using namespace std::chrono_literals;
+
 constexpr const char* kResetPinPath = "/dev/evse/io_efr32_reset";
 constexpr const char* kUartPath = "/dev/evse/tty_efr32";
 }  // namespace
@@ -18,15 +19,17 @@ BriscaService::BriscaService(QObject* parent)
       m_firmwareState(m_stateManager, m_ioEfr32Manager, m_bootloader),
       m_disabledState(m_stateManager, m_ioEfr32Manager),
       m_errorState(m_stateManager),
-      m_dbus(m_stateManager, m_bootloaderState, m_firmwareState, m_disabledState, m_errorState, nullptr)
+      m_dbus(m_stateManager, m_bootloaderState, m_firmwareState, m_disabledState, m_errorState, nullptr),
+      m_systemBus(m_dbus),
+      m_systemd(vitals())
 {
     BluetoothManager::instance().setUartName(kUartPath);
 }
 
 void BriscaService::init()
 {
-    new ServiceAdaptor(&m_dbus);  // owned by its parent, as the connection is
-    (new SystemBus(&m_dbus))->open();
+    new ServiceAdaptor(&m_dbus);  // owned by its parent
+    m_systemBus.open();
     m_dbus.init();
     m_stateManager.registerStateHandler(BOOTLOADER, m_bootloaderState);
     m_stateManager.registerStateHandler(FIRMWARE, m_firmwareState);
@@ -37,4 +40,10 @@ void BriscaService::init()
 void BriscaService::start()
 {
     m_stateManager.switchState(BOOTLOADER);
+}
+
+std::vector<Systemd::Vital> BriscaService::vitals() const
+{
+    return {{"event pump", 10s, BluetoothManager::pumpSilence},
+            {"chip during the upload", 60s, [this] { return m_bootloader.uploadSilence(); }}};
 }

@@ -9,6 +9,8 @@
 #include "FirmwareState.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
+#include "SystemBus.h"
+#include "Systemd.h"
 
 #include <QObject>
 
@@ -22,13 +24,18 @@ public:
     explicit BriscaService(QObject* parent);
     ~BriscaService() override = default;
 
-    /// Exports the interface on the system bus and registers the states. A bus or a name that cannot be had
-    /// is no error: the service then runs unreachable.
+    /// Exports the interface on the system bus, which may take SystemBus::kStartLimit, and registers the
+    /// states. A bus or a name that cannot be had is no error: the service then runs unreachable until it has
+    /// both.
     void init();
     /// Enters BOOTLOADER; returns when that entry has finished, whatever its outcome.
     void start();
+    /// Tells systemd that the service is ready, and from now on that it is well, see Systemd.
+    void tellReady() { m_systemd.ready(); }
 
 private:
+    [[nodiscard]] std::vector<Systemd::Vital> vitals() const;
+
     // In the order of construction; destroyed in reverse.
     BriscaStateManager m_stateManager;
     LinuxOutputPin m_resetPin;
@@ -39,4 +46,6 @@ private:
     DisabledState m_disabledState;
     ErrorState m_errorState;
     BriscaDbus m_dbus;
+    SystemBus m_systemBus;
+    Systemd m_systemd;
 };

@@ -1,9 +1,8 @@
 #include "StopSignals.h"
 
 #include "FatalSignals.h"
+#include "Systemd.h"
 #include "facade/Log.h"
-
-#include <systemd/sd-daemon.h>
 
 #include <QCoreApplication>
 
@@ -49,7 +48,7 @@ void waitForStop()
         return;  // a crash is being reported and ends the process by itself
     limitStopTime();
     // Before the event loop ends: the process is gone a moment later.
-    sd_notify(0, "STOPPING=1");
+    Systemd::stopping();
     BRISCA_NOTIC(logNode, "Signal %d received, the service stops", signal);
     // Queued, because exec() forgets a quit() that came before it, during the first state entry; and as a
     // call, because it removes a Quit event, too.

@@ -2,88 +2,114 @@
 
 #include "facade/Log.h"
 
+#include <QString>
+
 #include <thread>
+#include <utility>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.comm.BriscaDbus");
 
 namespace {
+using namespace std::chrono_literals;
+
+constexpr auto kLookPeriod = 100ms;
+const QString kConnection = QStringLiteral("brisca");  // Qt's name for it
 const QString kPath = QStringLiteral("/");
 const QString kService = QStringLiteral("org.voltra.brisca");
 
-/// A connection that the main thread opens holds requests back until the event loop runs and then delivers
-/// newer ones before them. One that another thread opens keeps the order; its requests wait for the event
-/// loop, too, because they are served on the main thread.
-QDBusConnection openFirst()
+const QDBusConnection kNoBus{QString()};
+
+// On the helper thread also because a connection that the main thread opens holds requests back until the
+// event loop runs and then delivers newer ones before them. One that another thread opens keeps the order.
+bool connectAnew()
 {
-    std::thread([] { QDBusConnection::systemBus(); }).join();
-    return QDBusConnection::systemBus();
+    QDBusConnection::disconnectFromBus(kConnection);
+    return QDBusConnection::connectToBus(QDBusConnection::SystemBus, kConnection).isConnected();
+}
+
+bool takeName(QDBusConnection bus)
+{
+    return bus.registerService(kService);
 }
 }  // namespace
 
-SystemBus::SystemBus(QObject* exported) : QObject(exported)
+SystemBus::SystemBus(QObject& exported) : m_exported(exported), m_bus(kNoBus)
 {
-    m_retry.setSingleShot(true);
-    connect(&m_retry, &QTimer::timeout, this, &SystemBus::retry);
+    connect(&m_timer, &QTimer::timeout, this, &SystemBus::look);
 }
 
 void SystemBus::open()
 {
-    const QDBusConnection bus = openFirst();
-    const bool isReached = bus.isConnected();
-    const bool isOffered = offer(bus);
-    m_nameRefused = !isOffered && bus.isConnected();
-    if (isReached && !bus.isConnected())
-        m_retry.start(kRetryPeriod);
+    const auto end = std::chrono::steady_clock::now() + kStartLimit;
+    begin();
+    while (m_helper.valid() && m_helper.wait_until(end) == std::future_status::ready)
+        conclude(m_helper.get());
 }
 
-QDBusConnection SystemBus::current() const
+void SystemBus::begin()
 {
-    return m_connection.isEmpty() ? QDBusConnection::systemBus() : QDBusConnection(m_connection);
+    if (m_step == Step::Connect) {
+        m_exported.blockSignals(true);  // Qt deletes what relayed them on a thread of its own
+        m_bus = kNoBus;
+    }
+    std::packaged_task<bool()> task(
+        [step = m_step, bus = m_bus] { return step == Step::Connect ? connectAnew() : takeName(bus); });
+    m_helper = task.get_future();
+    std::thread(std::move(task)).detach();
+    m_timer.start(kLookPeriod);
 }
 
-bool SystemBus::offer(QDBusConnection bus)
+void SystemBus::look()
 {
+    if (!m_helper.valid())
+        begin();
+    else if (m_helper.wait_for(0s) == std::future_status::ready)
+        conclude(m_helper.get());
+    if (m_step == Step::Serve)
+        BRISCA_NOTIC(logNode, "Connected to the system bus as %s", kService.toLatin1().constData());
+}
+
+void SystemBus::conclude(bool success)
+{
+    m_timer.start(kRetryPeriod);
+    switch (m_step) {
+        case Step::Connect:
+            if (!success)
+                break;
+            exportObject();
+            m_step = Step::Offer;
+            begin();
+            break;
+        case Step::Offer:
+            if (!m_bus.isConnected()) {
+                m_step = Step::Connect;
+            } else if (success) {
+                m_step = Step::Serve;
+                m_timer.stop();
+            }
+            break;
+        case Step::Serve:
+            break;
+    }
+}
+
+void SystemBus::exportObject()
+{
+    m_bus = QDBusConnection(kConnection);
     // Made up by the bus library itself when the daemon is gone. Before anything else: a daemon that dies
     // meanwhile must be noticed.
-    bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                SLOT(onDisconnected()));
-    bus.registerObject(kPath, parent(), QDBusConnection::ExportAdaptors);
-    return bus.registerService(kService) && bus.isConnected();
-}
-
-void SystemBus::forget()
-{
-    if (m_connection.isEmpty())
-        QDBusConnection::systemBus().unregisterObject(kPath);  // Qt keeps this one until the process ends
-    else
-        QDBusConnection::disconnectFromBus(m_connection);
+    m_bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                  QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                  SLOT(onDisconnected()));
+    m_bus.registerObject(kPath, &m_exported, QDBusConnection::ExportAdaptors);
+    m_exported.blockSignals(false);
 }
 
 void SystemBus::onDisconnected()
 {
-    if (current().isConnected())
-        return;  // told late, of an earlier connection
+    if (m_step != Step::Serve || m_bus.isConnected())
+        return;  // the helper will see it, or it is told late, of an earlier connection
     BRISCA_WARN(logNode, "Connection to the system bus lost");
-    if (!m_nameRefused)
-        m_retry.start(kRetryPeriod);
-}
-
-// A daemon that is not there refuses at once. One that takes the connection and then says nothing holds the
-// event loop for the bus library's time-out of 25 s, and again when the name is asked for; the loop turns in
-// between, so that systemd's watchdog is fed.
-void SystemBus::retry()
-{
-    using namespace std::chrono_literals;
-    if (!current().isConnected()) {
-        forget();
-        m_connection = QStringLiteral("brisca-%1").arg(++m_attempts);
-        QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connection);
-        m_retry.start(current().isConnected() ? 0ms : kRetryPeriod);
-    } else if (offer(current())) {
-        BRISCA_NOTIC(logNode, "Connected to the system bus again");
-    } else {
-        forget();
-        m_retry.start(kRetryPeriod);
-    }
+    m_step = Step::Connect;
+    m_timer.start(kRetryPeriod);
 }

@@ -2,42 +2,49 @@
 
 #include <QDBusConnection>
 #include <QObject>
-#include <QString>
 #include <QTimer>
 
 #include <chrono>
+#include <future>
 
-/// Keeps an object with its adaptors at "/" of the system bus, under the service's name. A bus daemon that
-/// dies takes the connection along; the object is then offered to the next one. Main thread only.
+/// Keeps an object with its adaptors at "/" of the system bus, under the service's name, whenever there is a
+/// bus that gives it the name. Main thread only.
+///
+/// A bus daemon that takes a connection and says nothing blocks whoever connects or asks for the name,
+/// without any limit that could be relied on. So a helper thread does both, which nobody joins: the main
+/// thread only looks whether it is done.
 class SystemBus : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Between two attempts to reach a new bus daemon.
+    /// Between two attempts to get the bus or the name.
     static constexpr std::chrono::seconds kRetryPeriod{5};
+    /// How long the start of the service waits for both.
+    static constexpr std::chrono::seconds kStartLimit{5};
 
-    /// @param exported becomes this object's parent
-    explicit SystemBus(QObject* exported);
-    ~SystemBus() override = default;
+    /// @param exported outlives this object; its signals are blocked while there is no bus for them
+    explicit SystemBus(QObject& exported);
 
-    /// Connects, exports the object and takes the name. A bus or a name that cannot be had is no error and no
-    /// reason to try again: the service then runs unreachable.
+    /// Connects, exports the object and takes the name. What cannot be had, or not within kStartLimit, is no
+    /// error; the event loop goes on trying without a word and tells its success.
     void open();
 
 private Q_SLOTS:
     void onDisconnected();
-    void retry();
+    void look();
 
 private:
-    [[nodiscard]] QDBusConnection current() const;
-    /// @return false when the name is not this service's or the daemon is gone again
-    bool offer(QDBusConnection bus);
-    void forget();
+    /// What comes next; the first two are for the helper thread.
+    enum class Step { Connect, Offer, Serve };
 
-    QTimer m_retry;
-    /// Qt's name of the connection that took the place of the first; empty for the first.
-    QString m_connection;
-    unsigned m_attempts = 0;
-    bool m_nameRefused = false;  // another instance serves the station
+    void begin();
+    void conclude(bool success);
+    void exportObject();
+
+    QObject& m_exported;
+    QTimer m_timer;
+    Step m_step = Step::Connect;
+    std::future<bool> m_helper;  // valid while the helper thread is at work, or its result not yet taken
+    QDBusConnection m_bus;       // of the steps after Connect
 };
