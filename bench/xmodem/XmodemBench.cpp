@@ -3,6 +3,7 @@
 // upload to its having the whole image. The floor is the least that a sender of this protocol can do, which
 // sends one block at a time: packets made beforehand, one write and one blocking read for each, nothing else.
 
+#include "ImageFile.h"
 #include "crc16.h"
 #include "efr32sim/Chip.h"
 #include "xymodem.h"
@@ -177,8 +178,9 @@ void compare(const char* title, bool pace, int runs, const std::vector<Sender>& 
 int sendOnly(const char* path)
 {
     const int cancel = ::eventfd(0, EFD_CLOEXEC);  // as the upload worker has one
+    ImageFile image;
     UploadProgress progress;
-    return xymodem_send(STDIN_FILENO, path, true, progress, cancel) == 0 ? 0 : 1;
+    return xymodem_send(STDIN_FILENO, path, true, image, progress, cancel) == 0 ? 0 : 1;
 }
 
 std::vector<std::array<unsigned char, kPacketSize>> packetsOf(const std::string& image)

@@ -91,17 +91,23 @@ TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
     const testsupport::TempDir directory;
     ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
     const QString image = QString::fromStdString(directory.write("image.gbl", "firmware"));
-    const QString missing = QString::fromStdString(directory.file("missing.gbl"));
     manager.switchState(BOOTLOADER);
     calls.clear();
     EXPECT_TRUE(state.startFwUpdate(image));
-    EXPECT_THAT(calls, ElementsAre("update from " + image.toStdString()));
-    for (const QString& refused :
-         {missing, QString::fromStdString(directory.path()), QString(),
-          QString::fromStdString(directory.file("fifo")), QStringLiteral("/dev/null")}) {
-        EXPECT_FALSE(state.startFwUpdate(refused));
-        EXPECT_TRUE(log.contains("<ERROR> [BriscaService.states.BootloaderState] The file can't be used (" +
-                                 refused.toStdString() + ")"));
+    EXPECT_THAT(calls, ElementsAre("update from " + image.toStdString() + ", open"));
+    const std::string missing = directory.file("missing.gbl");
+    const std::string noFile = "It is no regular file.";
+    for (const auto& [refused, reason] :
+         std::vector<std::pair<std::string, std::string>>{{missing, "No such file or directory"},
+                                                          {directory.path(), noFile},
+                                                          {"", "No such file or directory"},
+                                                          {directory.file("fifo"), noFile},
+                                                          {"/dev/null", noFile}}) {
+        log.clear();
+        EXPECT_FALSE(state.startFwUpdate(QString::fromStdString(refused)));
+        const std::string head = "<ERROR> [BriscaService.states.BootloaderState] ";
+        EXPECT_THAT(log.logLines(),
+                    ElementsAre(head + "The file can't be used (" + refused + ")", head + reason));
     }
     EXPECT_EQ(calls.size(), 1U);
 }

@@ -2,6 +2,7 @@
 
 #include "An760.h"
 #include "BriscaStateManager.h"
+#include "ImageFile.h"
 #include "IoEfr32ManagerI.h"
 
 #include <gmock/gmock.h>
@@ -31,14 +32,21 @@ public:
 
     bool open() override
     {
+        m_calls.push_back("open");
+        if (m_isOpen)
+            return false;
         if (!m_attempts.empty())
             m_attempt = m_attempts.front();
         if (m_attempts.size() > 1)
             m_attempts.erase(0, 1);
-        m_calls.push_back("open");
-        return m_attempt != 'x';
+        m_isOpen = m_attempt != 'x';
+        return m_isOpen;
     }
-    void close() override { m_calls.push_back("close"); }
+    void close() override
+    {
+        m_calls.push_back("close");
+        m_isOpen = false;
+    }
     bool sendCarriageReturn() override { return m_attempt != 'c'; }
     bool waitCommandPrompt(std::vector<char>& received) override
     {
@@ -51,9 +59,9 @@ public:
         m_calls.push_back("start firmware");
         return false;
     }
-    void updateFirmware(const QString& filePath) override
+    void uploadImage(const QString& filePath, std::unique_ptr<ImageFile> image) override
     {
-        m_calls.push_back("update from " + filePath.toStdString());
+        m_calls.push_back("update from " + filePath.toStdString() + (image->isOpen() ? ", open" : ""));
     }
 
     void script(std::string attempts) { m_attempts = std::move(attempts); }
@@ -62,4 +70,5 @@ private:
     Calls& m_calls;
     std::string m_attempts = "P";
     char m_attempt = 'P';
+    bool m_isOpen = false;
 };

@@ -2,6 +2,7 @@
 
 #include "GOS.h"
 #include "NCPDriver.h"
+#include "crc16.h"
 #include "gecko.h"
 
 #include <algorithm>
@@ -31,7 +32,6 @@ constexpr std::uint8_t kEot = 0x04;
 constexpr std::uint8_t kAck = 0x06;
 constexpr std::uint8_t kCrcRequest = 'C';
 constexpr std::uint8_t kPad = 0x1A;
-constexpr std::uint16_t kCrcPolynomial = 0x1021;
 constexpr std::size_t kBlockHeaderSize = 3;
 constexpr std::size_t kBlockSize = kBlockHeaderSize + kSblBlockDataSize + 2;
 
@@ -125,24 +125,13 @@ bool rebootIntoBootloader()
     return waitForText(kPrompt);
 }
 
-std::uint16_t crc16(std::span<const std::uint8_t> data)
-{
-    unsigned crc = 0;
-    for (const std::uint8_t byte : data) {
-        crc ^= static_cast<unsigned>(byte) << 8;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc & 0x8000u) != 0 ? (crc << 1) ^ kCrcPolynomial : crc << 1;
-    }
-    return static_cast<std::uint16_t>(crc);
-}
-
 std::array<std::uint8_t, kBlockSize> buildBlock(std::uint16_t number,
                                                 std::span<const std::uint8_t, kSblBlockDataSize> data)
 {
     const auto low = static_cast<std::uint8_t>(number);
     std::array<std::uint8_t, kBlockSize> block = {kSoh, low, static_cast<std::uint8_t>(~low)};
     auto* const crc = std::copy(data.begin(), data.end(), block.begin() + kBlockHeaderSize);
-    const std::uint16_t sum = crc16(data);
+    const std::uint16_t sum = crc16(data.data(), kSblBlockDataSize);
     crc[0] = static_cast<std::uint8_t>(sum >> 8);
     crc[1] = static_cast<std::uint8_t>(sum);
     return block;

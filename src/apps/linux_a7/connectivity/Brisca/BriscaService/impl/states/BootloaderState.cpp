@@ -3,13 +3,16 @@
 #include "An760.h"
 #include "BluetoothManager.h"
 #include "BriscaStateManagerI.h"
+#include "ImageFile.h"
 #include "IoEfr32ManagerI.h"
 #include "facade/Log.h"
 #include "facade/LogText.h"
 
 #include <QFile>
-#include <QFileInfo>
 
+#include <cerrno>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,8 +38,13 @@ QByteArray cutToBytes(QByteArray text, int limit)
 
 BootloaderState::BootloaderState(BriscaStateManagerI& stateManager, IoEfr32ManagerI& ioEfr32Manager,
                                  An760& bootloader)
-    : m_stateManager(stateManager), m_ioEfr32Manager(ioEfr32Manager), m_bootloader(bootloader)
+    : m_stateManager(stateManager),
+      m_ioEfr32Manager(ioEfr32Manager),
+      m_bootloader(bootloader),
+      m_updateLog(bootloader)
 {
+    connect(&bootloader, &An760::fwUpdateCompleteStatus, this,
+            [this](bool success) { m_updateLog.end(success, m_request); });
     connect(&bootloader, &An760::fwUpdateCompleteStatus, this, &BootloaderState::fwUpdateCompleteStatus);
 }
 
@@ -93,7 +101,13 @@ bool BootloaderState::accepts(const char* request) const
 
 void BootloaderState::restart()
 {
-    m_stateManager.switchState(BOOTLOADER);
+    leave("BriscaRestart", BOOTLOADER);
+}
+
+void BootloaderState::leave(const char* request, BriscaState state)
+{
+    m_request = request;
+    m_stateManager.switchState(state);
 }
 
 QString BootloaderState::getFwVersion()
@@ -119,21 +133,31 @@ void BootloaderState::setBleName(const QString& name)
 void BootloaderState::startFirmware()
 {
     if (accepts("startFirmware"))
-        m_stateManager.switchState(FIRMWARE);
+        leave("startFirmwareApp", FIRMWARE);
 }
 
 bool BootloaderState::startFwUpdate(const QString& filename)
 {
     if (!accepts("startFwUpdate"))
         return false;
-    QFile file(filename);
-    // Asked before the file is opened: opening a FIFO would block the event loop until somebody writes to it,
-    // and opening a device may have effects of its own.
-    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly)) {
+    auto image = std::make_unique<ImageFile>();
+    if (const int result = image->open(QFile::encodeName(filename).constData()); result != 0) {
         BRISCA_ERROR(logNode, "The file can't be used (%s)", printable(filename.toStdString()).c_str());
+        BRISCA_ERROR(logNode, "%s", result == -EINVAL ? "It is no regular file." : std::strerror(-result));
         return false;
     }
-    file.close();
-    m_bootloader.updateFirmware(filename);
+    startUpload(filename, std::move(image));
     return true;
+}
+
+void BootloaderState::startUpload(const QString& filename, std::unique_ptr<ImageFile> image)
+{
+    if (m_bootloader.uploadSilence())
+        BRISCA_WARN(logNode, "A firmware update is running already; this one is not started (%s)",
+                    printable(filename.toStdString()).c_str());
+    else
+        m_updateLog.begin(filename, image->size());
+    m_bootloader.uploadImage(filename, std::move(image));
+    if (!m_bootloader.uploadSilence())
+        m_updateLog.neverBegun();
 }

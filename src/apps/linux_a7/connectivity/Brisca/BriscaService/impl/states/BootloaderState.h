@@ -1,14 +1,18 @@
 #pragma once
 
+#include "BriscaState.h"
 #include "StateHandlerI.h"
+#include "UpdateLog.h"
 
 #include <QObject>
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 
 class An760;
 class BriscaStateManagerI;
+class ImageFile;
 class IoEfr32ManagerI;
 
 /// BOOTLOADER: the chip waits in its bootloader, whose menu serves the requests of this state. Entering it
@@ -38,6 +42,7 @@ public:
     void startFirmware();
     /// Starts the upload of a firmware image on a thread of its own; its result arrives as
     /// fwUpdateCompleteStatus().
+    /// While one runs, another is not started, and the result arrives once.
     /// @return false when the state is another one or @p filename is no regular file that can be read
     [[nodiscard]] bool startFwUpdate(const QString& filename);
     /// One reset pulse, one carriage return, then the wait for the prompt, which has no time-out.
@@ -50,6 +55,8 @@ private:
     [[nodiscard]] bool accepts(const char* request) const;
     /// @return whether the last attempt could open the serial port
     bool openAndFindPrompt();
+    void startUpload(const QString& filename, std::unique_ptr<ImageFile> image);
+    void leave(const char* request, BriscaState state);
 
     static constexpr std::uint8_t kMaxRetryNumber = 3;
 
@@ -57,4 +64,6 @@ private:
     IoEfr32ManagerI& m_ioEfr32Manager;
     An760& m_bootloader;
     std::uint8_t m_retryNumber = 0;  // attempt at which the serial port was last opened
+    const char* m_request = "";      // what made the service leave this state last
+    UpdateLog m_updateLog;
 };

@@ -1,12 +1,15 @@
 #include "An760.h"
 
 #include "CancelEvent.h"
+#include "ConsolePrompt.h"
 #include "FwUpdateWorker.h"
 #include "facade/Log.h"
 
 #include <QCoreApplication>
+#include <QVector>
 
-#include <string_view>
+#include <algorithm>
+#include <cerrno>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.comm.An760");
 
@@ -15,7 +18,6 @@ constexpr char kWakeConsole = '\r';
 constexpr char kStartUpload = '1';
 constexpr char kRunFirmware = '2';
 constexpr char kPrintInformation = '3';
-constexpr std::string_view kPrompt = "BL >";
 constexpr std::size_t kMaxConsoleText = std::size_t{64} * 1024;
 
 void keepNewest(std::vector<char>& text)
@@ -31,6 +33,16 @@ void append(std::vector<char>& text, char byte)
     text.push_back(byte);
     if (text.size() == 2 * kMaxConsoleText)
         keepNewest(text);
+}
+
+// Without NUL and the noncharacters of Unicode, which no D-Bus string may hold: the first ends it, for the
+// others a client's library may throw the whole reply away.
+QString toText(const std::vector<char>& bytes)
+{
+    QVector<uint> text = QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size())).toUcs4();
+    const auto unfit = [](uint character) { return character == 0 || QChar::isNonCharacter(character); };
+    text.erase(std::remove_if(text.begin(), text.end(), unfit), text.end());
+    return QString::fromUcs4(text.constData(), text.size());
 }
 }  // namespace
 
@@ -113,7 +125,7 @@ bool An760::getFirmwareVersion(QString& version)
         BRISCA_ERROR(logNode, "Error during the reading of firmware version.");
         return false;
     }
-    version = QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+    version = toText(text);
     BRISCA_DEBUG(logNode, "EFR32 version: %s", version.toUtf8().constData());
     return true;
 }
@@ -134,18 +146,23 @@ bool An760::readUntilPrompt(std::vector<char>& received)
 {
     std::size_t matched = 0;
     char byte = 0;
-    while (matched < kPrompt.size()) {
+    while (matched < kConsolePrompt.size()) {
         if (!m_port.read(byte))
             return false;
         BRISCA_TRACE(logNode, "Received: %c", byte);
         append(received, byte);
         // A byte that breaks the match does not start a new one: "BBL >" is no prompt of this bootloader.
-        matched = byte == kPrompt[matched] ? matched + 1 : 0;
+        matched = byte == kConsolePrompt[matched] ? matched + 1 : 0;
     }
     return true;
 }
 
 void An760::updateFirmware(const QString& filePath)
+{
+    uploadImage(filePath, std::make_unique<ImageFile>());
+}
+
+void An760::uploadImage(const QString& filePath, std::unique_ptr<ImageFile> image)
 {
     auto cancel = std::make_unique<CancelEvent>();
     if (!cancel->isValid() || !send(kStartUpload)) {
@@ -154,17 +171,18 @@ void An760::updateFirmware(const QString& filePath)
     }
     BRISCA_DEBUG(logNode, "Start firmware update");
     m_cancel = std::move(cancel);
-    startUpload(filePath);
+    startUpload(filePath, std::move(image));
     // Written when the upload has only begun; those who read the log know it as the start's last line.
     BRISCA_DEBUG(logNode, "New version of firmware is correctly uploaded");
 }
 
-void An760::startUpload(const QString& filePath)
+void An760::startUpload(const QString& filePath, std::unique_ptr<ImageFile> image)
 {
-    m_progress.begin(0);
+    m_progress.begin(image->size());
     m_lineUser = LineUser::Upload;
     m_thread = new QThread;
-    auto* const worker = new FwUpdateWorker(filePath, m_port, nullptr, m_progress, m_cancel->descriptor());
+    auto* const worker =
+        new FwUpdateWorker(filePath, m_port, nullptr, std::move(image), m_progress, m_cancel->descriptor());
     worker->moveToThread(m_thread);
     connect(worker, &FwUpdateWorker::error, this, &An760::errorString);
     connect(worker, &FwUpdateWorker::fwCompleteStatus, this, &An760::onFwCompleteStatus);
@@ -176,6 +194,7 @@ void An760::startUpload(const QString& filePath)
     m_thread->start();
     if (!m_thread->isRunning()) {  // the system has no thread to give
         delete worker;
+        m_progress.result = -EAGAIN;
         onFwCompleteStatus(false);
     }
 }

@@ -15,6 +15,7 @@
 #include <semaphore>
 
 class CancelEvent;
+class ImageFile;
 
 /// Client of the chip's standalone UART bootloader (AN760), whose console shows a menu and the prompt "BL >".
 ///
@@ -44,8 +45,11 @@ public:
     bool getFirmwareVersion(QString& version) override;
     bool startFirmware() override;
     /// The outcome is reported exactly once by fwUpdateCompleteStatus(), unless the upload could not be
-    /// started at all (port closed, upload running, console not writable), which is one ERROR line.
+    /// started at all (port closed, upload running, console not writable), which is one ERROR line. When a
+    /// failure comes the console has its prompt back, unless the chip does not show it within 10 s.
     void updateFirmware(const QString& filePath) override;
+    /// The same with a file that may be open already, so that the very file is sent that has been looked at.
+    virtual void uploadImage(const QString& filePath, std::unique_ptr<ImageFile> image);
 
     /// Throws away what the bootloader has sent so far and sends one menu key.
     /// @return false when the port is closed, busy with an upload, or did not take the byte
@@ -75,7 +79,7 @@ private:
 
     [[nodiscard]] bool consoleUsable() const;
     [[nodiscard]] bool readUntilPrompt(std::vector<char>& received);
-    void startUpload(const QString& filePath);
+    void startUpload(const QString& filePath, std::unique_ptr<ImageFile> image);
     void endUpload();
     void joinWorker();
 

@@ -20,16 +20,12 @@ ImageFile::~ImageFile()
 int ImageFile::open(const char* path)
 {
     errno = 0;
-    m_descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (m_descriptor < 0)
-        return failure("open");
+    m_descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat status = {};
-    if (::fstat(m_descriptor, &status) != 0)
-        return failure("fstat");
-    if (!S_ISREG(status.st_mode)) {
-        errno = EINVAL;
-        return failure("open");
-    }
+    if (m_descriptor < 0 || ::fstat(m_descriptor, &status) != 0)
+        return failure();
+    if (!S_ISREG(status.st_mode))
+        return -EINVAL;
     m_size = status.st_size;
     return map();
 }
@@ -43,8 +39,10 @@ int ImageFile::map()
     errno = 0;
     void* const mapping =
         ::mmap(nullptr, static_cast<std::size_t>(m_size), PROT_READ, MAP_PRIVATE, m_descriptor, 0);
-    if (mapping == nullptr)
-        return failure("mmap");
+    if (mapping == nullptr) {
+        std::perror("mmap");
+        return failure();
+    }
     if (mapping == MAP_FAILED)
         return 0;
     m_mapping = mapping;
@@ -57,5 +55,7 @@ int ImageFile::read(off_t position, std::span<unsigned char> bytes) const
 {
     errno = 0;
     const ssize_t got = TEMP_FAILURE_RETRY(::pread(m_descriptor, bytes.data(), bytes.size(), position));
-    return got == static_cast<ssize_t>(bytes.size()) ? 0 : failure();
+    if (got < 0)
+        return failure();
+    return got == static_cast<ssize_t>(bytes.size()) ? 0 : -ENODATA;
 }

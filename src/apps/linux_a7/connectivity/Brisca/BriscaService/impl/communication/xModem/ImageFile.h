@@ -15,15 +15,16 @@ public:
 
     /// Opens and maps the file; to be called once. Anything but a regular file is refused without waiting for
     /// a peer (a FIFO, a terminal). An empty file, or one that cannot be mapped, is opened nevertheless.
-    /// @return 0 or a negative errno
+    /// @return 0; -EINVAL when it is no regular file; or another negative errno
     [[nodiscard]] int open(const char* path);
+    [[nodiscard]] bool isOpen() const { return m_descriptor >= 0; }
 
     /// Bytes in the file when it was opened.
     [[nodiscard]] off_t size() const { return m_size; }
 
     /// Copies bytes of the file.
     /// @param position offset of the first byte
-    /// @return 0; -EIO when the file has become shorter than that, or another negative errno
+    /// @return 0; -ENODATA when the file has become shorter than that; or another negative errno
     [[nodiscard]] int read(off_t position, std::span<unsigned char> bytes) const;
 
 private:

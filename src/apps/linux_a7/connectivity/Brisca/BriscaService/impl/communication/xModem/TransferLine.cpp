@@ -7,10 +7,11 @@
 #include <termios.h>
 #include <unistd.h>
 
-TransferLine::TransferLine(int descriptor, UploadProgress& progress, int cancelDescriptor)
+TransferLine::TransferLine(int descriptor, UploadProgress& progress, int cancelDescriptor, int timeoutMs)
     : m_descriptor(descriptor),
       m_progress(progress),
       m_cancelDescriptor(cancelDescriptor),
+      m_timeoutMs(timeoutMs),
       m_flags(::fcntl(descriptor, F_GETFL))
 {
     if (m_flags != -1)
@@ -55,14 +56,18 @@ int TransferLine::receive(unsigned char& byte)
     }
 }
 
-// Ends by the line (ready, hung up or invalid: the call that follows tells which) or by the cancellation.
+// Ends by the line (ready, hung up or invalid: the call that follows tells which), by the cancellation or by
+// the time-out.
 int TransferLine::waitFor(short events)
 {
     if (m_descriptor < 0)
         return 0;  // poll() would ignore it and wait for ever
     pollfd entries[] = {{m_descriptor, events, 0}, {m_cancelDescriptor, POLLIN, 0}};
-    if (TEMP_FAILURE_RETRY(::poll(entries, std::size(entries), -1)) < 0)
+    const int ready = TEMP_FAILURE_RETRY(::poll(entries, std::size(entries), m_timeoutMs));
+    if (ready < 0)
         return failure();
+    if (ready == 0)
+        return -ETIMEDOUT;
     if (entries[1].revents == 0)
         return 0;
     ::tcflush(m_descriptor, TCOFLUSH);  // or closing the port would wait for a line that may be stopped

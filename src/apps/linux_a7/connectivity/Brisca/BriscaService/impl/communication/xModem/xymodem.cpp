@@ -5,6 +5,7 @@
 #include "TransferLine.h"
 #include "crc16.h"
 #include "facade/Log.h"
+#include "facade/LogText.h"
 
 #include <algorithm>
 #include <array>
@@ -18,6 +19,7 @@ constexpr unsigned char kStartOfHeader = 0x01;
 constexpr unsigned char kEndOfTransfer = 0x04;
 constexpr unsigned char kAcknowledge = 0x06;
 constexpr unsigned char kNotAcknowledge = 0x15;
+constexpr unsigned char kCancel = 0x18;
 constexpr unsigned char kReceiverPing = 'C';
 
 // One packet on the wire.
@@ -25,7 +27,7 @@ constexpr std::size_t kHeaderOffset = 0;
 constexpr std::size_t kNumberOffset = 1;
 constexpr std::size_t kComplementOffset = 2;
 constexpr std::size_t kDataOffset = 3;
-constexpr std::size_t kDataLength = 128;
+constexpr std::size_t kDataLength = UploadProgress::kBlockBytes;
 constexpr std::size_t kCrcOffset = kDataOffset + kDataLength;  // two bytes, high byte first
 constexpr std::size_t kPacketLength = kCrcOffset + 2;
 
@@ -33,6 +35,8 @@ constexpr unsigned char kFiller = 0xFF;  // erased flash, so that the filling pr
 constexpr unsigned char kFirstBlock = 1;
 constexpr std::size_t kMaxUnexpectedBytes = 55;
 constexpr int kAbandoned = -1;
+constexpr std::chrono::seconds kCancelLimit{2};
+constexpr std::size_t kMaxCancelText = 4096;
 
 using Packet = std::array<unsigned char, kPacketLength>;
 
@@ -65,9 +69,9 @@ int fillPacket(Packet& packet, unsigned char number, const ImageFile& image, off
     packet[kHeaderOffset] = kStartOfHeader;
     packet[kNumberOffset] = number;
     packet[kComplementOffset] = static_cast<unsigned char>(~number);
-    const unsigned short crc = crc16_block(data);
-    packet[kCrcOffset] = static_cast<unsigned char>(crc >> 8);
-    packet[kCrcOffset + 1] = static_cast<unsigned char>(crc & 0xFF);
+    const unsigned short crc = swap16(crc16(data.data(), kDataLength));
+    packet[kCrcOffset] = static_cast<unsigned char>(crc & 0xFF);
+    packet[kCrcOffset + 1] = static_cast<unsigned char>(crc >> 8);
     return 0;
 }
 
@@ -90,11 +94,11 @@ char judge(unsigned char answer, std::string& unexpected)
     }
 }
 
-int sendUntilAcknowledged(TransferLine& line, const Packet& packet)
+int sendUntilAcknowledged(TransferLine& line, const Packet& packet, UploadProgress& progress)
 {
     std::string unexpected;
     unsigned char answer = 0;
-    while (answer != kAcknowledge) {
+    for (progress.repeats = 0; answer != kAcknowledge; ++progress.repeats) {
         if (const int result = line.send(packet); result != 0)
             return result;
         if (const int result = line.receive(answer); result != 0)
@@ -118,7 +122,7 @@ int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progr
         Packet packet;
         if (const int result = fillPacket(packet, number++, image, position); result != 0)
             return result;
-        if (const int result = sendUntilAcknowledged(line, packet); result != 0)
+        if (const int result = sendUntilAcknowledged(line, packet, progress); result != 0)
             return result;
         progress.acknowledgedBytes = std::min<off_t>(position + kDataLength, image.size());
     }
@@ -128,24 +132,42 @@ int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progr
 
 int xymodem_send(int descriptor, const char* path, bool waitForReceiver)
 {
+    ImageFile image;
     UploadProgress progress;
-    return xymodem_send(descriptor, path, waitForReceiver, progress, -1);
+    return xymodem_send(descriptor, path, waitForReceiver, image, progress, -1);
 }
 
-int xymodem_send(int descriptor, const char* path, bool waitForReceiver, UploadProgress& progress,
-                 int cancelDescriptor)
+int xymodem_send(int descriptor, const char* path, bool waitForReceiver, ImageFile& image,
+                 UploadProgress& progress, int cancelDescriptor)
 {
-    ImageFile image;
-    if (const int result = image.open(path); result != 0)
+    if (const int result = image.isOpen() ? 0 : image.open(path); result != 0) {
+        errno = -result;
+        std::perror("open");
         return result;
+    }
     progress.begin(image.size());
     TransferLine line(descriptor, progress, cancelDescriptor);
     if (waitForReceiver) {
         if (const int result = waitForReceiverPing(line); result != 0)
             return result;
     }
-    BRISCA_DEBUG(logNode, "Sending %s ", path);
+    BRISCA_DEBUG(logNode, "Sending %s ", printable(path).c_str());
     if (const int result = sendBlocks(line, image, progress); result != 0)
         return result;
     return line.send({&kEndOfTransfer, 1});
+}
+
+int xymodem_cancel(int descriptor, std::string& said, int quietMs, UploadProgress& progress,
+                   int cancelDescriptor)
+{
+    TransferLine line(descriptor, progress, cancelDescriptor, quietMs);
+    int result = line.send(std::array{kCancel, kCancel});
+    const auto end = UploadProgress::Clock::now() + kCancelLimit;
+    while (result == 0 && said.size() < kMaxCancelText && UploadProgress::Clock::now() < end) {
+        unsigned char byte = 0;
+        result = line.receive(byte);
+        if (result == 0)
+            said += static_cast<char>(byte);
+    }
+    return result == -ETIMEDOUT ? 0 : result;
 }

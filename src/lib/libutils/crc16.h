@@ -1,8 +1,7 @@
 #pragma once
 
-#include <span>
-
-// The CRC of XMODEM-CRC: CRC-16 with polynomial 0x1021, initial value 0, no reflection and no final XOR.
+// The CRC of XMODEM-CRC: CRC-16 with polynomial 0x1021, initial value 0, no reflection and no final XOR. Any
+// thread.
 
 /// Shifts one bit (1 when @p bit is non-zero) into the CRC.
 [[nodiscard]] constexpr unsigned short crc_update(unsigned short crc, int bit)
@@ -13,11 +12,8 @@
     return static_cast<unsigned short>((crc & kTopBit) != 0 ? shifted ^ kPolynomial : shifted);
 }
 
-/// CRC of @p length bytes, bit by bit: the definition that crc16_block() is held against.
+/// CRC of @p length bytes.
 [[nodiscard]] unsigned short crc16(const unsigned char* data, unsigned short length);
-
-/// The same value, a table look-up a byte.
-[[nodiscard]] unsigned short crc16_block(std::span<const unsigned char> data);
 
 /// Exchanges the two bytes.
 [[nodiscard]] constexpr unsigned short swap16(unsigned short value)
