@@ -1,10 +1,13 @@
 #include "ClientFixture.h"
+#include "ImageFile.h"
 #include "Pty.h"
 #include "efr32sim/Chip.h"
 
 #include <termios.h>
+#include <unistd.h>
 #include <QTimer>
 
+#include <cerrno>
 #include <functional>
 #include <thread>
 
@@ -130,6 +133,7 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         bool success;
     };
     const std::size_t threads = threadCount();
+    const std::size_t descriptors = testsupport::entriesOf("/proc/self/fd");
     auto events = chip.follow();
     for (const Row& row :
          {Row{"refused blocks", refusals(20), true}, Row{"a lost answer", answers({}, 1), true},
@@ -144,7 +148,23 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         EXPECT_TRUE(!row.success || events.waitFor(EventKind::Prompt));
         EXPECT_TRUE(!row.success || chip.image() == image);
         EXPECT_TRUE(threadsEndAt(threads));
+        EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), descriptors);
     }
+}
+
+TEST_F(ChipUpload, OfAFileThatBecomesShorterGivesTheConsoleBack)
+{
+    const QString path = imageFile("image", 2000);
+    auto file = std::make_unique<ImageFile>();
+    ASSERT_EQ(file->open(path.toUtf8().constData()), 0);
+    ASSERT_EQ(::truncate(path.toUtf8().constData(), 128), 0);
+    client.uploadImage(path, std::move(file));
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_THAT(reports, ElementsAre(false));
+    EXPECT_EQ(client.uploadProgress().result, -ENODATA);
+    EXPECT_EQ(client.uploadProgress().acknowledgedBytes, 128);
+    QString version;
+    EXPECT_TRUE(client.getFirmwareVersion(version));
 }
 
 TEST_F(ChipUpload, ASuccessThatIsStillQueuedIsReportedByTheClose)

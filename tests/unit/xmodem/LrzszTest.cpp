@@ -101,4 +101,16 @@ TEST(LrzszReceiver, GetsTheFile)
         EXPECT_TRUE(testsupport::readFile(directory.file("received")) == image) << "received another file";
     }
 }
+
+TEST(LrzszReceiver, EndsWhenItIsCancelled)
+{
+    const testsupport::TempDir directory;
+    Line line(directory.file("received"), "");
+    char ping = 0;
+    EXPECT_EQ(::read(line.sender(), &ping, 1), 1);
+    std::string said;
+    UploadProgress progress;
+    EXPECT_EQ(xymodem_cancel(line.sender(), said, 100, progress, -1), 0);
+    EXPECT_EQ(line.receiver.end(), "exit 128");
+}
 }  // namespace

@@ -39,7 +39,7 @@ bool FwUpdateWorker::upload()
     }
     const int result = send(descriptor);
     m_progress.result = result;
-    if (result < 0)
+    if (result < 0 && result != -ECANCELED)  // who cancels the upload resets the chip
         cancelReceiver(descriptor);
     return result >= 0;
 }

@@ -98,7 +98,8 @@ int sendUntilAcknowledged(TransferLine& line, const Packet& packet, UploadProgre
 {
     std::string unexpected;
     unsigned char answer = 0;
-    for (progress.repeats = 0; answer != kAcknowledge; ++progress.repeats) {
+    for (int repeats = 0; answer != kAcknowledge; ++repeats) {
+        progress.repeats = repeats;
         if (const int result = line.send(packet); result != 0)
             return result;
         if (const int result = line.receive(answer); result != 0)
@@ -124,6 +125,7 @@ int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progr
             return result;
         if (const int result = sendUntilAcknowledged(line, packet, progress); result != 0)
             return result;
+        progress.repeats = 0;
         progress.acknowledgedBytes = std::min<off_t>(position + kDataLength, image.size());
     }
     return 0;
