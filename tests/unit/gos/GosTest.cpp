@@ -1,12 +1,14 @@
 #include "GOS.h"
 
 #include "StdoutCapture.h"
-#include "facade/LogFacade.h"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +16,9 @@
 namespace {
 using testsupport::StdoutCapture;
 using Lines = std::vector<std::string>;
+
+// For what does not block to come back.
+constexpr std::chrono::milliseconds kLongEnough{50};
 
 std::string delays;  // what has been asked of the system
 }  // namespace
@@ -71,21 +76,18 @@ TEST(Gos, MeasuresStringsUpToALimit)
 
 TEST(Gos, LocksEachNumberedSemaphoreByItself)
 {
-    const auto forEach = [](void (*function)(unsigned)) {
-        for (unsigned id = 0; id <= 4; ++id)
-            function(id);
-    };
-    forEach(GOS_WaitForSemaphore);
-    int shared = 0;
-    std::thread waiter([&] {
-        forEach(GOS_WaitForSemaphore);
-        ++shared;
-    });
-    ++shared;
-    forEach(GOS_ReleaseSemaphore);
-    waiter.join();
-    EXPECT_EQ(shared, 2);
-    forEach(GOS_ReleaseSemaphore);  // any thread may release
+    for (unsigned id = 0; id <= 4; ++id) {
+        GOS_WaitForSemaphore(id);
+        auto second = std::async(std::launch::async, [id] {
+            GOS_WaitForSemaphore((id + 1) % 5);  // the others are free
+            GOS_ReleaseSemaphore((id + 1) % 5);
+            GOS_WaitForSemaphore(id);
+        });
+        EXPECT_EQ(second.wait_for(kLongEnough), std::future_status::timeout) << id;
+        GOS_ReleaseSemaphore(id);
+        second.get();
+        GOS_ReleaseSemaphore(id);  // any thread may release
+    }
 }
 
 TEST(Gos, ContinuesAtOnceOnASemaphoreThatDoesNotExist)
@@ -95,18 +97,6 @@ TEST(Gos, ContinuesAtOnceOnASemaphoreThatDoesNotExist)
     GOS_ReleaseSemaphore(0xFFFFFFFF);
     EXPECT_EQ(capture.logLines(), (Lines{"<FATAL> [[KORA][GOS]] SemaphoreID 5 don't exist",
                                          "<FATAL> [[KORA][GOS]] SemaphoreID -1 don't exist"}));
-}
-
-TEST(Gos, HasStubsThatOnlyTrace)
-{
-    LogFacade::setLevel("[KORA][GOS]", LogLevel::Trace);
-    StdoutCapture capture;
-    GOS_GetCommonData()->exceptionCode = 7;
-    EXPECT_EQ(GOS_GetException(), 0);
-    GOS_SetErrno(16);
-    EXPECT_EQ(capture.logLines(), (Lines{"<TRACE> [[KORA][GOS]] Stub : GOS_GetCommonData",
-                                         "<TRACE> [[KORA][GOS]] Stub : GOS_GetCommonData",
-                                         "<TRACE> [[KORA][GOS]] Stub : GOS_SetErrno 16"}));
 }
 
 TEST(Gos, IsNoTaskOnTheMainThread)
@@ -130,14 +120,24 @@ TEST(Gos, IsNoTaskOnTheMainThread)
 
 TEST(Gos, RunsTasksUntilTheyEnd)
 {
-    static int answer = 0;
+    static std::atomic<bool> mayEnd = false;
+    static std::atomic<int> answer = 0;
     GOS_CreateTask(
         "other", [] {}, sizeof(int));
     GOS_CreateTask(
-        "task", [] { answer = GOS_GetCurrentTaskId() == GOS_GetTaskID("task") ? 42 : -1; }, 4);
+        "task",
+        [] {
+            while (!mayEnd)
+                std::this_thread::yield();
+            answer = GOS_GetCurrentTaskId() == GOS_GetTaskID("task") ? 42 : -1;
+        },
+        4);
     EXPECT_EQ(GOS_GetTaskID("task"), 1);
     GOS_StartTasks();
-    GOS_Join();
+    auto joined = std::async(std::launch::async, GOS_Join);
+    EXPECT_EQ(joined.wait_for(kLongEnough), std::future_status::timeout);
+    mayEnd = true;
+    joined.get();
     EXPECT_EQ(answer, 42);
 }
 }  // namespace
