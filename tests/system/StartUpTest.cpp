@@ -97,19 +97,6 @@ TEST_F(StartUp, KeepsTheOrderOfRequestsWhileTheEventLoopStarts)
     EXPECT_EQ(lines, expected);
 }
 
-<<<<<<< HEAD
-TEST_F(StartUp, OfASecondInstanceIsSilentAndHarmless)
-{
-    startService();
-    Process second({SERVICE_PROGRAM}, "/tmp/second.log", notified());
-    EXPECT_EQ(notify.wait(), "READY=1");
-    EXPECT_TRUE(second.isRunning());
-    EXPECT_THAT(testsupport::readFile("/tmp/second.log"), Not(HasSubstr("org.voltra.brisca")));
-    second.kill(SIGTERM);
-    EXPECT_EQ(second.waitEnd(testsupport::kPatience), "exit 0");
-    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
-}
-
 TEST_F(StartUp, AnswersAShellWithoutTouchingTheStation)
 {
     startService();
@@ -146,21 +133,4 @@ TEST_F(StartUp, IsNotHeldUpByAHugeLogConfiguration)
     EXPECT_LT(std::stod(log().substr(entered - 9, 9)), 10) << "seconds; the whole file would take minutes";
     EXPECT_THAT(linesWith({"of /evse/data/log.cfg are used"}), testing::SizeIs(1));
 }
-
-TEST_F(StartUp, FeedsTheWatchdogUntilTheChipFreezesTheEventLoop)
-{
-    startService({"WATCHDOG_USEC=200000"});
-    for (int ping = 0; ping < 3; ++ping)
-        EXPECT_EQ(notify.wait(), "WATCHDOG=1");
-    chip.inject({.kind = efr32sim::FaultKind::SilentReset, .count = 0});
-    auto events = chip.follow();
-    client->send("BriscaRestart");
-    ASSERT_TRUE(events.waitFor(EventKind::ResetHigh));
-    while (!notify.wait(std::chrono::milliseconds(0)).empty()) {
-    }
-    EXPECT_EQ(notify.wait(std::chrono::seconds(1)), "") << "a ping from a frozen event loop";
-    EXPECT_TRUE(service->isRunning());
-}
-=======
->>>>>>> 9d075de (Feed the watchdog only while all is well; keep a silent bus off the main thread)
 }  // namespace
