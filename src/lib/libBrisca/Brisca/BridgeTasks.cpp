@@ -7,11 +7,14 @@
 #include "GBSSlave.h"
 #include "GOS.h"
 #include "LinkWatchdog.h"
+#include "SilenceWatch.h"
 #include "facade/Log.h"
 #include "facade/LogTable.h"
 
 #include <algorithm>
 #include <atomic>
+#include <ctime>
+#include <mutex>
 
 BRISCA_LOG_NODE(logNode, "Brisca");
 
@@ -19,6 +22,7 @@ namespace {
 constexpr unsigned kPollPeriodMs = 10;
 constexpr unsigned kReadTimeoutSeconds = 10;
 constexpr int kMailboxSize = 4;
+constexpr int kReportedPeriods = 3;
 constexpr int kDumpedBytesPerLine = 20;
 static_assert(kRequestBufferSize >= kBtpMessageLength + kBtpSlotCapacity,
               "a read may deliver a whole frame more than it asked for");
@@ -90,6 +94,8 @@ LinkWatchdog::Link lookAtLink(const Brisca* stack)
     using enum LinkWatchdog::Link;
     if (stack == nullptr || !stack->isStarted())
         return Stopped;
+    if (!GBSSlave_HasBooted())
+        return Booting;
     switch (GBSSlave_PeekState()) {
         case GBS_LINK_ADVERTISING:
             return Advertising;
@@ -151,6 +157,43 @@ void keepOnAir(LinkWatchdog& watchdog)
     }
 }
 
+void reportSilence(std::chrono::milliseconds silence)
+{
+    const std::time_t since =
+        std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() - silence);
+    std::tm utc = {};
+    char text[sizeof "2000-01-01 00:00:00"] = "";
+    (void)std::strftime(text, sizeof text, "%F %T", ::gmtime_r(&since, &utc));
+    BRISCA_WARN(logNode, "The chip has answered nothing for %d s, since %s UTC",
+                static_cast<int>(silence.count() / 1000), text);
+}
+
+void watchSilence()
+{
+    using enum SilenceWatch::Alarm;
+    static std::mutex lock;
+    static SilenceWatch watch(BridgeTasks::reportedSilence());  // guarded by lock
+    const Brisca* const stack = s_stack;
+    if (stack == nullptr)
+        return;
+    const std::chrono::milliseconds silence = stack->silence();
+    std::unique_lock guard(lock);
+    const auto alarm = watch.tick(SilenceWatch::Clock::now(), silence);
+    guard.unlock();
+    if (alarm == Warn)
+        reportSilence(silence);
+    else if (alarm == Reenter)
+        Brisca::tellSilence();
+}
+
+/// An event is a sign of life, too, but one that cannot stand for the answers for long.
+void treatEvent(LinkWatchdog& watchdog)
+{
+    const Brisca* const stack = s_stack;
+    if (GBSSlave_TreatEvent() == 1 && stack != nullptr && stack->silence() < s_watchPeriod.load())
+        watchdog.eventCame(LinkWatchdog::Clock::now());
+}
+
 [[noreturn]] void Task_GBS2Event()
 {
     BRISCA_NOTIC(logNode, "Start GBS2Event task");
@@ -160,8 +203,7 @@ void keepOnAir(LinkWatchdog& watchdog)
     LinkWatchdog watchdog(s_watchPeriod.load());
     while (true) {
         GBSSlave_TreatInternalEvent(kPollPeriodMs);
-        if (GBSSlave_TreatEvent() == 1)
-            watchdog.eventCame(LinkWatchdog::Clock::now());
+        treatEvent(watchdog);
         keepOnAir(watchdog);
         BridgeTasks::notePumpProgress();
     }
@@ -300,6 +342,7 @@ void BridgeTasks::setWatchPeriod(std::chrono::milliseconds period)
 void BridgeTasks::notePumpProgress()
 {
     s_pumpProgress = LinkWatchdog::Clock::now();
+    watchSilence();
 }
 
 std::optional<std::chrono::milliseconds> BridgeTasks::pumpSilence()
@@ -308,6 +351,11 @@ std::optional<std::chrono::milliseconds> BridgeTasks::pumpSilence()
     if (last == LinkWatchdog::Clock::time_point{})
         return std::nullopt;
     return std::chrono::duration_cast<std::chrono::milliseconds>(LinkWatchdog::Clock::now() - last);
+}
+
+std::chrono::milliseconds BridgeTasks::reportedSilence()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(kReportedPeriods * s_watchPeriod.load());
 }
 
 void BridgeTasks::forget(const Brisca& stack)

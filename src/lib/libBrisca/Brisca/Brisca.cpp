@@ -4,6 +4,8 @@
 #include "BridgeTasks.h"
 #include "GBSSlave.h"
 
+#include <algorithm>
+
 namespace {
 // Pairing: bonding requests need no confirmation by the station.
 constexpr std::uint8_t kSecurityFlags = 4;
@@ -13,6 +15,7 @@ constexpr std::uint8_t kNoInputNoOutput = 3;
 std::mutex Brisca::s_identityLock;
 QString Brisca::m_DeviceName;
 std::atomic<Brisca::EventsCallback> Brisca::m_AppEventsCallback{nullptr};
+std::atomic<Brisca::SilenceCallback> Brisca::s_silenceCallback{nullptr};
 
 Brisca::Brisca()
     : m_txPipePath(QStringLiteral("/tmp/ttyBleTx")), m_rxPipePath(QStringLiteral("/tmp/ttyBleRx"))
@@ -49,6 +52,7 @@ int Brisca::CreatePipes()
 int Brisca::startStack()
 {
     BridgeTasks::startOnce(*this);
+    m_startedAt = std::chrono::steady_clock::now();
     m_started = true;
     GBSSlave_ResumeEvents();
     return 1;
@@ -74,6 +78,21 @@ bool Brisca::isStarted() const
 std::optional<std::chrono::milliseconds> Brisca::pumpSilence()
 {
     return BridgeTasks::pumpSilence();
+}
+
+std::chrono::milliseconds Brisca::silence() const
+{
+    using namespace std::chrono;
+    if (!isStarted())
+        return milliseconds(0);
+    const auto running = duration_cast<milliseconds>(steady_clock::now() - m_startedAt.load());
+    return std::min(running, milliseconds(GBSSlave_GetSilence()));
+}
+
+void Brisca::tellSilence()
+{
+    if (const SilenceCallback callback = s_silenceCallback)
+        callback();
 }
 
 QString Brisca::GetDeviceName()

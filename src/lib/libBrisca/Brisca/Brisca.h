@@ -85,6 +85,17 @@ public:
     /// The event callback given to init(). Any thread.
     [[nodiscard]] static EventsCallback GetEventsCallback();
 
+    /// How long the chip has answered nothing, since startStack() at the longest; 0 while the stack is not
+    /// started. Any thread.
+    [[nodiscard]] std::chrono::milliseconds silence() const;
+
+    /// The chip has been silent for so long that it should be reset.
+    using SilenceCallback = void (*)();
+    /// Any thread; the callback comes on the event task.
+    static void setSilenceCallback(SilenceCallback callback) { s_silenceCallback = callback; }
+    /// Calls it. Event task.
+    static void tellSilence();
+
     /// True between startStack() and the next init(), while the serial line is held. Any thread.
     [[nodiscard]] bool isStarted() const;
 
@@ -96,9 +107,11 @@ private:
     const QString m_rxPipePath;           // the bridge writes, the application reads
     ManufacturerData m_manufacturerData;  // guarded by s_identityLock
     std::atomic<bool> m_started{false};
+    std::atomic<std::chrono::steady_clock::time_point> m_startedAt{};
     std::atomic<unsigned> m_run{0};  // counts the calls of init()
 
     static std::mutex s_identityLock;
     static QString m_DeviceName;  // guarded by s_identityLock
     static std::atomic<EventsCallback> m_AppEventsCallback;
+    static std::atomic<SilenceCallback> s_silenceCallback;
 };

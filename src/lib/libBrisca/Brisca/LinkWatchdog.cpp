@@ -12,10 +12,12 @@ LinkWatchdog::Alarm LinkWatchdog::note(Clock::time_point now, Link link)
 {
     if (link != m_link) {
         m_link = link;
-        m_since = now;
         m_periods = 0;
+        if (!m_again)
+            m_since = now;
     }
-    if (now - m_since < m_period && !m_again)
+    const bool isUrgent = m_again || link == Link::Booting;
+    if (now - m_since < (isUrgent ? m_period / kUrgentPart : m_period))
         return Alarm::None;
     m_since = now;
     m_isRepetition = std::exchange(m_again, false);
@@ -28,6 +30,7 @@ LinkWatchdog::Alarm LinkWatchdog::note(Clock::time_point now, Link link)
             return Alarm::Advertise;
         case Link::Advertising:
             return m_periods >= kRefreshPeriods ? Alarm::Refresh : Alarm::Check;
+        case Link::Booting:
         case Link::Connected:
             return Alarm::Check;
     }

@@ -10,20 +10,23 @@ class LinkWatchdog
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// What the stack believes of its link; Stopped while nothing may be done about it.
-    enum class Link { Stopped, OffAir, Advertising, Connected };
+    /// What the stack believes of its link; Stopped while nothing may be done about it, Booting until the
+    /// chip has told or shown that it runs.
+    enum class Link { Stopped, Booting, OffAir, Advertising, Connected };
     enum class Alarm {
         None,
         Advertise,  ///< off the air for a period
-        Check,      ///< for a period nothing has told whether the belief is true
+        Check,      ///< for a period nothing has told whether the belief is true; Booting: for a tenth of one
         Refresh,    ///< as Check, and for so long that a restart of the chip may have been missed
     };
 
     static constexpr std::chrono::seconds kPeriod{10};
     /// Periods of advertising after which it is set up anew.
     static constexpr int kRefreshPeriods = 6;
-    /// How often the link is looked at; again() waits for the next look.
-    static constexpr int kLooksPerPeriod = 10;
+    /// How often the link is looked at.
+    static constexpr int kLooksPerPeriod = 20;
+    /// What is urgent, again() and Booting, is due after this part of a period.
+    static constexpr int kUrgentPart = 10;
 
     explicit LinkWatchdog(Clock::duration period = kPeriod) : m_period(period) {}
 
@@ -43,7 +46,7 @@ public:
     void eventCame(Clock::time_point now);
     /// Advertising has been set up anew; without it Refresh is repeated in the place of every Check.
     void refreshed() { m_periods = 0; }
-    /// What the alarm asked for is to be tried again at the next look, whatever the link is then. Only once:
+    /// What the alarm asked for is to be tried again soon, whatever the link is then. Only once:
     /// what fails again waits for the period, because a refresh takes the station off the air.
     void again() { m_again = !m_isRepetition; }
     /// Whether the last alarm was one of again().

@@ -165,6 +165,16 @@ std::uint8_t GBSSlave_PeekState()
     return NCPManager_GetState();
 }
 
+bool GBSSlave_HasBooted()
+{
+    return NCPManager_HasBooted();
+}
+
+std::uint32_t GBSSlave_GetSilence()
+{
+    return NCPManager_GetSilence();
+}
+
 std::uint32_t GBSSlave_GetLinkStatus()
 {
     return GBSSlave_GetState() == GBS_LINK_CONNECTED ? 1 : 0;
@@ -210,6 +220,11 @@ tGBS_LinkCheck GBSSlave_CheckLink()
     if (!mayHandleEvents(turn))
         return GBS_LINK_CHECK_UNKNOWN;
     // Told after the lock has been released: the callbacks take it.
+    if (!NCPManager_HasBooted()) {
+        if (GBSSlave_HelloNCP() == 1)
+            NCPManager_TellBoot();
+        return GBS_LINK_CHECK_UNKNOWN;
+    }
     return NCPManager_TellConnection(GBSSlave_AskForConnection());
 }
 

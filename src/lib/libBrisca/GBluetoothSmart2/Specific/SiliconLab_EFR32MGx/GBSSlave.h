@@ -31,6 +31,12 @@ std::uint32_t GBSSlave_Disable();
 [[nodiscard]] std::uint8_t GBSSlave_GetState();
 /// The same without the API lock, which a command of another task may hold for seconds. Any thread.
 [[nodiscard]] std::uint8_t GBSSlave_PeekState();
+/// Whether the chip has reported its boot, or anything that follows one, since the line was opened. Does not
+/// take the API lock. Any thread.
+[[nodiscard]] bool GBSSlave_HasBooted();
+/// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
+/// time. Does not take the API lock. Any thread.
+[[nodiscard]] std::uint32_t GBSSlave_GetSilence();
 /// 1 when a central is connected, else 0.
 [[nodiscard]] std::uint32_t GBSSlave_GetLinkStatus();
 /// The chip's public device address, least significant byte first.
@@ -54,7 +60,8 @@ std::uint32_t GBSSlave_TreatInternalEvent(std::uint32_t milliseconds);
 std::uint32_t GBSSlave_TreatEvent();
 /// Asks the chip whether a connection is open, and when the link state says otherwise for the second time
 /// handles the event that was lost on the line as if it had come. Event task, without a lock; does nothing
-/// when GBSSlave_TreatEvent would not.
+/// when GBSSlave_TreatEvent would not. Of a chip that has not reported its boot it asks for a sign of life,
+/// and an answer shows the boot event to be lost.
 tGBS_LinkCheck GBSSlave_CheckLink();
 /// The question of GBSSlave_CheckLink alone.
 [[nodiscard]] tGBS_ConnectionAnswer GBSSlave_AskForConnection();

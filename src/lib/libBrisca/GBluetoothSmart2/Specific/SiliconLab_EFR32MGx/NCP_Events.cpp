@@ -51,6 +51,15 @@ GattRequest readGattRequest(PayloadReader& in)
 
 // ---- System and connection --------------------------------------------------------------------------------
 
+void noteBoot()
+{
+    managerState.hasBooted = true;
+    managerState.linkDoubted = false;
+    // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
+    if (managerState.linkState != GBS_LINK_DISABLED)
+        managerState.linkState = GBS_LINK_READY;
+}
+
 void onBoot(PayloadReader in)
 {
     const std::uint16_t majorVersion = in.u16();
@@ -64,10 +73,7 @@ void onBoot(PayloadReader in)
     managerState.bootloader.set(static_cast<std::uint8_t>(bootloader >> 24),
                                 static_cast<std::uint8_t>(bootloader >> 16),
                                 static_cast<std::uint8_t>(bootloader >> 8));
-    managerState.linkDoubted = false;
-    // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
-    if (managerState.linkState != GBS_LINK_DISABLED)
-        managerState.linkState = GBS_LINK_READY;
+    noteBoot();
     BRISCA_DEBUG(logNode, "Event: NCP boot up. version:%u.%u.%u, build=%u, bootloader=0X%08X, hw=%u",
                  majorVersion, minorVersion, patch, build, bootloader, hardware);
 }
@@ -341,12 +347,12 @@ void dispatch(gecko_cmd_packet& event)
     passOn(id, event);
 }
 
-/// Makes up for an event that the line destroyed. Nobody reads the payload that it would have had.
-void dispatchLost(std::uint32_t id)
+/// An event that the line destroyed. Nobody reads the payload that it would have had.
+gecko_cmd_packet lostEvent(std::uint32_t id)
 {
     gecko_cmd_packet event = {};
     gecko_put_u32(event.header.data(), id);
-    dispatch(event);
+    return event;
 }
 
 /// An event that has not been lost mostly waits in the ring by now, and so does the boot event that explains
@@ -361,7 +367,8 @@ tGBS_LinkCheck tellIfSure(std::uint32_t id, const char* what, bool doubted, tGBS
         return GBS_LINK_CHECK_DOUBTED;
     }
     BRISCA_NOTIC(logNode, "Event lost: %s", what);
-    dispatchLost(id);
+    gecko_cmd_packet event = lostEvent(id);
+    dispatch(event);
     return told;
 }
 }  // namespace
@@ -388,6 +395,16 @@ tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer)
     return open ? tellIfSure(kGbsEventConnectionOpened, "a phone is connected", doubted, GBS_LINK_CHECK_BEGUN)
                 : tellIfSure(kGbsEventConnectionClosed, "no phone is connected any more", doubted,
                              GBS_LINK_CHECK_ENDED);
+}
+
+void NCPManager_TellBoot()
+{
+    if (gecko_event_queued(kGbsEventBoot))
+        return;
+    BRISCA_NOTIC(logNode, "Event lost: the chip has booted");
+    noteBoot();
+    gecko_cmd_packet event = lostEvent(kGbsEventBoot);
+    passOn(kGbsEventBoot, event);
 }
 
 bool NCPManager_IsConnectionPending()

@@ -7,6 +7,7 @@
 #include "NCP_State.h"
 #include "facade/Log.h"
 
+#include <algorithm>
 #include <cstdio>
 
 using namespace ncp;
@@ -57,6 +58,7 @@ std::uint32_t NCPManager_Init(const char* path)
     const std::uint32_t opened = NCPDriver_Init(path);
     managerState.linkState = GBS_LINK_DISABLED;
     managerState.linkDoubted = false;
+    managerState.hasBooted = false;
     return opened;
 }
 
@@ -87,6 +89,20 @@ std::uint32_t NCPManager_ResetNCP()
 std::uint32_t NCPManager_HelloNCP()
 {
     return run(kSystemHello, {});
+}
+
+bool NCPManager_HasBooted()
+{
+    return managerState.hasBooted || managerState.linkState != GBS_LINK_DISABLED;
+}
+
+std::uint32_t NCPManager_GetSilence()
+{
+    using std::chrono::milliseconds;
+    constexpr milliseconds::rep kLongest = 0xFFFFFFFF;
+    const auto silence = std::chrono::steady_clock::now().time_since_epoch() - managerState.lastAnswer.load();
+    return static_cast<std::uint32_t>(
+        std::min(std::chrono::duration_cast<milliseconds>(silence).count(), kLongest));
 }
 
 std::uint8_t NCPManager_GetState()

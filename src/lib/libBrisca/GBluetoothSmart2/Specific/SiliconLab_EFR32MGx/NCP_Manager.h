@@ -35,6 +35,12 @@ std::uint32_t NCPManager_ResetNCP();
 std::uint32_t NCPManager_HelloNCP();
 /// Link state, a tGBS_LinkState. Any thread.
 std::uint8_t NCPManager_GetState();
+/// Whether the chip has reported its boot, or anything that follows one, since the line was opened. Any
+/// thread.
+bool NCPManager_HasBooted();
+/// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
+/// time. Any thread.
+std::uint32_t NCPManager_GetSilence();
 /// Sleeps and returns 1.
 std::uint32_t NCPManager_TreatInternalEvent(std::uint32_t milliseconds);
 /// Writes the bytes in hexadecimal to standard output.
@@ -154,6 +160,9 @@ tGBS_ConnectionAnswer NCPManager_AskForConnection();
 /// answer nor an event of the link between, shows an event to be lost, which is handled then. Event task
 /// only, without the API lock.
 tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer);
+/// The chip has answered although no boot event came: handles that event as if it had come, but for its
+/// versions. Event task only, without the API lock.
+void NCPManager_TellBoot();
 /// Whether a connection has been opened that the event handler has yet to see. Any thread.
 bool NCPManager_IsConnectionPending();
 

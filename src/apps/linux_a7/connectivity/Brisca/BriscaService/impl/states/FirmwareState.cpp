@@ -25,6 +25,9 @@ FirmwareState::FirmwareState(BriscaStateManagerI& stateManager, IoEfr32ManagerI&
       m_bluetoothManager(&BluetoothManager::instance()),
       m_bootloader(bootloader)
 {
+    // Queued to this thread, because the Bluetooth manager emits on a task of the BLE stack.
+    QObject::connect(m_bluetoothManager, &BluetoothManager::chipSilent, &m_coapProcess,
+                     [this] { recover(); });
 }
 
 void FirmwareState::onEnter()
@@ -111,6 +114,20 @@ bool FirmwareState::accepts(const char* request) const
 void FirmwareState::restart()
 {
     m_stateManager.switchState(FIRMWARE);
+}
+
+void FirmwareState::recover()
+{
+    // A request may have come first: then the chip has been reset since.
+    if (m_stateManager.getCurrentState() != FIRMWARE || !m_bluetoothManager->chipSilentSince())
+        return;
+    BRISCA_NOTIC(logNode, "The chip is silent, FIRMWARE is entered anew");
+    restart();
+    if (m_stateManager.getCurrentState() == ERROR)
+        BRISCA_WARN(
+            logNode,
+            "The chip did not come back. Nobody is served until BriscaRestart and startFirmwareApp are "
+            "requested");
 }
 
 void FirmwareState::disable()

@@ -32,6 +32,7 @@ public:
     void forceDeviceDisconnection();
 
 private:
+    void recover();
     [[nodiscard]] bool accepts(const char* request) const;
     [[nodiscard]] bool reachPrompt();
     [[nodiscard]] bool initBle();

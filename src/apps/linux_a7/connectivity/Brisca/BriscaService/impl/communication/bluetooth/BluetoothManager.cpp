@@ -1,5 +1,6 @@
 #include "BluetoothManager.h"
 
+#include "BridgeTasks.h"
 #include "GBSSlave.h"
 #include "facade/Log.h"
 #include "facade/LogText.h"
@@ -12,6 +13,7 @@ constexpr unsigned short kAdvertiseUntilStopped = 0;
 
 BluetoothManager::BluetoothManager() : m_bleName(QStringLiteral("Voltra")), m_manufacturerData{0x4CF4, 0x0100}
 {
+    Brisca::setSilenceCallback([] { Q_EMIT instance().chipSilent(); });
 }
 
 BluetoothManager& BluetoothManager::instance()
@@ -77,6 +79,14 @@ QString BluetoothManager::getBleMacAddress() const
 int BluetoothManager::getBleState() const
 {
     return m_stack.getBriscaState();
+}
+
+std::optional<std::chrono::system_clock::time_point> BluetoothManager::chipSilentSince() const
+{
+    const std::chrono::milliseconds silence = m_stack.silence();
+    if (silence < BridgeTasks::reportedSilence())
+        return std::nullopt;
+    return std::chrono::system_clock::now() - silence;
 }
 
 void BluetoothManager::resetBleStartedFlag()

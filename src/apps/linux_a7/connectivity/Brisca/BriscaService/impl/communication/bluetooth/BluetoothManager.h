@@ -5,7 +5,9 @@
 #include <QObject>
 #include <QString>
 #include <atomic>
+#include <chrono>
 #include <mutex>
+#include <optional>
 
 /// The one object through which the rest of the service reaches the BLE stack.
 ///
@@ -48,6 +50,9 @@ public:
     /// serial line, so that the stack touches it no more until the next initBleCom() and start(). Bounded.
     void resetBleStartedFlag();
 
+    /// Since when the chip has answered nothing, once that is worth a report (30 s). Any thread.
+    [[nodiscard]] std::optional<std::chrono::system_clock::time_point> chipSilentSince() const;
+
     /// Drops the connected phone.
     /// @return 1 when the chip accepted the command, else 0
     unsigned int disconnectDevice();
@@ -67,6 +72,8 @@ Q_SIGNALS:
     /// Part of the interface; nothing emits it today.
     void communicationError();
     void bleIsStarted();
+    /// The chip has been silent for so long that the firmware state should be entered anew.
+    void chipSilent();
 
 private:
     BluetoothManager();
