@@ -186,7 +186,7 @@ void watchSilence()
         Brisca::tellSilence();
 }
 
-/// An event is a sign of life, too, but one that cannot stand for the answers for long.
+/// Events alone do not show that the chip hears: while it answers nothing the link is asked for all the same.
 void treatEvent(LinkWatchdog& watchdog)
 {
     const Brisca* const stack = s_stack;

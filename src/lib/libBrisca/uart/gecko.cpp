@@ -263,7 +263,8 @@ gecko_cmd_packet* gecko_get_event(int block)
         const Outcome outcome = readPacket();
         if (outcome == Outcome::Response)
             return gecko_rsp_msg;
-        if (outcome == Outcome::LineFailed && ringIsEmpty())
+        // An event that was cut is handed out, but not when the line was taken away behind its header.
+        if (outcome == Outcome::LineFailed && (ringIsEmpty() || peek() < 0))
             return nullptr;
     }
     gecko_cmd_packet& event = gecko_queue[gecko_queue_r];
