@@ -55,14 +55,6 @@ TEST_F(Console, KeepsTheNewest64KiBOfABabblingChip)
     EXPECT_LE(received.capacity(), 2 * 65536U) << "the whole babble was kept at first";
 }
 
-TEST_F(Console, AnOpenPortIsNotOpenedAgain)
-{
-    EXPECT_FALSE(client.open());
-    EXPECT_THAT(log.logLines(), ElementsAre(warnLine("Serial port is already opened.")));
-    client.close();
-    EXPECT_TRUE(client.open());
-}
-
 TEST_F(Console, AClosedPortAndAHungUpLineRefuseEveryOperation)
 {
     const std::vector<std::string> expected = {

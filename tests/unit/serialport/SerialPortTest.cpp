@@ -145,15 +145,9 @@ TEST_F(SerialPortOnALine, CarriesEveryByteBothWays)
     EXPECT_THAT(log.logLines(), IsEmpty());
 }
 
-TEST_F(SerialPortOnALine, CountsDiscardsAndRefusesAShortRead)
+TEST_F(SerialPortOnALine, RefusesAShortRead)
 {
     open();
-    line.write("abc");
-    waitForInput(3);
-    EXPECT_EQ(port.bytesAvailable(), 3);
-    EXPECT_EQ(onlyLine(), traceLine("3 bytes to read on serial port"));
-    port.discardBufferedData();
-    EXPECT_EQ(port.bytesAvailable(), 0);
     line.write("ab");
     waitForInput(2);
     char buffer[3] = {};
@@ -187,21 +181,6 @@ TEST_F(SerialPortOnALine, AShortWriteIsAFailureAlsoWhenNothingIsLogged)
     EXPECT_FALSE(file.write("hello", 5));
     EXPECT_THAT(log.logLines(), IsEmpty());
     ::setrlimit(RLIMIT_FSIZE, &unlimited);
-}
-
-TEST_F(SerialPortOnALine, AHungUpLineFailsAtOnce)
-{
-    open();
-    line.hangUp();
-    char one = 'x';
-    char three[3] = {};
-    EXPECT_FALSE(port.read(one));
-    EXPECT_EQ(one, 'x');
-    EXPECT_FALSE(port.read(three, 3));
-    EXPECT_FALSE(port.write('a'));
-    EXPECT_THAT(log.logLines(),
-                ElementsAre(errorLine("Error during reading of one byte"),
-                            errorLine("Error during reading of 3 byte, 0 bytes read - Success(0)")));
 }
 
 TEST_F(SerialPortOnALine, ADeviceThatIsNotThereIsLogged)

@@ -95,6 +95,8 @@ TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
     calls.clear();
     EXPECT_TRUE(state.startFwUpdate(image));
     EXPECT_THAT(calls, ElementsAre("update from " + image.toStdString() + ", open"));
+    EXPECT_EQ(log.count("<ERROR> [BriscaService.states.BootloaderState] Firmware update failed: the chip's"),
+              1);
     const std::string missing = directory.file("missing.gbl");
     const std::string noFile = "It is no regular file.";
     for (const auto& [refused, reason] :

@@ -123,24 +123,15 @@ TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
     }
 }
 
-TEST_F(XmodemSender, LogsItsProgressAndTheReceiversWordsWhenItGivesUp)
+TEST_F(XmodemSender, LogsTheReceiversWordsWhenItGivesUp)
 {
-    const std::string path = directory.write("image", content(129));
     const testsupport::StdoutCapture log;
-    start(path);
-    (void)play("C", std::string{kNak, '\0', kAck} + k55 + "f");
+    start(directory.write("image", content(1)));
+    (void)play("C", k55 + "f");
     EXPECT_EQ(sender.get(), -1);
     const std::string head = "<DEBUG> [BriscaService.comm.xmodem] ";
-    std::vector<std::string> expected = {head + "Waiting for receiver ping ...",
-                                         head + "done.",
-                                         head + "Sending " + path + " ",
-                                         head + "N\tanswer: " + kNak,
-                                         head + "?\tanswer: ",
-                                         head + ".\tanswer: " + kAck};
-    expected.insert(expected.end(), 55, head + "?\tanswer: !");
-    expected.push_back(head + "Error: " + k55 + "f");
-    expected.push_back(head + "?\tanswer: f");
-    EXPECT_EQ(log.logLines(), expected);
+    EXPECT_EQ(log.count(head + "?\tanswer: !"), 55);
+    EXPECT_EQ(log.count(head + "Error: " + k55 + "f"), 1);
 }
 
 TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)

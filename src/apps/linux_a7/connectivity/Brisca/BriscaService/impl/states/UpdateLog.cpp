@@ -41,6 +41,20 @@ void UpdateLog::begin(const QString& filePath, qint64 bytes)
     m_timer.start(kLookPeriod);
 }
 
+void UpdateLog::neverBegun()
+{
+    if (stop())
+        BRISCA_ERROR(logNode, "Firmware update failed: the chip's console could not be asked for it");
+}
+
+/// Whether an update was being followed.
+bool UpdateLog::stop()
+{
+    const bool running = m_timer.isActive();
+    m_timer.stop();
+    return running;
+}
+
 void UpdateLog::look()
 {
     tellQuarters();
@@ -75,18 +89,16 @@ void UpdateLog::end(bool success, const char* request)
         fail(reason(m_bootloader.uploadProgress().result, request));
         return;
     }
-    if (!m_timer.isActive())
+    if (!stop())
         return;
-    m_timer.stop();
     tellQuarters();
     BRISCA_NOTIC(logNode, "Firmware update finished after %.1f s", seconds());
 }
 
 void UpdateLog::fail(const std::string& reason)
 {
-    if (!m_timer.isActive())
+    if (!stop())
         return;
-    m_timer.stop();
     const UploadProgress& progress = m_bootloader.uploadProgress();
     BRISCA_ERROR(logNode, "Firmware update failed after %.1f s at block %lld of %lld, repeated %d times: %s",
                  seconds(), static_cast<long long>(progress.block()),

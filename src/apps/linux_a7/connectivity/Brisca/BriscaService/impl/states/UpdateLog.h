@@ -26,9 +26,10 @@ public:
     /// @param request what ended it when it was cancelled
     void end(bool success, const char* request);
     /// The upload could not be started. Does nothing when its end has been told already.
-    void neverBegun() { fail("the chip's console cannot be asked for it"); }
+    void neverBegun();
 
 private:
+    [[nodiscard]] bool stop();
     void look();
     void tellQuarters();
     void tellSilence();
