@@ -13,10 +13,14 @@ if(BRISCA_CCACHE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Werror)
+# GCC's remarks for ARM on what it passed otherwise before its version 7: nothing so old is linked.
+add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
 add_compile_definitions(_GNU_SOURCE)
 
 set(BRISCA_RELEASE_CONFIG $<CONFIG:Release,RelWithDebInfo>)
+# Debug information goes to the package brisca-service-dbgsym.
 add_compile_options(
+    $<${BRISCA_RELEASE_CONFIG}:-g>
     $<${BRISCA_RELEASE_CONFIG}:-fstack-protector-strong>
     $<${BRISCA_RELEASE_CONFIG}:-U_FORTIFY_SOURCE>
     $<${BRISCA_RELEASE_CONFIG}:-D_FORTIFY_SOURCE=2>)

@@ -21,7 +21,7 @@ function(brisca_test target)
     endif()
     # Optimised fully, GCC 12 sees uninitialised vectors, overlapping copies and short arrays in tables of test
     # rows where there are none (its bugs 105562, 105329 and 107852); and tests compile faster without.
-    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>
+    target_compile_options(${target} PRIVATE "$<$<CONFIG:Release>:-O1;-g0>"
                            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized -Wno-restrict>)
     brisca_link_floors(${target} ${ARG_FLOORS})
     target_link_libraries(${target} PRIVATE brisca_test_support GTest::gmock ${ARG_LIBS})

@@ -1,6 +1,9 @@
 #!/bin/bash
 # Installs the Debian packages that building, testing, measuring and demonstrating this project need.
 # Needs root, or sudo. Packages that are there already are left alone.
+# usage: scripts/setup.sh [cross|board]
+# cross: only what building for the station's own processor needs beside the rest; board: what the emulated
+# station needs (scripts/board.sh).
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config ccache git qtbase5-dev libsystemd-dev)
@@ -9,9 +12,17 @@ lint=(clang clang-format clang-tidy libclang-rt-14-dev)
 bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
 packaging=(dpkg-dev lintian debootstrap)
+cross=(g++-arm-linux-gnueabihf)
+board=(qemu-system-arm qemu-utils debootstrap e2fsprogs kmod cpio python3)
 
+case ${1:-} in
+    '') wanted=("${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}") ;;
+    cross) wanted=("${cross[@]}") ;;
+    board) wanted=("${board[@]}") ;;
+    *) sed -n '2,/^[^#]/s/^# \?//p' "$0"; [ "$1" = --help ]; exit ;;
+esac
 missing=()
-for package in "${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}"; do
+for package in "${wanted[@]}"; do
     state=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
     [ "$state" = installed ] || missing+=("$package")
 done
