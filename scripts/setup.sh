@@ -13,7 +13,7 @@ bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
 packaging=(dpkg-dev lintian debootstrap)
 cross=(g++-arm-linux-gnueabihf)
-board=(qemu-system-arm qemu-utils debootstrap e2fsprogs kmod cpio python3)
+board=(qemu-system-arm qemu-utils debootstrap e2fsprogs kmod cpio openssh-client socat)
 
 case ${1:-} in
     '') wanted=("${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}") ;;
