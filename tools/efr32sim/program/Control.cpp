@@ -44,6 +44,8 @@ bool setFaultField(Fault& fault, std::string_view key, std::string_view value)
         fault.bytes = *bytes;
     } else if (key == "command" && bytes && bytes->size() == 2) {
         fault.command = CommandId{bytes->at(0), bytes->at(1)};
+    } else if (key == "packet" && (value == "event" || value == "response")) {
+        fault.type = value == "event" ? PacketType::Event : PacketType::Response;
     } else if (key == "count" && number) {
         fault.count = *number;
     } else if (key == "skip" && number) {
@@ -98,7 +100,7 @@ std::span<const Control::Command> Control::commands()
                 &C::texts},
         Command{"image", "[FILE]", "size of the last image received, and writes it to FILE", &C::image},
         Command{"fault", "NAME [KEY=VALUE]...",
-                "injects a fault; keys: count skip command delay result length bytes", &C::fault},
+                "injects a fault; keys: count skip command packet delay result length bytes", &C::fault},
         Command{"faults", "clear", "forgets the faults that have not struck", &C::faults},
         Command{"event", "CLASS ID [HEX]", "sends an event packet of your own", &C::sendEvent},
         Command{"burst", "COUNT", "sends COUNT RSSI events at once", &C::burst},

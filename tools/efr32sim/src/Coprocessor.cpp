@@ -1,7 +1,6 @@
 #include "Coprocessor.h"
 
 #include <algorithm>
-#include <array>
 
 namespace efr32sim {
 namespace {
@@ -144,17 +143,22 @@ void Coprocessor::sendEvent(CommandId id, Bytes payload)
 
 void Coprocessor::sendPacket(std::uint8_t type, const Packet& packet)
 {
-    FaultPlan& faults = m_board.faults();
-    if (const auto fault = faults.take(FaultKind::NoiseBeforePacket, packet.id))
+    const auto takeFault = [&](FaultKind kind) {
+        return m_board.faults().take(kind, packet.id,
+                                     type == kEventType ? PacketType::Event : PacketType::Response);
+    };
+    if (const auto fault = takeFault(FaultKind::NoiseBeforePacket))
         m_board.say(fault->bytes.empty() ? Bytes{0x00, 0xFF, 0x7F} : fault->bytes);
-    if (faults.take(FaultKind::OversizeHeader, packet.id)) {
-        const std::array<std::uint8_t, kPacketHeader> header{
-            static_cast<std::uint8_t>(type | 1), kOversizeLength, packet.id.classId, packet.id.id};
-        m_board.say(header);
-    }
+    if (takeFault(FaultKind::OversizeHeader))
+        m_board.say(
+            Bytes{static_cast<std::uint8_t>(type | 1), kOversizeLength, packet.id.classId, packet.id.id});
     Bytes bytes = encodePacket(type, packet);
-    if (const auto fault = faults.take(FaultKind::CutPacket, packet.id))
+    if (const auto fault = takeFault(FaultKind::FlippedBit))
+        bytes[fault->length / 8 % bytes.size()] ^= static_cast<std::uint8_t>(1 << fault->length % 8);
+    if (const auto fault = takeFault(FaultKind::CutPacket))
         bytes.resize(std::min(fault->length, bytes.size()));
+    if (takeFault(FaultKind::DoublePacket))
+        m_board.say(bytes);
     m_board.say(bytes);
 }
 

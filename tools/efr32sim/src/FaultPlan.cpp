@@ -62,10 +62,11 @@ double FaultPlan::fraction(std::mt19937_64& dice)
     return static_cast<double>(dice() >> 11) * 0x1p-53;
 }
 
-std::optional<Fault> FaultPlan::planned(FaultKind kind, std::optional<CommandId> id)
+std::optional<Fault> FaultPlan::planned(FaultKind kind, std::optional<CommandId> id, PacketType type)
 {
     for (auto fault = m_faults.begin(); fault != m_faults.end(); ++fault) {
-        if (fault->kind != kind || (fault->command && fault->command != id))
+        if (fault->kind != kind || (fault->command && fault->command != id) ||
+            (fault->type != PacketType::Any && fault->type != type))
             continue;
         if (fault->skip > 0) {
             --fault->skip;
@@ -95,9 +96,9 @@ std::optional<Fault> FaultPlan::random(FaultKind kind)
     return fault;
 }
 
-std::optional<Fault> FaultPlan::take(FaultKind kind, std::optional<CommandId> id)
+std::optional<Fault> FaultPlan::take(FaultKind kind, std::optional<CommandId> id, PacketType type)
 {
-    auto fault = planned(kind, id);
+    auto fault = planned(kind, id, type);
     const bool by_chance = !fault;
     if (!fault)
         fault = random(kind);

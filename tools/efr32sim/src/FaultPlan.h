@@ -22,7 +22,8 @@ public:
     void setChaos(std::optional<std::uint64_t> seed, double rate);
 
     /// An opportunity for a fault of this kind, concerning the packet @p id if any; reports what it returns.
-    [[nodiscard]] std::optional<Fault> take(FaultKind kind, std::optional<CommandId> id = {});
+    [[nodiscard]] std::optional<Fault> take(FaultKind kind, std::optional<CommandId> id = {},
+                                            PacketType type = PacketType::Any);
 
     /// Happenings that come by themselves. Asked about once a chaos period; none without chaos.
     enum class Mishap { None, Reboot, Disconnect, Burst, Silence, HangUp };
@@ -30,7 +31,7 @@ public:
     [[nodiscard]] Mishap mishap();
 
 private:
-    [[nodiscard]] std::optional<Fault> planned(FaultKind kind, std::optional<CommandId> id);
+    [[nodiscard]] std::optional<Fault> planned(FaultKind kind, std::optional<CommandId> id, PacketType type);
     [[nodiscard]] std::optional<Fault> random(FaultKind kind);
     /// The random numbers of one kind of opportunity. Each kind has its own, so that the n-th opportunity
     /// of a kind fares the same in every run, whatever happens between.

@@ -45,6 +45,8 @@ std::span<const FaultInfo> allFaults()
         FaultInfo{CorruptBlock, "corrupt-block", "a block is taken as damaged"},
         FaultInfo{LostBoot, "lost-boot", "the firmware starts without its boot event"},
         FaultInfo{LostEvent, "lost-event", "an event is not sent"},
+        FaultInfo{DoublePacket, "double", "a packet is sent twice"},
+        FaultInfo{FlippedBit, "flip", "bit number length of a packet is inverted"},
     };
     return kFaults;
 }

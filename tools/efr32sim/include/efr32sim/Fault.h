@@ -16,6 +16,9 @@ struct CommandId
     bool operator==(const CommandId&) const = default;
 };
 
+/// Which of the packets with a class and id: the two kinds share their numbers.
+enum class PacketType { Any, Response, Event };
+
 /// What can go wrong. Each fault waits until its moment comes and is used up after `count` of them.
 enum class FaultKind {
     SilentReset,          ///< after the next resets the bootloader says nothing
@@ -32,7 +35,10 @@ enum class FaultKind {
     XmodemAnswer,         ///< a block is answered with `bytes` instead (empty: not at all) and not stored
     CorruptBlock,         ///< a received block is taken as damaged: NAK
     LostBoot,             ///< the firmware starts without its boot event
-    LostEvent,            ///< an event is never sent; not among the random faults, CutPacket does the same
+    // Not among the random faults:
+    LostEvent,     ///< an event is never sent; CutPacket does the same
+    DoublePacket,  ///< a packet is sent twice
+    FlippedBit,    ///< bit `length` of a packet is inverted, counted from the lowest of its first byte
 };
 /// A fault's name in the control protocol, and what it does.
 struct FaultInfo
@@ -51,6 +57,7 @@ struct Fault
     unsigned count = 1;                               ///< how many times; 0 = until the faults are cleared
     unsigned skip = 0;                                ///< opportunities that pass unharmed first
     std::optional<CommandId> command = std::nullopt;  ///< only for this command; none = for any
+    PacketType type = PacketType::Any;                ///< of the packets that `command` names
     Milliseconds delay{500};
     std::uint16_t result = 0x0181;
     std::size_t length = 3;
