@@ -175,6 +175,8 @@ TEST(Faults, HitTheirMomentOnceAndLeaveNothingBehind)
               kAnswer},
              {"packet cut short", {.kind = FaultKind::CutPacket, .length = 5}, "2002010000", kAnswer},
              {"oversize header", {.kind = FaultKind::OversizeHeader}, "21010100" + kAnswer, kAnswer},
+             {"packet sent twice", {.kind = FaultKind::DoublePacket}, kAnswer + kAnswer, kAnswer},
+             {"inverted bit", {.kind = FaultKind::FlippedBit, .length = 33}, "200201000200", kAnswer},
              {"lost response", {.kind = FaultKind::LostResponse, .command = kHello}, "", kAnswer},
              {"late response",
               {.kind = FaultKind::LateResponse, .delay = Milliseconds(20)},

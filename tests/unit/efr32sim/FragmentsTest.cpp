@@ -1,4 +1,3 @@
-#include "efr32sim/AdStructures.h"
 #include "efr32sim/Fragments.h"
 
 #include <gmock/gmock.h>
@@ -66,19 +65,11 @@ TEST(Reassembler, DeliversOrComplains)
     const std::vector<Shape> frame0 = shapes({{0x80, 16}}, 0x0F, 0x00);
     const std::vector<Shape> frame1 = shapes({{0x90, 16}}, 0x1F, 0x10);
     const Arrival rows[] = {
-        {"one fragment", 3, {{0x80, 5}}, 1},
-        {"no payload", 0, {{0x80, 2}}, 1},
-        {"length split between fragments", 68, {{0x81, 1}, {0x00, 69}}, 1},
-        {"sixteen bytes are a whole message", 14, {{0x80, 16}}, 1},
         {"sixteen bytes are the start of a station frame", 1118, frame0, 1},
         {"second frame of two fragments", 1188, frame0 + shapes({{0x91, 1}}, 0x10, 0x10), 1},
-        {"long frame with an odd piece of one byte", 1103, shapes({{0x80, 1}}, 0x0F, 0x00), 1},
-        {"last frame is long too", 2228, frame0 + shapes({{0x90, 6}}, 0x1F, 0x10), 1},
         {"second frame is a station frame too", 2238, frame0 + frame1, 1},
         {"last frame filled up to sixty nine", 1148, frame0 + std::vector<Shape>{{0x90, 69}}, 1,
          "69 bytes where 30"},
-        {"frame numbers wrap", 1, {{0xF0, 3}}, 1},
-        {"header alone", 3, {{0x80, 0}}, 0, "fragment of 1 bytes"},
         {"seventy payload bytes", 68, {{0x80, 70}}, 0, "fragment of 71 bytes"},
         {"no first fragment", 68, {{0x00, 69}}, 0, "outside any frame"},
         {"fragment missing", 137, {{0x82, 1}, {0x00, 69}}, 0, "fragment 0 where 1"},
@@ -86,12 +77,6 @@ TEST(Reassembler, DeliversOrComplains)
         {"short following fragment", 68, {{0x81, 1}, {0x00, 68}}, 0, "68 payload bytes"},
         {"fragment of another frame", 68, {{0x81, 1}, {0x10, 69}}, 0, "frame 1 inside frame 0"},
         {"frame broken off", 1, {{0x81, 1}, {0x90, 3}}, 0, "before the last one", "3 bytes where 258"},
-        {"one byte opens a long frame",
-         1,
-         {{0x80, 1}, {0x90, 3}},
-         0,
-         "before the last one",
-         "3 bytes where 258"},
         {"frame number skipped", 1188, frame0 + shapes({{0xA1, 1}}, 0x20, 0x20), 0, "frame 2 after frame 0",
          "a frame of 70 bytes"},
         {"frame shorter than announced", 100, {{0x80, 50}}, 0, "50 bytes where 102"},
@@ -128,15 +113,4 @@ TEST(Reassembler, TakesTheNextMessageAfterTheRestOfALostOne)
     EXPECT_EQ(reassembler.accept(fill(3, {{0x90, 5}}).front()).message, counting(3));
 }
 
-TEST(AdStructures, ArePartedAndBadLengthsNoticed)
-{
-    const AdStructures good = decodeAdStructures(Bytes{2, 1, 5, 3, 9, 'E', 'V', 0, 0});
-    EXPECT_FALSE(good.malformed);
-    EXPECT_EQ(good.flags(), 5);
-    EXPECT_EQ(good.localName(), "EV");
-    EXPECT_EQ(good.structures.size(), 2U);
-    EXPECT_TRUE(decodeAdStructures(Bytes{2, 1}).malformed);
-    EXPECT_TRUE(decodeAdStructures(Bytes{2, 1, 5, 0, 7}).malformed);
-    EXPECT_EQ(decodeAdStructures(Bytes{1, 9}).localName(), "");
-}
 }  // namespace

@@ -48,24 +48,6 @@ TEST(Phone, NotificationsAreRefusedUntilItSubscribesAndCheckedThen)
     EXPECT_TRUE(both.phone.violations().empty());
     both.chip.inject({.kind = FaultKind::RefuseNotification, .result = 0x0182});
     EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 8}), "20020a058201");
-    both.host->command(0x0A, 0x05, {1, 26, 0, 2, 0x00, 0});
-    EXPECT_EQ(both.phone.violations().size(), 1U);
-    EXPECT_EQ(both.phone.waitNotification()->size(), 6U);
-    EXPECT_EQ(both.phone.waitNotification(), (Bytes{0, 0})) << "a refused one reaches nobody";
-}
-
-TEST(Phone, HasTheOnlyConnectionAndLeavesTheChipOffTheAir)
-{
-    Connected both;
-    EXPECT_FALSE(both.chip.air().advertising);
-    Phone other(both.chip, {.address = {1, 1, 1, 1, 1, 1}});
-    EXPECT_FALSE(other.connect(Milliseconds(1)));
-    both.phone.disconnect();
-    EXPECT_EQ(both.host->readPacket(), "a0030801130201");
-    EXPECT_FALSE(both.phone.connected());
-    EXPECT_FALSE(both.chip.air().advertising);
-    both.host->command(0x03, 0x14, {0, 4, 0});
-    EXPECT_FALSE(both.phone.connect(Milliseconds(1))) << "advertising without connecting";
 }
 
 struct PairingRow
