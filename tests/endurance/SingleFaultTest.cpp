@@ -1,0 +1,434 @@
+// Every single fault of a whole session: entry, configuration, advertising, connection, a request of three
+// fragments, its answer, the end. One packet of the chip is lost, cut, sent twice, changed by a bit or
+// follows a stray byte; after that the next phone must be served without help from outside.
+//
+// The stack is one for a process, and so is its station: the faults are shared out to processes of this
+// program, each in a sandbox, which mostly sleep.
+#include "BluetoothManager.h"
+#include "BridgeTasks.h"
+#include "Process.h"
+#include "Station.h"
+#include "StdoutCapture.h"
+#include "TempDir.h"
+#include "Wait.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <sstream>
+#include <thread>
+
+namespace {
+using efr32sim::Bytes;
+using efr32sim::Clock;
+using efr32sim::CommandId;
+using efr32sim::Event;
+using efr32sim::EventKind;
+using efr32sim::Fault;
+using efr32sim::FaultKind;
+using efr32sim::Milliseconds;
+using efr32sim::PacketType;
+using efr32sim::Phone;
+
+constexpr const char* kTty = "/dev/evse/tty_efr32";
+constexpr std::size_t kPacketHeader = 4;
+constexpr std::size_t kRequestSize = 150;  // three fragments
+constexpr Milliseconds kAnswerPatience{500};
+constexpr CommandId kRssiQuestion{0x08, 0x01};  // and the event of a connection's end
+constexpr CommandId kRssiEvent{0x08, 0x03};
+// What does not shorten with the watch period: reads of half packets, two sessions, a machine busy with
+// others.
+constexpr Milliseconds kMargin{8000};
+// Periods within which the next phone is served: 75 s of the ten seconds that a station has.
+constexpr double kLimitInPeriods = 7.5;
+
+int setting(const char* variable, int otherwise)
+{
+    const char* const text = std::getenv(variable);
+    return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+/// One packet that the chip sends in the course of a session.
+struct Packet
+{
+    std::string name;
+    PacketType type;
+    CommandId id;
+    unsigned earlier;  ///< packets of the same type and id before it
+    std::size_t size;
+};
+
+struct Trial
+{
+    const Packet* packet;
+    std::string kind;
+    Fault fault;
+};
+
+CommandId idOf(const Event& event)
+{
+    return {static_cast<std::uint8_t>(event.number("class")), static_cast<std::uint8_t>(event.number("id"))};
+}
+
+bool isRssi(const Event& event)
+{
+    return idOf(event) == kRssiEvent;
+}
+
+const char* eventName(CommandId id)
+{
+    static const std::map<std::pair<int, int>, const char*> kNames{
+        {{0x01, 0x00}, "system_boot"},
+        {{0x08, 0x00}, "le_connection_opened"},
+        {{0x08, 0x01}, "le_connection_closed"},
+        {{0x08, 0x02}, "le_connection_parameters"},
+        {{0x08, 0x03}, "le_connection_rssi"},
+        {{0x08, 0x04}, "le_connection_phy_status"},
+        {{0x09, 0x00}, "gatt_mtu_exchanged"},
+        {{0x0A, 0x02}, "gatt_server_user_write_request"},
+        {{0x0A, 0x03}, "gatt_server_characteristic_status"},
+    };
+    const auto found = kNames.find({id.classId, id.id});
+    return found == kNames.end() ? "event" : found->second;
+}
+
+/// The service's Bluetooth side on a simulated chip, and an application that returns what it is asked.
+class Rig
+{
+public:
+    Rig()
+    {
+        chip.start();
+        BluetoothManager::instance().setUartName(kTty);
+        BridgeTasks::setWatchPeriod(m_period);
+        enter({});
+        m_application.emplace();
+        std::thread([this] { echo(); }).detach();
+        if (!nextIsServed(Clock::now() + testsupport::kPatience))
+            throw std::runtime_error("no service without a fault");
+    }
+
+    /// The packets of a session without a fault.
+    std::vector<Packet> walk();
+    /// Time from the fault until the next phone had its answer; nothing when it had none in time.
+    std::optional<Milliseconds> recovery(const Fault& fault);
+
+    efr32sim::Chip chip{{.ttyPath = kTty,
+                         .powerOn = efr32sim::Mode::Firmware,
+                         .bootDelay = Milliseconds(30),
+                         .history = 4096}};
+
+private:
+    void enter(std::optional<Fault> fault);
+    bool ask(Phone& phone);
+    void visit(Milliseconds limit, bool stay);
+    bool nextIsServed(Clock::time_point deadline);
+    [[noreturn]] void echo();
+
+    const Milliseconds m_period{setting("BRISCA_FAULTS_PERIOD_MS", 300)};
+    std::optional<endtoend::Application> m_application;
+    unsigned m_asked = 0;
+};
+
+/// As every entry of the firmware state: reset, initialise, start, boot.
+void Rig::enter(std::optional<Fault> fault)
+{
+    BluetoothManager& manager = BluetoothManager::instance();
+    manager.resetBleStartedFlag();
+    if (!manager.initBleCom() || !manager.start())
+        throw std::runtime_error("the stack does not start");
+    if (fault)
+        chip.inject(*fault);
+    chip.reboot();
+}
+
+void Rig::echo()
+{
+    while (true) {
+        if (const auto request = m_application->waitRequest())
+            m_application->answer(*request);
+    }
+}
+
+/// One request and its own answer, whatever comes before that.
+bool Rig::ask(Phone& phone)
+{
+    const Bytes request = endtoend::message(kRequestSize, ++m_asked);
+    if (!phone.writeMessage(request))
+        return false;
+    for (auto answer = phone.waitMessage(kAnswerPatience); answer;
+         answer = phone.waitMessage(kAnswerPatience))
+        if (*answer == request)
+            return true;
+    return false;
+}
+
+/// The phone under whose eyes the fault strikes: it asks once and leaves, or stays until the station has
+/// asked the chip for the connection.
+void Rig::visit(Milliseconds limit, bool stay)
+{
+    Phone phone(chip);
+    if (!phone.connect(limit))
+        return;
+    (void)ask(phone);
+    auto events = chip.follow();
+    if (stay)
+        (void)events.waitFor(EventKind::ChipEvent, isRssi, limit);
+}
+
+/// The next phone repeats its request, as CoAP does, and connects again when it has lost its link.
+bool Rig::nextIsServed(Clock::time_point deadline)
+{
+    Phone phone(chip);
+    while (Clock::now() < deadline) {
+        if (phone.connect(std::chrono::ceil<Milliseconds>(deadline - Clock::now())) && ask(phone))
+            return true;
+    }
+    return false;
+}
+
+std::vector<Packet> Rig::walk()
+{
+    auto events = chip.follow();
+    enter({});
+    visit(testsupport::kPatience, true);
+    (void)nextIsServed(Clock::now() + testsupport::kPatience);
+    std::vector<Packet> packets;
+    std::string command;
+    bool ended = false;  // when the chip advertises again the session is over
+    while (const auto event = events.next(Milliseconds(0))) {
+        if (ended && event->kind == EventKind::Connected)
+            break;
+        ended = ended || event->kind == EventKind::Disconnected;
+        if (event->kind == EventKind::Command)
+            command = event->text("name");
+        const bool response = event->kind == EventKind::Response;
+        if (!response && event->kind != EventKind::ChipEvent)
+            continue;
+        const CommandId id = idOf(*event);
+        const PacketType type = response ? PacketType::Response : PacketType::Event;
+        const auto earlier = std::ranges::count_if(
+            packets, [&](const Packet& packet) { return packet.type == type && packet.id == id; });
+        packets.push_back({(response ? "response to " + command : eventName(id)), type, id,
+                           static_cast<unsigned>(earlier), kPacketHeader + event->bytes("payload").size()});
+    }
+    return packets;
+}
+
+std::optional<Milliseconds> Rig::recovery(const Fault& fault)
+{
+    const auto limit = std::chrono::duration_cast<Milliseconds>(m_period * kLimitInPeriods) + kMargin;
+    auto events = chip.follow();
+    enter(fault);
+    visit(limit, fault.command == kRssiQuestion || fault.command == kRssiEvent);
+    const auto struck = events.waitFor(EventKind::Fault, {}, limit);
+    const bool served = struck && nextIsServed(struck->time + limit);
+    chip.clearFaults();
+    return served ? std::optional(std::chrono::duration_cast<Milliseconds>(Clock::now() - struck->time))
+                  : std::nullopt;
+}
+
+// ---- The faults of a packet -------------------------------------------------------------------------------
+
+/// Every value from @p first to below @p end, or as many as asked for, chosen by the seed.
+std::vector<std::size_t> sample(std::size_t first, std::size_t end, const std::string& name)
+{
+    const auto wanted = static_cast<std::size_t>(setting("BRISCA_FAULTS_SAMPLE", 1));
+    std::vector<std::size_t> all(end - first);
+    std::iota(all.begin(), all.end(), first);
+    if (wanted == 0 || wanted >= all.size())
+        return all;
+    std::seed_seq seed(name.begin(), name.end());
+    std::mt19937 random(seed);
+    random.discard(static_cast<unsigned>(setting("BRISCA_FAULTS_SEED", 1)) * 1000ULL);
+    std::shuffle(all.begin(), all.end(), random);
+    all.resize(wanted);
+    return all;
+}
+
+void addFaults(std::vector<Trial>& trials, const Packet& packet)
+{
+    const std::string key = packet.name + std::to_string(packet.earlier);
+    const auto add = [&](const char* kind, Fault fault) {
+        fault.command = packet.id;
+        fault.type = packet.type;
+        fault.skip = packet.earlier;
+        trials.push_back({&packet, kind, fault});
+    };
+    add("lost", {.kind = FaultKind::CutPacket, .length = 0});
+    add("twice", {.kind = FaultKind::DoublePacket});
+    for (const std::size_t length : sample(1, packet.size, key + "cut"))
+        add("cut", {.kind = FaultKind::CutPacket, .length = length});
+    for (const std::size_t bit : sample(0, packet.size * 8, key + "flipped"))
+        add("flipped", {.kind = FaultKind::FlippedBit, .length = bit});
+    // What a reader skips, what it takes for the beginning of a response and of an event.
+    constexpr std::uint8_t kStrays[] = {0x00, 0x20, 0xA0, 0xFF};
+    for (const std::size_t stray : sample(0, std::size(kStrays), key + "stray"))
+        add("stray",
+            {.kind = FaultKind::NoiseBeforePacket, .length = kStrays[stray], .bytes = {kStrays[stray]}});
+}
+
+std::vector<Trial> allTrials(const std::vector<Packet>& packets)
+{
+    std::vector<Trial> trials;
+    for (const Packet& packet : packets)
+        addFaults(trials, packet);
+    return trials;
+}
+
+// ---- A process that tries its share -----------------------------------------------------------------------
+
+/// @return a line for the driver: number and name of the packet, kind, detail, milliseconds (-1: not served)
+std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
+{
+    const testsupport::StdoutCapture log;
+    const auto time = rig.recovery(trial.fault);
+    std::ostringstream line;
+    line << number << '|' << trial.packet->name << '|' << trial.kind << '|' << trial.fault.length << '|'
+         << (time ? time->count() : -1) << '\n';
+    if (!time)
+        std::cerr << "NOT SERVED " << line.str() << log.text() << rig.chip.events().dump() << std::endl;
+    return line.str();
+}
+
+[[noreturn]] void tryShare(std::size_t share, std::size_t shares, const char* report)
+{
+    std::ofstream("/evse/data/log.cfg") << "GLOBAL : NOTIC\n";
+    Rig& rig = *new Rig;  // lives as long as the tasks, which end with the process
+    const std::vector<Packet> packets = rig.walk();
+    const char* const only = std::getenv("BRISCA_FAULTS_ONLY");
+    std::ofstream out(report);
+    std::size_t number = 0;
+    for (const Trial& trial : allTrials(packets)) {
+        const std::string name =
+            trial.packet->name + '/' + trial.kind + '/' + std::to_string(trial.fault.length);
+        if (number++ % shares == share && (only == nullptr || name.find(only) != std::string::npos))
+            out << tried(rig, trial, trial.packet - packets.data()) << std::flush;
+    }
+    out << "done\n" << std::flush;
+    ::_exit(0);
+}
+
+// ---- The table --------------------------------------------------------------------------------------------
+
+constexpr const char* kKinds[] = {"lost", "cut", "twice", "flipped", "stray"};
+
+struct Tally
+{
+    int faults = 0;
+    int served = 0;
+    long slowest = 0;
+    std::string which;
+
+    void add(long milliseconds, const std::string& name)
+    {
+        ++faults;
+        served += milliseconds >= 0 ? 1 : 0;
+        if (milliseconds > slowest)
+            which = name;
+        slowest = std::max(slowest, milliseconds);
+    }
+};
+
+class Table
+{
+public:
+    void read(const std::string& path)
+    {
+        std::ifstream in(path);
+        std::string line;
+        while (std::getline(in, line) && line != "done")
+            add(line);
+        EXPECT_EQ(line, "done") << path << " ended early";
+    }
+    void print() const
+    {
+        std::printf("%-48s", "packet: served / faults, slowest in ms");
+        for (const char* const kind : kKinds)
+            std::printf(" %17s", kind);
+        for (const auto& [packet, row] : m_rows)
+            printRow(std::to_string(packet.first) + ' ' + packet.second, row);
+        printRow("all", m_all);
+        std::puts("");
+        for (const auto& [kind, tally] : m_all)
+            std::printf("slowest of %s: %s\n", kind.c_str(), tally.which.c_str());
+    }
+    [[nodiscard]] bool empty() const { return m_rows.empty(); }
+
+private:
+    using Row = std::map<std::string, Tally>;
+
+    void add(const std::string& line)
+    {
+        std::istringstream in(line);
+        std::string number, packet, kind, detail, time;
+        for (std::string* const field : {&number, &packet, &kind, &detail, &time})
+            std::getline(in, *field, '|');
+        const std::string name = packet + ", " + kind + ' ' + detail;
+        EXPECT_GE(std::stol(time), 0) << "nobody was served after: " << name;
+        m_rows[{std::stoi(number), packet}][kind].add(std::stol(time), name);
+        m_all[kind].add(std::stol(time), name);
+    }
+    static void printRow(const std::string& name, const Row& row)
+    {
+        std::printf("\n%-48s", name.c_str());
+        for (const char* const kind : kKinds) {
+            const auto cell = row.find(kind);
+            const Tally tally = cell == row.end() ? Tally{} : cell->second;
+            std::printf(" %4d /%4d %6ld", tally.served, tally.faults, tally.slowest);
+        }
+    }
+
+    std::map<std::pair<int, std::string>, Row> m_rows;
+    Row m_all;
+};
+
+TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
+{
+    const int shares = setting("BRISCA_FAULTS_PROCESSES", 8);
+    const testsupport::TempDir directory;
+    std::vector<std::unique_ptr<Process>> processes;
+    const auto file = [&](const char* name, int share) {
+        return directory.file(name + std::to_string(share));
+    };
+    for (int share = 0; share < shares; ++share)
+        processes.push_back(std::make_unique<Process>(
+            std::vector<std::string>{SANDBOX, std::filesystem::read_symlink("/proc/self/exe"),
+                                     std::to_string(share), std::to_string(shares), file("report", share)},
+            file("log", share), Process::Environment{"BRISCA_SANDBOX_BIND=" + directory.path()}));
+    Table table;
+    for (int share = 0; share < shares; ++share) {
+        EXPECT_EQ(processes[share]->waitEnd(std::chrono::hours(12)), "exit 0");
+        table.read(file("report", share));
+        std::cerr << testsupport::readFile(file("log", share));
+    }
+    EXPECT_FALSE(table.empty());
+    table.print();
+}
+}  // namespace
+
+#if defined(__SANITIZE_THREAD__)
+// The task "GBS2App" ends by itself, and nobody joins it.
+extern "C" const char* __tsan_default_options()
+{
+    return "report_thread_leaks=0";
+}
+#endif
+
+int main(int argc, char** argv)
+{
+    if (argc == 4)
+        tryShare(std::stoul(argv[1]), std::stoul(argv[2]), argv[3]);
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
