@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs the long form of every endurance test and prints what each cost the machine.
 # usage: scripts/endurance.sh [PRESET [FILTER]]     (the release build and every test when nothing is given)
+# SingleFault strikes every byte and every bit of a session, and prints a table of its own.
 # Chaos lasts 30 s a round; run it under a sanitizer: scripts/endurance.sh asan Chaos
 # A pair of figures is the one after the tenth round (half of the rounds below 20) and the one after the last.
 set -uo pipefail
@@ -22,8 +23,8 @@ tests=(
     'Chaos 20'
 )
 
-cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" --target endurance_test || exit 1
-rm -f "$report"
+cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" --target endurance_test singlefault_test || exit 1
+: >"$report"
 status=0
 for row in "${tests[@]}"; do
     read -r name rounds <<<"$row"
@@ -40,4 +41,7 @@ while IFS='|' read -r test rounds result repeated threads descriptors children r
     printf "$format" "${test/LeadToTheRightStateAndTheNextRequestWorks\//}" "$rounds" "$result" "$repeated" \
         "$threads" "$descriptors" "$children" "$resident"
 done <"$report"
+if [[ SingleFault =~ $filter ]]; then
+    BRISCA_FAULTS_SAMPLE=0 "build/$preset/tests/endurance/singlefault_test" || status=1
+fi
 exit $status
