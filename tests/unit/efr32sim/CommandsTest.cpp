@@ -154,14 +154,6 @@ TEST(Commands, BytesThatAreNoPacketAreReportedAndSkipped)
     EXPECT_EQ(toHex(refused), "00a0ff21010100");
 }
 
-TEST(Advertising, EndsAfterItsDurationAndTellsTheHost)
-{
-    RunningChip running;
-    play(*running.host, {{"timing with 30 ms", "030e00a0000000a0000000030000", "2002030e0000"},
-                         {"start", "0314000402", "200203140000a001030100"}});
-    EXPECT_FALSE(running.chip.air().advertising);
-}
-
 constexpr CommandId kHello{0x01, 0x00};
 const std::string kAnswer = "200201000000";
 
@@ -203,18 +195,6 @@ TEST(Faults, HitTheirMomentOnceAndLeaveNothingBehind)
         }
         EXPECT_EQ(events.drain(EventKind::Fault), 1U);
     }
-}
-
-TEST(Faults, SilenceLastsItsTimeAndSwallowsWhatTheHostSays)
-{
-    RunningChip running;
-    auto events = running.chip.follow();
-    running.chip.inject({.kind = FaultKind::Silence, .count = 0});
-    running.chip.sendBurst(1);
-    running.host->sendCommand(0x01, 0x03);
-    ASSERT_TRUE(events.waitFor(EventKind::Unheard));
-    running.chip.clearFaults();
-    EXPECT_EQ(running.host->command(0x01, 0x00), kAnswer);
 }
 
 }  // namespace

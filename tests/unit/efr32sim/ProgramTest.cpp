@@ -70,6 +70,7 @@ TEST_F(Program, CarriesAMessageBothWays)
     run();
     EXPECT_THAT(ask("status"), StartsWith("ok mode=\"bootloader\" tty=\"/dev/pts/"));
     EXPECT_EQ(ask("fault noisy-prompt count=1 bytes=2d"), "ok");
+    EXPECT_EQ(ask("fault cut command=0801 packet=response length=0"), "ok");
     HostLine host(m_tty);
     host.send("\r");
     EXPECT_THAT(host.readUntil("BL- > "), HasSubstr("BL- > "));
@@ -98,9 +99,9 @@ TEST_F(Program, RefusesBadCommandsWithAReason)
 {
     run();
     for (const char* line :
-         {"frobnicate", "reset 2", "fault no-such", "fault noise count=x", "write 0g", "write 123",
-          "burst -1", "wait nothing", "bond 11:22", "rssi 200", "receive soon", "connect", "pair",
-          "event 1 2 03", "events maybe", "passkey x", "console nothing x", "image /nowhere/x"})
+         {"frobnicate", "reset 2", "fault no-such", "fault noise count=x", "fault cut packet=x", "write 0g",
+          "write 123", "burst -1", "wait nothing", "bond 11:22", "rssi 200", "receive soon", "connect",
+          "pair", "event 1 2 03", "events maybe", "passkey x", "console nothing x", "image /nowhere/x"})
         EXPECT_THAT(ask(line), StartsWith("error ")) << line;
     EXPECT_EQ(ask("# a comment"), "ok");
     EXPECT_THAT(ask("help wait"), StartsWith("# wait EVENT"));
