@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs the long form of every endurance test and prints what each cost the machine.
 # usage: scripts/endurance.sh [PRESET [FILTER]]     (the release build and every test when nothing is given)
-# SingleFault strikes every byte and every bit of a session, and prints a table of its own.
+# SingleFault strikes every byte of a session, at the pace of a real station, and prints a table of its own.
 # Chaos lasts 30 s a round; run it under a sanitizer: scripts/endurance.sh asan Chaos
 # A pair of figures is the one after the tenth round (half of the rounds below 20) and the one after the last.
 set -uo pipefail
@@ -42,6 +42,7 @@ while IFS='|' read -r test rounds result repeated threads descriptors children r
         "$threads" "$descriptors" "$children" "$resident"
 done <"$report"
 if [[ SingleFault =~ $filter ]]; then
-    BRISCA_FAULTS_SAMPLE=0 "build/$preset/tests/endurance/singlefault_test" || status=1
+    BRISCA_FAULTS_SAMPLE=0 BRISCA_FAULTS_PERIOD_MS=10000 BRISCA_FAULTS_PROCESSES=16 \
+        "build/$preset/tests/endurance/singlefault_test" || status=1
 fi
 exit $status

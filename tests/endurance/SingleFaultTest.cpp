@@ -266,6 +266,12 @@ std::optional<Milliseconds> Rig::recovery(const Fault& fault)
 
 // ---- The faults of a packet -------------------------------------------------------------------------------
 
+/// Eight seeds one after the other flip every bit.
+unsigned chosenSeed()
+{
+    return static_cast<unsigned>(setting("BRISCA_FAULTS_SEED", 1));
+}
+
 /// Every value from @p first to below @p end, or as many as asked for, chosen by the seed.
 std::vector<std::size_t> sample(std::size_t first, std::size_t end, const std::string& name)
 {
@@ -276,7 +282,7 @@ std::vector<std::size_t> sample(std::size_t first, std::size_t end, const std::s
         return all;
     std::seed_seq seed(name.begin(), name.end());
     std::mt19937 random(seed);
-    random.discard(static_cast<unsigned>(setting("BRISCA_FAULTS_SEED", 1)) * 1000ULL);
+    random.discard(chosenSeed() * 1000ULL);
     std::shuffle(all.begin(), all.end(), random);
     all.resize(wanted);
     return all;
@@ -295,8 +301,8 @@ void addFaults(std::vector<Trial>& trials, const Packet& packet)
     add("twice", {.kind = FaultKind::DoublePacket});
     for (const std::size_t length : sample(1, packet.size, key + "cut"))
         add("cut", {.kind = FaultKind::CutPacket, .length = length});
-    for (const std::size_t bit : sample(0, packet.size * 8, key + "flipped"))
-        add("flipped", {.kind = FaultKind::FlippedBit, .length = bit});
+    for (const std::size_t byte : sample(0, packet.size, key + "flipped"))
+        add("flipped", {.kind = FaultKind::FlippedBit, .length = byte * 8 + (byte + chosenSeed()) % 8});
     // What a reader skips, what it takes for the beginning of a response and of an event.
     constexpr std::uint8_t kStrays[] = {0x00, 0x20, 0xA0, 0xFF};
     for (const std::size_t stray : sample(0, std::size(kStrays), key + "stray"))
