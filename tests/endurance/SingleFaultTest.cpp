@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -113,6 +114,8 @@ public:
         chip.start();
         BluetoothManager::instance().setUartName(kTty);
         BridgeTasks::setWatchPeriod(m_period);
+        QObject::connect(&BluetoothManager::instance(), &BluetoothManager::bleIsStarted,
+                         [this] { m_announced = true; });
         enter({});
         m_application.emplace();
         std::thread([this] { echo(); }).detach();
@@ -122,7 +125,9 @@ public:
 
     /// The packets of a session without a fault.
     std::vector<Packet> walk();
-    /// Time from the fault until the next phone had its answer; nothing when it had none in time.
+    /// Time from the fault until the next phone had its answer; nothing when it had none in time, or when the
+    /// start has not been announced by then. Nobody here enters the state anew: no single fault may need
+    /// that.
     std::optional<Milliseconds> recovery(const Fault& fault);
 
     efr32sim::Chip chip{{.ttyPath = kTty,
@@ -143,6 +148,7 @@ private:
     const Milliseconds m_limit =
         std::chrono::duration_cast<Milliseconds>(m_period * kLimitInPeriods) + kMargin;
     std::optional<endtoend::Application> m_application;
+    std::atomic<bool> m_announced{false};  // the start of the firmware
     unsigned m_asked = 0;
 };
 
@@ -151,6 +157,7 @@ void Rig::enter(std::optional<Fault> fault)
 {
     BluetoothManager& manager = BluetoothManager::instance();
     manager.resetBleStartedFlag();
+    m_announced = false;
     if (!manager.initBleCom() || !manager.start())
         throw std::runtime_error("the stack does not start");
     if (fault)
@@ -258,7 +265,7 @@ std::optional<Milliseconds> Rig::recovery(const Fault& fault)
         chip.clearFaults();
         struck = session(fault);
     }
-    const bool served = struck && nextIsServed(struck->time + m_limit);
+    const bool served = struck && nextIsServed(struck->time + m_limit) && m_announced;
     chip.clearFaults();
     return served ? std::optional(std::chrono::duration_cast<Milliseconds>(Clock::now() - struck->time))
                   : std::nullopt;
@@ -272,20 +279,16 @@ unsigned chosenSeed()
     return static_cast<unsigned>(setting("BRISCA_FAULTS_SEED", 1));
 }
 
-/// Every value from @p first to below @p end, or as many as asked for, chosen by the seed.
+/// Every value from @p first to below @p end (BRISCA_FAULTS_SAMPLE=0), or so many, chosen by the seed.
 std::vector<std::size_t> sample(std::size_t first, std::size_t end, const std::string& name)
 {
-    const auto wanted = static_cast<std::size_t>(setting("BRISCA_FAULTS_SAMPLE", 1));
+    const int asked = setting("BRISCA_FAULTS_SAMPLE", 1);
     std::vector<std::size_t> all(end - first);
     std::iota(all.begin(), all.end(), first);
-    if (wanted == 0 || wanted >= all.size())
-        return all;
-    std::seed_seq seed(name.begin(), name.end());
-    std::mt19937 random(seed);
-    random.discard(chosenSeed() * 1000ULL);
-    std::shuffle(all.begin(), all.end(), random);
-    all.resize(wanted);
-    return all;
+    std::vector<std::size_t> chosen;
+    std::mt19937 random(static_cast<unsigned>(std::hash<std::string>{}(name)) + chosenSeed());
+    std::ranges::sample(all, std::back_inserter(chosen), asked == 0 ? std::ssize(all) : asked, random);
+    return chosen;
 }
 
 void addFaults(std::vector<Trial>& trials, const Packet& packet)
