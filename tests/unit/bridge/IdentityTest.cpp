@@ -125,6 +125,7 @@ TEST_F(IdentityTest, AdvertisingIsAskedForUntilTheChipAgrees)
         stack().startAdvertising(0);
     } while (!chip.air().advertising);  // once, unless a busy machine has lost a response before
     EXPECT_GE(starts(events), 6);
+    EXPECT_TRUE(Brisca::pumpSilence()) << "a pump that asks again does not hang";
 }
 
 TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)

@@ -12,7 +12,6 @@
 #include "facade/LogFacade.h"
 
 #include <QCoreApplication>
-#include <QMetaMethod>
 
 #include <thread>
 
@@ -66,18 +65,5 @@ TEST(Bus, RelaysEveryNotificationInOrderFromWhicheverThread)
         ElementsAre(head + "Signal Fw update success sent", head + "Signal Fw update failed sent",
                     head + "BLE Device started signal sent", head + "BLE Device connected signal sent",
                     head + "BLE Device disconnected signal sent", head + "Communication error signal sent"));
-}
-
-TEST(Adaptor, SendsNoReplyExactlyWhereItSaysSo)
-{
-    const QMetaObject& meta = ServiceAdaptor::staticMetaObject;
-    const std::string text = meta.classInfo(meta.indexOfClassInfo("D-Bus Introspection")).value();
-    for (int index = meta.methodOffset(); index < meta.methodCount(); ++index) {
-        const QMetaMethod method = meta.method(index);
-        const std::string annotated =
-            "<method name=\"" + method.name().toStdString() + "\">\n      <annotation value=\"true\" ";
-        EXPECT_EQ(text.find(annotated) != std::string::npos, method.tag() == std::string("Q_NOREPLY"))
-            << method.name().constData();
-    }
 }
 }  // namespace

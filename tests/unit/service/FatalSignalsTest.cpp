@@ -57,14 +57,21 @@ void onThread(void (*body)())
     thread.Join();
 }
 
+/// The second fault ends the process by itself, not the limit of the report's time.
 void crashInsideExit()
 {
-    std::atexit(crash);
+    std::atexit([] {
+        alarm(0);
+        crash();
+    });
     crash();
 }
 void abortInsideExit()
 {
-    std::atexit(std::abort);
+    std::atexit([] {
+        alarm(0);
+        std::abort();
+    });
     std::abort();
 }
 void waitInsideExit()
