@@ -113,7 +113,8 @@ TEST_F(Bus, ThatAppearsAfterTheStartIsToldOnce)
     client->send("startFirmwareApp");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
     ASSERT_TRUE(events.waitFor(efr32sim::EventKind::Advertising));
-    ASSERT_TRUE(events.waitFor(efr32sim::EventKind::Command)) << "the link watch's, longer than a retry after";
+    ASSERT_TRUE(events.waitFor(efr32sim::EventKind::Command))
+        << "the link watch's, longer than a retry after";
     EXPECT_THAT(linesWith({"ystem bus"}), SizeIs(1));
 }
 

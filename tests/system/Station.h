@@ -59,12 +59,14 @@ protected:
     [[nodiscard]] bool waitLog(const std::string& text, std::size_t from = 0) const;
     /// Waits until a condition holds and reads, as systemd does, what the service tells it meanwhile.
     template <class Condition>
-    [[nodiscard]] bool waitAsSystemd(Condition condition) const
+    [[nodiscard]] bool waitAsSystemd(Condition condition,
+                                     std::chrono::milliseconds limit = testsupport::kPatience) const
     {
-        return testsupport::waitUntil([&] {
+        const auto readAndAsk = [&] {
             notify.drain();
             return condition();
-        });
+        };
+        return testsupport::waitUntil(readAndAsk, limit);
     }
     /// Lines behind a mark that contain one of the texts, from their level on, in order.
     [[nodiscard]] std::vector<std::string> linesWith(const std::vector<std::string>& texts,

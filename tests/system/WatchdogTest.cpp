@@ -6,6 +6,9 @@
 
 #include <sys/ptrace.h>
 
+#include <cstdlib>
+#include <fstream>
+
 namespace {
 using efr32sim::EventKind;
 
@@ -61,5 +64,25 @@ TEST_F(Watchdog, IsNotFedWhileTheEventPumpHangs)
     EXPECT_EQ(client->call("getBriscaState"), kFirmware) << "the event loop turns";
     ASSERT_EQ(::ptrace(PTRACE_DETACH, pump, nullptr, nullptr), 0);
     EXPECT_EQ(notify.wait(), "WATCHDOG=1");
+}
+
+TEST_F(Watchdog, IsNotFedWhileAnUploadHearsNothing)
+{
+    if (std::getenv("BRISCA_ROUNDS") == nullptr)
+        GTEST_SKIP() << "a minute, for the long form";
+    ASSERT_NO_FATAL_FAILURE(startService(kWatched));
+    std::ofstream(kImage) << std::string(100'000, 'f');
+    auto events = chip.follow();
+    ASSERT_EQ(client->call("startFirmwareUpdate", kImage), "true");
+    ASSERT_TRUE(events.waitFor(EventKind::UploadStarted));
+    chip.setReset(false);
+    ASSERT_TRUE(waitAsSystemd(
+        [this] {
+            return log().find("No sign of life of the chip during the upload for 60 s") != std::string::npos;
+        },
+        std::chrono::seconds(90)));
+    notify.drain();
+    EXPECT_EQ(notify.wait(std::chrono::seconds(2)), "");
+    EXPECT_TRUE(service->isRunning());
 }
 }  // namespace
