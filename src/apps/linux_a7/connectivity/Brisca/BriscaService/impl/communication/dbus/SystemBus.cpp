@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <initializer_list>
 #include <thread>
 #include <utility>
 
@@ -16,6 +17,10 @@ constexpr auto kLookPeriod = 100ms;
 const QString kConnection = QStringLiteral("brisca");  // Qt's name for it
 const QString kPath = QStringLiteral("/");
 const QString kService = QStringLiteral("org.voltra.brisca");
+// Of the signal that the bus library itself makes up when the daemon is gone.
+const QString kLocalPath = QStringLiteral("/org/freedesktop/DBus/Local");
+const QString kLocalInterface = QStringLiteral("org.freedesktop.DBus.Local");
+const QString kDisconnected = QStringLiteral("Disconnected");
 
 const QDBusConnection kNoBus{QString()};
 
@@ -48,10 +53,8 @@ void SystemBus::open()
 
 void SystemBus::begin()
 {
-    if (m_step == Step::Connect) {
-        m_exported.blockSignals(true);  // Qt deletes what relayed them on a thread of its own
-        m_bus = kNoBus;
-    }
+    if (m_step == Step::Connect)
+        withdraw();
     std::packaged_task<bool()> task(
         [step = m_step, bus = m_bus] { return step == Step::Connect ? connectAnew() : takeName(bus); });
     m_helper = task.get_future();
@@ -96,13 +99,21 @@ void SystemBus::conclude(bool success)
 void SystemBus::exportObject()
 {
     m_bus = QDBusConnection(kConnection);
-    // Made up by the bus library itself when the daemon is gone. Before anything else: a daemon that dies
-    // meanwhile must be noticed.
-    m_bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                  QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                  SLOT(onDisconnected()));
+    // Before anything else: a daemon that dies meanwhile must be noticed.
+    m_bus.connect(QString(), kLocalPath, kLocalInterface, kDisconnected, this, SLOT(onDisconnected()));
     m_bus.registerObject(kPath, &m_exported, QDBusConnection::ExportAdaptors);
     m_exported.blockSignals(false);
+}
+
+// Qt deletes the connection on a thread of its own, which must find nothing of this thread's objects in it.
+void SystemBus::withdraw()
+{
+    m_exported.blockSignals(true);
+    m_bus.unregisterObject(kPath);
+    m_bus.disconnect(QString(), kLocalPath, kLocalInterface, kDisconnected, this, SLOT(onDisconnected()));
+    for (const QObject* const watched : std::initializer_list<const QObject*>{&m_exported, this})
+        watched->disconnect(SIGNAL(destroyed(QObject*)));
+    m_bus = kNoBus;
 }
 
 void SystemBus::onDisconnected()

@@ -41,6 +41,7 @@ private:
     void begin();
     void conclude(bool success);
     void exportObject();
+    void withdraw();
 
     QObject& m_exported;
     QTimer m_timer;
