@@ -34,6 +34,7 @@ void checkCleanLine(const std::string& text)
 }
 void readByTheProcess(const std::string& text)
 {
+    LogFacade::inst().setLevel(LogLevel::None);  // no line for every word that is no level
     const int file = ::memfd_create("log.cfg", MFD_CLOEXEC);
     require(::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
     std::vector<char> copy(text.size() + 1, 'x');
@@ -59,7 +60,6 @@ void readByATree(const std::string& text)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static unsigned inputs = 0;
-    LogFacade::inst().setLevel(LogLevel::None);  // no line for every word that is no level
     const std::string text(reinterpret_cast<const char*>(data), std::min(size, kMaxText));
     checkCleanLine(text);
     readByATree(text);
