@@ -175,6 +175,11 @@ std::uint32_t GBSSlave_GetSilence()
     return NCPManager_GetSilence();
 }
 
+std::uint32_t GBSSlave_GetLinkNumber()
+{
+    return NCPManager_GetLinkNumber();
+}
+
 std::uint32_t GBSSlave_GetLinkStatus()
 {
     return GBSSlave_GetState() == GBS_LINK_CONNECTED ? 1 : 0;
@@ -306,7 +311,12 @@ std::uint32_t GBSSlave_SetTxPowerDbm(std::int16_t power, std::int16_t* out)
 std::uint32_t GBSSlave_GATTNotification(std::uint8_t, std::uint16_t characteristic, std::uint8_t length,
                                         const std::uint8_t* data)
 {
-    return locked(NCPManager_SendNotification, kConnection, characteristic, length, data);
+    const std::uint32_t link = NCPManager_GetLinkNumber();
+    const ApiLock lock;
+    // Whoever held the lock may have begun a new start: what waited for it is not for the next phone.
+    return link == NCPManager_GetLinkNumber()
+               ? NCPManager_SendNotification(kConnection, characteristic, length, data)
+               : 0;
 }
 
 std::uint32_t GBSSlave_GetAttributeValue(std::uint16_t attribute, std::uint16_t offset,
@@ -480,6 +490,7 @@ bool GBSSlave_IsConnectionPending()
 void GBSSlave_LetGoLine()
 {
     LineOwner::letGo();
+    NCPManager_EndLink();
 }
 
 bool GBSSlave_IsLineHeld()

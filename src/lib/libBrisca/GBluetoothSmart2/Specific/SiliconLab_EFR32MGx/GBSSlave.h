@@ -37,6 +37,11 @@ std::uint32_t GBSSlave_Disable();
 /// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
 /// time. Does not take the API lock. Any thread.
 [[nodiscard]] std::uint32_t GBSSlave_GetSilence();
+/// Number of the link, or while none is open of the next one: a new one when a link ends, by its event or by
+/// that of the chip's restart, when the line is let go, and with every GBSSlave_Init. What belongs to a
+/// phone, fragments and answers, is over when it has changed. Never 0 in practice. Any thread, without a
+/// lock.
+[[nodiscard]] std::uint32_t GBSSlave_GetLinkNumber();
 /// 1 when a central is connected, else 0.
 [[nodiscard]] std::uint32_t GBSSlave_GetLinkStatus();
 /// The chip's public device address, least significant byte first.
@@ -102,7 +107,8 @@ std::uint32_t GBSSlave_EndDiscoverable();
 // ---- GATT -------------------------------------------------------------------------------------------------
 
 /// Sends one notification on connection 1. Up to 15 attempts 100 ms apart while the co-processor does not
-/// answer; they end when the line is let go. A notification that it refuses is not repeated.
+/// answer; they end when the line is let go. A notification that it refuses is not repeated, and one whose
+/// link ended while it waited for the API lock is not sent.
 /// @param connection ignored; the system serves one connection
 /// @param length     bytes at @p data; 253 and more are never sent and fail after all attempts
 [[nodiscard]] std::uint32_t GBSSlave_GATTNotification(std::uint8_t connection, std::uint16_t characteristic,

@@ -54,10 +54,8 @@ GattRequest readGattRequest(PayloadReader& in)
 void noteBoot()
 {
     managerState.hasBooted = true;
-    managerState.linkDoubted = false;
     // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
-    if (managerState.linkState != GBS_LINK_DISABLED)
-        managerState.linkState = GBS_LINK_READY;
+    endLink(managerState.linkState == GBS_LINK_DISABLED ? GBS_LINK_DISABLED : GBS_LINK_READY);
 }
 
 void onBoot(PayloadReader in)
@@ -80,6 +78,8 @@ void onBoot(PayloadReader in)
 
 void onConnectionOpened(PayloadReader)
 {
+    if (managerState.linkState == GBS_LINK_CONNECTED)
+        endLink(GBS_LINK_READY);  // the event that told the end of the one before was lost
     managerState.linkState = GBS_LINK_CONNECTED;
     managerState.linkDoubted = false;
     BRISCA_NOTIC(logNode, "Event: Connect opened.");
@@ -87,8 +87,7 @@ void onConnectionOpened(PayloadReader)
 
 void onConnectionClosed(PayloadReader)
 {
-    managerState.linkState = GBS_LINK_READY;
-    managerState.linkDoubted = false;
+    endLink(GBS_LINK_READY);
     BRISCA_NOTIC(logNode, "Event: Connect closed.");
 }
 

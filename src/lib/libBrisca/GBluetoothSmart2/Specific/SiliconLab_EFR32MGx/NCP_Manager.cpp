@@ -56,8 +56,7 @@ std::uint32_t NCPManager_Init(const char* path)
 {
     managerState.bonds.clear();
     const std::uint32_t opened = NCPDriver_Init(path);
-    managerState.linkState = GBS_LINK_DISABLED;
-    managerState.linkDoubted = false;
+    endLink(GBS_LINK_DISABLED);
     managerState.hasBooted = false;
     return opened;
 }
@@ -74,8 +73,13 @@ std::uint32_t NCPManager_Enable()
 std::uint32_t NCPManager_Disable()
 {
     NCPDriver_Disable();
-    managerState.linkState = GBS_LINK_DISABLED;
+    NCPManager_EndLink();
     return 1;
+}
+
+void NCPManager_EndLink()
+{
+    endLink(GBS_LINK_DISABLED);
 }
 
 std::uint32_t NCPManager_ResetNCP()
@@ -108,6 +112,11 @@ std::uint32_t NCPManager_GetSilence()
 std::uint8_t NCPManager_GetState()
 {
     return managerState.linkState;
+}
+
+std::uint32_t NCPManager_GetLinkNumber()
+{
+    return managerState.linkNumber;
 }
 
 std::uint32_t NCPManager_TreatInternalEvent(std::uint32_t milliseconds)

@@ -30,6 +30,8 @@ std::uint32_t NCPManager_Init(const char* path);
 std::uint32_t NCPManager_Enable();
 /// Link state 0. Takes no lock. Returns 1.
 std::uint32_t NCPManager_Disable();
+/// The chip is reset: link state 0, and what belongs to the link is over. Takes no lock. Any thread.
+void NCPManager_EndLink();
 /// Resets the co-processor into its normal firmware and waits up to 5 s for the boot event.
 std::uint32_t NCPManager_ResetNCP();
 std::uint32_t NCPManager_HelloNCP();
@@ -41,6 +43,8 @@ bool NCPManager_HasBooted();
 /// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
 /// time. Any thread.
 std::uint32_t NCPManager_GetSilence();
+/// As GBSSlave_GetLinkNumber. Any thread.
+std::uint32_t NCPManager_GetLinkNumber();
 /// Sleeps and returns 1.
 std::uint32_t NCPManager_TreatInternalEvent(std::uint32_t milliseconds);
 /// Writes the bytes in hexadecimal to standard output.

@@ -65,6 +65,13 @@ void Version::copyTo(std::uint8_t out[kVersionLength]) const
     out[2] = static_cast<std::uint8_t>(packed);
 }
 
+void endLink(tGBS_LinkState state)
+{
+    managerState.linkDoubted = false;
+    ++managerState.linkNumber;
+    managerState.linkState = state;
+}
+
 void Waiter::begin(std::uint32_t eventId)
 {
     const std::uint16_t task = GOS_GetCurrentTaskId();

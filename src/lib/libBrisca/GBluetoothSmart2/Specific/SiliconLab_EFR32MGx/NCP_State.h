@@ -66,6 +66,7 @@ struct ManagerState
     std::atomic<std::uint8_t> linkState{GBS_LINK_DISABLED};
     std::atomic<bool> hasBooted{false};                               // since the line was opened
     std::atomic<std::chrono::steady_clock::duration> lastAnswer{{}};  // to a command; of the steady clock
+    std::atomic<std::uint32_t> linkNumber{1};  // 0 is nobody's
     std::atomic<bool> linkDoubted{false};  // the chip's last word on its connection contradicted linkState
     std::atomic<std::int8_t> lastRssi{0};
     std::atomic<std::uint16_t> dtmPackets{0};
@@ -82,6 +83,9 @@ struct ManagerState
     std::atomic<tGBS_EventCallback> event{nullptr};
 };
 extern ManagerState managerState;
+
+/// The link, if there is one, is over, and the state is another one.
+void endLink(tGBS_LinkState state);
 
 /// Makes the calling task the one that this event wakes, while the object lives. It begins before the command
 /// goes out, because the event may be handled before the command's response has been read. A signal that
