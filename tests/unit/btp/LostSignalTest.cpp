@@ -49,6 +49,7 @@ TEST_F(LostSignal, OfAWriterDoesNotKeepItWaiting)
 
 TEST_F(LostSignal, OfAFrameDoesNotKeepTheReaderAsleep)
 {
+    EXPECT_FALSE(readerWoken.try_acquire_for(std::chrono::milliseconds(200))) << "by no frame";
     receive(0x80, counting(10));
     EXPECT_TRUE(readerWoken.try_acquire_for(std::chrono::seconds(30)));
 }

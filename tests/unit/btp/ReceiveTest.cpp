@@ -1,4 +1,5 @@
 #include "BtpFixture.h"
+#include "GBSSlave.h"
 #include "Rows.h"
 
 #include <algorithm>
@@ -55,7 +56,7 @@ TEST_F(Receive, PutsFragmentsTogether)
         {"frame number 5 lies in slot 1", {{0xD1, 1}, {0x10, 69}}, counting(1) + counting(69)},
         {"a write of 71 bytes is dropped", {{0x80, 70}, {0x80, 3}}, counting(3)},
         {"a write of one byte is dropped", {{0x81, 0}, {0x00, 69}}, counting(69)},
-        {"a length counts modulo 256", {{0x00, 257, 9}, {0x81, 2}}, {}, 0},
+        {"a length counts modulo 256", {{0x81, 2}, {0x00, 256 + 69, 9}}, counting(2) + counting(69, 9)},
         {"an oversize announcement empties its slot", {{0x80, 10}, {0x8F, 86}}, {}, 1},
         {"17 fragments do not fit", {{0x80, 16}, {0x0F, 69}}, {}, 1},
         {"an early fragment is remembered for 19 others",
@@ -83,8 +84,9 @@ TEST_F(Receive, PutsFragmentsTogether)
 TEST_F(Receive, RecordsAnEmptyWriteAsNoSlot)
 {
     receive(0x10, counting(69));
-    for (int i = 0; i < 20; ++i)
-        call_back_BTP_Receive(nullptr, 0);
+    for (const std::uint8_t header : Bytes(20, 0x10))
+        call_back_BTP_Receive(&header, 0);
+    call_back_BTP_Receive(nullptr, 0);
     receive(0x91, {9});
     EXPECT_EQ(BTP_RxBytesAvailable(), 0U) << "the early fragment was forgotten";
 }
@@ -111,13 +113,6 @@ TEST_F(Receive, DropsAPartlyReadFrameWhenAnotherComesFirst)
     EXPECT_EQ(read(5), counting(5, 100));
 }
 
-TEST_F(Receive, TakesWholeFramesBeyondTheRoomThatIsLeft)
-{
-    receive(0x90, counting(60));
-    receive(0x80, counting(60, 60));
-    EXPECT_EQ(read(61), counting(120));
-}
-
 TEST_F(Receive, DropsAFrameThatNobodyCanRead)
 {
     receive(0x81, {1});
@@ -133,6 +128,33 @@ TEST_F(Receive, WaitsForWholeSeconds)
     EXPECT_EQ(delays, std::vector<unsigned>{5});
     EXPECT_EQ(read(1, 3), Bytes{});
     EXPECT_EQ(nowSeconds(), 3U);
+}
+
+TEST_F(Receive, ForgetsWhatBelongsToALinkThatHasEnded)
+{
+    receive(0x00, counting(69));
+    GBSSlave_LetGoLine();
+    receive(0x81, {9});
+    EXPECT_EQ(BTP_RxBytesAvailable(), 0U) << "of two phones";
+    receive(0x00, counting(69));
+    ASSERT_EQ(read(70), Bytes{9} + counting(69));
+
+    // Of this frame only fragment 0 can be delivered; the reader waits for the rest until the link ends.
+    const auto link = BTP_RxLink();
+    receive(0xA2, {1});
+    receive(0x23, counting(69));
+    receive(0x20, counting(69));
+    onDelay = [] {
+        if (delays.size() == 10) {
+            GBSSlave_LetGoLine();
+            receive(0x90, counting(8));
+        }
+    };
+    Bytes buffer(500);
+    EXPECT_EQ(BTP_ReceiveOnLink(link, buffer.data(), 139, 10), 69U);
+    EXPECT_EQ(nowSeconds(), 0U);
+    EXPECT_EQ(BTP_ReceiveOnLink(link, buffer.data(), 8, 10), 0U) << "announced for the link before";
+    EXPECT_EQ(read(8), counting(8));
 }
 
 TEST_F(Receive, FindsOfSeveralCompleteFramesThoseWhoseStampSurvivesTheSearch)
@@ -162,14 +184,4 @@ TEST_F(Receive, FindsOfSeveralCompleteFramesThoseWhoseStampSurvivesTheSearch)
     }
 }
 
-TEST_F(Receive, EmptiesSlots)
-{
-    receive(0x80, counting(5));
-    receive(0x90, counting(6));
-    EXPECT_EQ(EraseBTPFrameSlot(0), 1);
-    EXPECT_EQ(BTP_RxBytesAvailable(), 6U);
-    EXPECT_EQ(EraseBTPFrameSlot(4), -3);
-    EraseBTPFrameBuffer();
-    EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
-}
 }  // namespace

@@ -1,7 +1,6 @@
 #include "BtpFixture.h"
-#include "StdoutCapture.h"
+#include "GBSSlave.h"
 #include "efr32sim/Fragments.h"
-#include "facade/LogFacade.h"
 
 #include <algorithm>
 
@@ -83,22 +82,16 @@ TEST_F(Transmit, TriesARefusedFragmentOnceMoreAndThenGivesTheMessageUp)
     }
 }
 
-TEST_F(Transmit, LogsEachAttempt)
+TEST_F(Transmit, EndsWithTheLinkWithoutAPause)
 {
-    LogFacade::setLevel("BTP_CORE", LogLevel::Debug);
-    const testsupport::StdoutCapture output;
-    accept = [] { return sent.size() > 1; };
-    ASSERT_EQ(transmit({0x0A, 0xFF}), 1);
-    LogFacade::setLevel("BTP_CORE", LogLevel::Notic);
-    const std::vector<std::string> expected = {
-        "<DEBUG> [BTP_CORE] BTP -> GBS : Number of bytes to transmit : 2 bytes",
-        "<DEBUG> [BTP_CORE] BTP -> GBS : Frame number : 0 Frag number : 0 Length 2",
-        "<DEBUG> [BTP_CORE] BTP->GBS Data: { 0x80, 0x0A, 0xFF }",
-        "<DEBUG> [BTP_CORE] BTP->GBS First attempt",
-        "<DEBUG> [BTP_CORE] BTP->GBS Second attempt",
-        "<DEBUG> [BTP_CORE] BTP -> GBS Transmit : 2 bytes OK",
+    accept = [] {
+        if (sent.size() == 3)
+            GBSSlave_LetGoLine();
+        return sent.size() < 3;
     };
-    EXPECT_EQ(output.logLines(), expected);
+    EXPECT_EQ(transmit(counting(1000)), 0);
+    EXPECT_EQ(sent.size(), 3U) << "not even the second attempt";
+    EXPECT_EQ(delays, std::vector<unsigned>{3});
 }
 
 TEST_F(Transmit, RefusesToWriteMoreThanFourFrames)

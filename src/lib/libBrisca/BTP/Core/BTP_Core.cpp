@@ -1,6 +1,7 @@
 #include "BTP_Core.h"
 
 #include "BTP_Internal.h"
+#include "GBSSlave.h"
 #include "GOS.h"
 #include "facade/Log.h"
 #include "facade/LogTable.h"
@@ -23,6 +24,7 @@ struct TransmitState
     // Written by the writer that holds semaphore 4, read by the manager task while that writer waits.
     std::array<std::uint8_t, kBtpMessageLength> txBuffer;
     std::uint16_t txLength;
+    std::uint32_t txLink;
     std::atomic<std::uint8_t> txPending;
     // The manager task alone.
     std::uint8_t frameNumber;
@@ -37,6 +39,7 @@ TransmitState state{};
 /// What is left of the message that is being sent.
 struct Message
 {
+    std::uint32_t link;
     const std::uint8_t* position;
     unsigned remaining;
     unsigned wholeLength;
@@ -93,20 +96,27 @@ void logFragment(const Fragment& fragment)
     BRISCA_DEBUG(logNode, "BTP->GBS First attempt");
 }
 
-bool notify(const Fragment& fragment)
+/// Whoever is connected now is not the phone that the message is for.
+bool isOver(const Message& message)
 {
-    const BTP_NotifyCallback send = btp::platform.notify;
-    return send != nullptr && send(0, kBtpCharacteristic, fragment.sentLength(), fragment.bytes.data()) == 1;
+    return message.link != GBSSlave_GetLinkNumber();
 }
 
-bool sendFragment(const Fragment& fragment)
+bool notify(const Message& message, const Fragment& fragment)
+{
+    const BTP_NotifyCallback send = btp::platform.notify;
+    return !isOver(message) && send != nullptr &&
+           send(0, kBtpCharacteristic, fragment.sentLength(), fragment.bytes.data()) == 1;
+}
+
+bool sendFragment(const Message& message, const Fragment& fragment)
 {
     logFragment(fragment);
-    if (notify(fragment))
+    if (notify(message, fragment))
         return true;
     BRISCA_DEBUG(logNode, "BTP->GBS Second attempt");
     ++state.secondAttemptCount;
-    return notify(fragment);
+    return notify(message, fragment);
 }
 
 void pauseAfterFragment(Message& message)
@@ -117,9 +127,10 @@ void pauseAfterFragment(Message& message)
     message.sincePause = 0;
 }
 
-void reportFailure(const Fragment& fragment)
+void reportFailure(const Message& message, const Fragment& fragment)
 {
-    btp::delay(kFailurePauseMs);
+    if (!isOver(message))
+        btp::delay(kFailurePauseMs);
     ++state.failedFragmentCount;
     BRISCA_DEBUG(logNode, "BTP -> GBS : %d bytes fail", fragment.length());
 }
@@ -133,8 +144,8 @@ bool sendFragments(Message& message)
         fragment.fragmentNumber = (count - 1 - index) & 15U;
         fragment.payloadLength = announcedPayload(message, frameLength, count, index);
         fillFragment(fragment, index == 0, message);
-        if (!sendFragment(fragment)) {
-            reportFailure(fragment);
+        if (!sendFragment(message, fragment)) {
+            reportFailure(message, fragment);
             return false;
         }
         pauseAfterFragment(message);
@@ -161,13 +172,27 @@ int resultOfManager(int managerTask)
     return result == 0 ? kBtpIoError : static_cast<int>(result);
 }
 
-int writeLocked(const void* data, unsigned length)
+int transmit(std::uint32_t link, const void* message, unsigned length)
+{
+    ++state.transmitCount;
+    BRISCA_DEBUG(logNode, "BTP -> GBS : Number of bytes to transmit : %d bytes", length);
+    Message rest{link, static_cast<const std::uint8_t*>(message), length, length, 0};
+    while (rest.remaining > 0) {
+        if (!sendFrame(rest))
+            return 0;
+    }
+    BRISCA_DEBUG(logNode, "BTP -> GBS Transmit : %d bytes OK", length);
+    return 1;
+}
+
+int writeLocked(std::uint32_t link, const void* data, unsigned length)
 {
     if (length > kBtpMessageLength)
         return kBtpInvalidLength;
     if (length > 0)
         std::memcpy(state.txBuffer.data(), data, length);
     state.txLength = static_cast<std::uint16_t>(length);
+    state.txLink = link;
     state.txPending = 1;
     const int managerTask = GOS_GetTaskID(btp::kManagerTask);
     GOS_SendSignal(btp::kSignalTransmit, managerTask);
@@ -192,7 +217,7 @@ std::optional<int> btp::transmitWaiting()
 {
     if (state.txPending.exchange(0) == 0)
         return std::nullopt;
-    return BTP_Transmit(state.txBuffer.data(), state.txLength);
+    return transmit(state.txLink, state.txBuffer.data(), state.txLength);
 }
 
 void BTP_LowLevel_callback_Init(BTP_NotifyCallback send)
@@ -226,23 +251,20 @@ void BTP_Clock_Driver_Callback_Init(BTP_GetTimeCallback getTime, BTP_SubTimeCall
 
 int BTP_IO_Write(const void* data, unsigned length)
 {
+    return BTP_IO_WriteOnLink(GBSSlave_GetLinkNumber(), data, length);
+}
+
+int BTP_IO_WriteOnLink(std::uint32_t link, const void* data, unsigned length)
+{
     GOS_WaitForSemaphore(SEM_ID_BTP_TX);
-    const int result = writeLocked(data, length);
+    const int result = writeLocked(link, data, length);
     GOS_ReleaseSemaphore(SEM_ID_BTP_TX);
     return result;
 }
 
 int BTP_Transmit(const void* message, unsigned length)
 {
-    ++state.transmitCount;
-    BRISCA_DEBUG(logNode, "BTP -> GBS : Number of bytes to transmit : %d bytes", length);
-    Message rest{static_cast<const std::uint8_t*>(message), length, length, 0};
-    while (rest.remaining > 0) {
-        if (!sendFrame(rest))
-            return 0;
-    }
-    BRISCA_DEBUG(logNode, "BTP -> GBS Transmit : %d bytes OK", length);
-    return 1;
+    return transmit(GBSSlave_GetLinkNumber(), message, length);
 }
 
 void setElecSignValue(unsigned value)

@@ -8,6 +8,9 @@
 // task sets at its start; a test or a benchmark sets its own. Until a function is set its call does nothing,
 // and a send counts as refused.
 //
+// What one phone wrote and what it is to get belongs to its link (GBSSlave_GetLinkNumber) and ends with it;
+// a new start of the stack ends it, too. Fragments of a new link find empty slots.
+//
 // Threads: fragments arrive on the GATT event thread, frames are read by one reader task, transmission and
 // clean-up run on the manager task. GOS semaphore 3 guards the slots, semaphore 4 admits one writer at a
 // time.
@@ -59,6 +62,10 @@ void BTP_Clock_Driver_Callback_Init(BTP_GetTimeCallback getTime, BTP_SubTimeCall
 /// @param length bytes at @p data, at most kBtpMessageLength
 /// @return kBtpSuccess, kBtpIoError or kBtpInvalidLength
 [[nodiscard]] int BTP_IO_Write(const void* data, unsigned length);
+/// BTP_IO_Write for the phone of one link. Once that has ended nothing more is sent, not even the rest of a
+/// message, and the result is kBtpIoError without the pause of a refusal.
+/// @param link as GBSSlave_GetLinkNumber gave it
+[[nodiscard]] int BTP_IO_WriteOnLink(std::uint32_t link, const void* data, unsigned length);
 
 /// Cuts a message into fragments and sends them, with a pause of 3 ms after every second one. A refused
 /// fragment is tried once more; after a second refusal it waits 200 ms and gives the message up. Only the
@@ -91,6 +98,13 @@ void call_back_BTP_Receive(const std::uint8_t* data, unsigned length);
 /// @param timeoutSeconds counted in whole seconds, and only while nothing is available
 /// @return bytes copied; 0 also when a partly read frame was dropped
 [[nodiscard]] unsigned BTP_Receive(void* buffer, unsigned maxLength, unsigned timeoutSeconds);
+/// The link whose frames the slots hold. Asked before BTP_RxBytesAvailable it says whose bytes those are. Any
+/// thread.
+[[nodiscard]] std::uint32_t BTP_RxLink();
+/// BTP_Receive for bytes that were announced while BTP_RxLink was @p link. When that link has ended it still
+/// delivers the frames that it finds, but waits for no more, and leaves the next phone's alone.
+[[nodiscard]] unsigned BTP_ReceiveOnLink(std::uint32_t link, void* buffer, unsigned maxLength,
+                                         unsigned timeoutSeconds);
 /// BTP_Receive.
 [[nodiscard]] unsigned BTP_IO_Read(void* buffer, unsigned maxLength, unsigned timeoutSeconds);
 
@@ -111,6 +125,9 @@ int BTP_LoopBack();
 /// Empties the slots, their stamps and marks, the fragment history and the reader's place. The manager task,
 /// when it starts; takes no semaphore.
 void BTP_Frame_Init();
+/// As BTP_Frame_Init, but under the semaphore: for a new start of the stack, before it ends the link. The
+/// thread that starts it, while no fragments can arrive.
+void BTP_Restart();
 /// Empties the slots, their stamps and marks, and the first four entries of the fragment history, which is
 /// all that the end of a connection clears. Any thread.
 void EraseBTPFrameBuffer();

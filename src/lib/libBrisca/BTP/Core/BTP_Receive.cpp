@@ -1,5 +1,6 @@
 #include "BTP_Core.h"
 #include "BTP_Internal.h"
+#include "GBSSlave.h"
 #include "GOS.h"
 #include "facade/Log.h"
 
@@ -87,7 +88,8 @@ struct ReceiveState
     std::atomic<std::uint8_t> lastGeneration{kNone};
     FilledAtomics<std::uint8_t, kBtpSlots> overflowMark{kNone};
     FilledAtomics<std::uint8_t, kHistoryLength> fragmentHistory{kNone};
-    std::uint8_t historyIndex = 0;  // the GATT event thread alone
+    std::uint8_t historyIndex = 0;       // the GATT event thread alone
+    std::atomic<std::uint32_t> link{0};  // whose fragments the slots hold; GBSSlave_GetLinkNumber
 };
 ReceiveState state;
 
@@ -152,6 +154,20 @@ void eraseLocked(unsigned index)
     state.slotStamp[index] = kNoStamp;
     if (state.overflowMark[index] == index)
         state.overflowMark[index] = kNone;
+}
+
+/// The phone that wrote what the slots hold has gone, or they belong to an earlier start.
+bool isOver(std::uint32_t link)
+{
+    return link != GBSSlave_GetLinkNumber();
+}
+
+/// Under the frame semaphore, so that a fragment of the new link is never among what is forgotten.
+void forgetEndedLink()
+{
+    const FrameLock lock;
+    if (isOver(state.link))
+        BTP_Frame_Init();
 }
 
 // ---- One fragment comes in --------------------------------------------------------------------------------
@@ -341,6 +357,8 @@ unsigned readWhole(unsigned index, std::uint8_t* out)
 
 void call_back_BTP_Receive(const std::uint8_t* data, unsigned length)
 {
+    if (isOver(state.link))
+        forgetEndedLink();
     if (data == nullptr || length == 0) {
         remember(kNone);
         return;
@@ -361,7 +379,17 @@ void call_back_BTP_Receive(const std::uint8_t* data, unsigned length)
     remember(index);
 }
 
+std::uint32_t BTP_RxLink()
+{
+    return state.link;
+}
+
 unsigned BTP_Receive(void* buffer, unsigned maxLength, unsigned timeoutSeconds)
+{
+    return BTP_ReceiveOnLink(state.link, buffer, maxLength, timeoutSeconds);
+}
+
+unsigned BTP_ReceiveOnLink(std::uint32_t link, void* buffer, unsigned maxLength, unsigned timeoutSeconds)
 {
     auto* const out = static_cast<std::uint8_t*>(buffer);
     const Timeout timeout(timeoutSeconds);
@@ -370,12 +398,13 @@ unsigned BTP_Receive(void* buffer, unsigned maxLength, unsigned timeoutSeconds)
         const bool keepWaiting = TotalRxBytesAvailable() > 0 || !timeout.passed();
         const unsigned index = chooseSlot();
         const Slot& slot = state.slots[index];
-        if (slot.state == SlotState::Complete) {
+        if (slot.state == SlotState::Complete && link == state.link) {
             if (!mayRead(index))
                 return 0;
             read += maxLength < slot.storedLength ? readPart(index, out + read, maxLength - read)
                                                   : readWhole(index, out + read);
-        } else if (!keepWaiting) {
+        } else if (!keepWaiting || isOver(link)) {
+            forgetEndedLink();  // nobody will find what is left of it
             btp::delay(kPollMs);
             return read;
         }
@@ -431,6 +460,13 @@ void BTP_Frame_Init()
     state.nextStamp = kFirstStamp;
     state.lastReadSlot = 0;
     state.fragmentHistory.fill(kNone);
+    state.link = GBSSlave_GetLinkNumber();
+}
+
+void BTP_Restart()
+{
+    const FrameLock lock;
+    BTP_Frame_Init();
 }
 
 void EraseBTPFrameBuffer()
