@@ -30,7 +30,13 @@ class BridgePipesTest : public testing::Test
 protected:
     BridgePipesTest() { LogFacade::setLevel("Brisca", LogLevel::Debug); }
 
-    bool create() { return pipes.create(tx.c_str(), rx.c_str()); }
+    /// Makes the pipes; a phone is there.
+    bool create()
+    {
+        const bool created = pipes.create(tx.c_str(), rx.c_str());
+        pipes.follow(kLink, true);
+        return created;
+    }
     static UniqueFd openEnd(const std::string& path)
     {
         return UniqueFd(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
@@ -59,6 +65,7 @@ protected:
         return status.st_mode & 07777;
     }
 
+    static constexpr std::uint32_t kLink = 1;
     testsupport::TempDir directory;
     const std::string tx = directory.file("tx");
     const std::string rx = directory.file("rx");
@@ -171,6 +178,48 @@ TEST_F(BridgePipesTest, AnswersAreTakenOutOfTheStreamAFrameAPoll)
     }
 }
 
+TEST_F(BridgePipesTest, AnswersToAPhoneThatHasGoneAreDroppedWhole)
+{
+    ASSERT_TRUE(create());
+    const UniqueFd application = openEnd(tx);
+    const auto drops = [this](const Status last) {
+        int count = 0;
+        Status status = Status::Dropped;
+        while ((status = pipes.receive()) == Status::Dropped)
+            ++count;
+        EXPECT_EQ(status, last);
+        return count;
+    };
+    std::uint32_t link = kLink;
+    for (const auto& [name, before, after, count] : Rows<std::string, std::string, int>{
+             {"whole answers", "\0\0\0\1x\0\0\0\1y"s, ""s, 2},
+             {"half a header", "\0\0\0"s, "\2xx"s, 1},
+             {"a header", "\0\0\0\2"s, "xx"s, 1},
+             {"half a payload", "\0\0\0\5he"s, "llo"s, 1},
+         }) {
+        for (const bool next : {true, false}) {  // whether the next phone comes at once
+            SCOPED_TRACE(name + (next ? ", next"s : ""s));
+            if (next && before.size() < kAnswerHeaderSize) {
+                put(application, "\0"s);
+                EXPECT_EQ(pipes.receive(), Status::Nothing);
+            }
+            put(application, before.substr(next && before.size() < kAnswerHeaderSize ? 1 : 0));
+            pipes.follow(++link, next);
+            const int dropped = drops(Status::Nothing);
+            put(application, after);
+            EXPECT_EQ(dropped + drops(Status::Nothing), count);
+            pipes.follow(link, true);
+            put(application, "\0\0\0\2hi"s);
+            EXPECT_EQ(drops(Status::Frame), 0);
+            EXPECT_EQ(received(), "\0\2hi"s);
+            EXPECT_EQ(pipes.receivedLink(), link);
+        }
+    }
+    pipes.follow(++link, false);
+    put(application, "\0\0\0\1x"s);
+    EXPECT_EQ(drops(Status::Nothing), 1) << "written while no phone is there";
+}
+
 TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
 {
     ASSERT_TRUE(create());
@@ -184,9 +233,11 @@ TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)
         EXPECT_EQ(pipes.receive(), Status::Nothing);
         if (left.size() > 3)
             put(writes, left.substr(3));
-        pipes.payload()[0] = 'r';
+        ASSERT_TRUE(pipes.beginRequest());
         pipes.send(1);
+        ASSERT_TRUE(pipes.beginRequest());
         ASSERT_TRUE(create());
+        EXPECT_EQ(pipes.send(1).header, -1) << "a request of before is not sent to the new application";
         EXPECT_EQ(take(reads), "");
         put(writes, "\0\0\0\2hi"s);
         ASSERT_EQ(pipes.receive(), Status::Frame);
@@ -202,12 +253,12 @@ TEST_F(BridgePipesTest, AnApplicationThatReadsAgainFindsWholeRequestsOnly)
     const std::size_t length = 4416;
     std::iota(pipes.payload().begin(), pipes.payload().begin() + length, std::uint8_t{0});
     std::size_t accepted = 0;
-    while (pipes.finishSending() && pipes.send(length).header != -1)
+    while (pipes.beginRequest() && pipes.send(length).header != -1)
         ++accepted;
     EXPECT_GT(accepted, 5U);
 
     std::string stream = take(application);
-    while (!pipes.finishSending())
+    while (!pipes.beginRequest())
         stream += take(application);
     stream += take(application);
     ASSERT_EQ(stream.size(), accepted * (length + 2));
@@ -240,7 +291,7 @@ TEST_F(BridgePipesTest, StartsMayComeWhileTheTasksAreInTheMiddleOfAFrame)
     });
     std::thread toApplication([&] {
         while (!stop)
-            if (pipes.finishSending())
+            if (pipes.beginRequest())
                 pipes.send(4000);
     });
     for (int round = 0; round < 200 || frames < 1000; ++round)

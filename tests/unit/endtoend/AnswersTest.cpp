@@ -1,5 +1,6 @@
 // From the application to the phone, byte for byte on the air.
 
+#include "BluetoothManager.h"
 #include "StationFixture.h"
 
 namespace {
@@ -38,6 +39,7 @@ struct OddRow
 
 TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
 {
+    expectService();
     std::uint8_t frame = nextFrame();
     for (const OddRow& row :
          {OddRow{1119, 98}, {2239, 194}, {2290, 245, false}, {2301, 0}, {3427, 102}, {2298, 253, false}}) {
@@ -55,4 +57,35 @@ TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
     EXPECT_EQ(nextFrame(), (frame + 1) & 7);
 }
 
+TEST_F(Answers, ToAPhoneThatHasGoneNeverReachTheNextOne)
+{
+    for (int round = 0; round < 6; ++round) {
+        SCOPED_TRACE(round);
+        efr32sim::Phone before(station().chip);
+        phone.disconnect();
+        ASSERT_TRUE(before.connect());
+        ASSERT_TRUE(before.writeMessage("all"));
+        EXPECT_EQ(application().waitRequest(), (Bytes{'a', 'l', 'l'}));
+        application().answer(message(4475));
+        for (std::size_t length = 1; length <= 5; ++length)
+            application().answer(message(length));
+        ASSERT_TRUE(before.waitNotification());
+        if (round % 2 == 0)
+            before.disconnect();
+        else
+            station().start();
+        ASSERT_TRUE(phone.connect());
+        expectService();
+    }
+}
+
+TEST_F(Answers, ReachAPhoneWhoseBeginningWasLost)
+{
+    phone.disconnect();
+    station().chip.inject(
+        {.kind = efr32sim::FaultKind::LostEvent, .command = efr32sim::CommandId{0x08, 0x00}});
+    ASSERT_TRUE(phone.connect());
+    expectService();
+    EXPECT_NE(BluetoothManager::instance().getBleState(), 4) << "before the loss is noticed";
+}
 }  // namespace

@@ -37,6 +37,7 @@ TEST_F(Pipes, WithWrongAnswersReportThemAndCarryTheNextOne)
         {"no payload", {0, 0, 0, 5}, "<DEBUG> [Brisca] Frame length is 5 but pipe is empty", good},
         {"half a header", Bytes(good.begin(), good.begin() + 2), "", Bytes(good.begin() + 2, good.end())},
     };
+    expectService();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         application().write(row.bytes);
@@ -46,21 +47,22 @@ TEST_F(Pipes, WithWrongAnswersReportThemAndCarryTheNextOne)
     }
 }
 
-TEST_F(Pipes, TraceLongMessagesAsTheirReadersKnowThem)
+TEST_F(Pipes, OfAStationWithoutAPhoneAreEmptied)
 {
-    sendRequest(Bytes(45, 'A'));
-    application().answer(Bytes(3, 'B'));
-    EXPECT_EQ(waitAnswer(), Bytes(3, 'B'));
-    EXPECT_TRUE(waitUntil([&] { return output.contains("CoAP -> BTP { 0x00, 0x03, 0x42, 0x42, 0x42 }"); }));
-    EXPECT_TRUE(waitUntil([&] { return output.count("BTP -> COAP {  }") == 2; }));
-    std::string first = "BTP -> COAP { 0x41";
-    for (int count = 1; count < 20; ++count)
-        first += ", 0x41";
-    EXPECT_EQ(output.count(first + " }"), 1);
-    EXPECT_EQ(output.count("<TRACE> [Brisca] BTP -> COAP Header = { 0x2D, 0x00 }"), 1);
-    EXPECT_EQ(output.count("<TRACE> [Brisca] GBS -> BTP data length = 46"), 1);
-    EXPECT_EQ(output.count("<DEBUG> [Brisca] Send 45 bytes to Coap"), 1);
-    EXPECT_EQ(output.count("<TRACE> [Brisca] COAP-> BTP Frame length 3"), 1);
+    constexpr int kAnswers = 5000;
+    const Bytes answer{0, 0, 0, 4, 'l', 'a', 't', 'e'};
+    Bytes bytes;
+    for (int number = 0; number < kAnswers; ++number)
+        bytes.insert(bytes.end(), answer.begin(), answer.end());
+    phone.disconnect();
+    bytes.insert(bytes.end(), answer.begin(), answer.end() - 2);
+    application().write(bytes);
+    ASSERT_TRUE(waitUntil([&] { return output.contains(" answers that no phone awaits"); }));
+    ASSERT_TRUE(phone.connect());
+    sendRequest(Bytes(1, '?'));
+    application().write(Bytes{'t', 'e'});
+    application().answer(Bytes{'g', 'o', 'o', 'd'});
+    EXPECT_EQ(waitAnswer(), (Bytes{'g', 'o', 'o', 'd'}));
 }
 
 TEST_F(Pipes, ThatAreFullLoseRequestsAndNothingElse)

@@ -3,9 +3,7 @@
 #include "BTP_Core.h"
 #include "GOS.h"
 #include "StationFixture.h"
-#include "StdoutCapture.h"
 #include "Wait.h"
-#include "facade/LogFacade.h"
 
 #include <cstdlib>
 #include <random>
@@ -25,7 +23,7 @@ Bytes fragment(unsigned header, std::size_t length, unsigned seed = 0)
 
 /// Four frames that are complete before the reader looks for the first time. Needs a process in which no
 /// frame has been received yet, so it stands first.
-TEST_F(Requests, OfSeveralCompleteFramesOnlyTheFirstIsFound)
+TEST_F(Requests, OfABurstBeforeARestartDoNotReachTheNewApplication)
 {
     static bool first = true;
     ASSERT_TRUE(std::exchange(first, false));
@@ -35,39 +33,45 @@ TEST_F(Requests, OfSeveralCompleteFramesOnlyTheFirstIsFound)
         ASSERT_TRUE(phone.writeCommand(fragment(0x80 | number << 4, 8, number)));
     EXPECT_TRUE(waitUntil([] { return BTP_RxBytesAvailable() == 32; }));
     GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
-
     // The reader has announced 32 bytes and delivers frame 0. Frames 1 to 3 have lost their stamps, so it
-    // waits for the missing 24 bytes, and takes them from frame 4.
+    // waits for the missing 24 bytes, which the next phone must not give.
     EXPECT_TRUE(waitUntil([] { return BTP_RxBytesAvailable() == 24; }));
-    ASSERT_TRUE(phone.writeCommand(fragment(0xC0, 24, 4)));
-    Bytes expected = message(8, 0);
-    const Bytes found = message(24, 4);
-    expected.insert(expected.end(), found.begin(), found.end());
-    EXPECT_EQ(application().waitRequest(), expected);
+    station().start();
+    ASSERT_TRUE(phone.connect());
+    expectService();
+    EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
+}
 
-    // The end of the link clears away what nobody found. The reader has announced it already and gives it up
-    // 10 s after it began; only then is the next phone's request safe.
-    EXPECT_EQ(BTP_RxBytesAvailable(), 24U);
+TEST_F(Requests, ThatAreCutOffByTheEndOfTheLinkEndInZeroes)
+{
+    expectService();
+    ASSERT_TRUE(phone.writeCommand(fragment(0x82, 1)));
+    ASSERT_TRUE(phone.writeCommand(fragment(0x03, 69)));
+    // Complete by its length, but fragment 1 is missing: the reader waits for all but fragment 0.
+    EXPECT_EQ(phone.writeRequest(fragment(0x00, 69, 5)), 0);
+    EXPECT_TRUE(waitUntil([] { return BTP_RxBytesAvailable() == 0; }));
     phone.disconnect();
-    EXPECT_EQ(application().waitRequest(), Bytes(24, 0));
+    Bytes expected = message(69, 5);
+    expected.resize(139, 0);
+    EXPECT_EQ(application().waitRequest(), expected);
     ASSERT_TRUE(phone.connect());
     expectService();
 }
 
 TEST_F(Requests, OfAPhoneThatHasGoneDoNotReachTheNextOne)
 {
-    LogFacade::setLevel("[BTP_MANAGER_PROCESS]", LogLevel::Debug);
-    const testsupport::StdoutCapture output;
-    expectService();  // the manager task has seen the link
-    ASSERT_TRUE(phone.writeCommand(fragment(0xB1, 1, 7)));
-    ASSERT_TRUE(waitUntil([this] { return station().chip.link().connected; }));
-    phone.disconnect();
-    ASSERT_TRUE(waitUntil([&] { return output.contains("Link closed"); }));
-
-    ASSERT_TRUE(phone.connect());
-    ASSERT_TRUE(phone.writeCommand(fragment(0x30, 69)));
-    expectService();
-    EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
+    for (const bool restarts : {false, true}) {
+        SCOPED_TRACE(restarts);
+        ASSERT_EQ(phone.writeRequest(fragment(0xB1, 1, 7)), 0);
+        if (restarts)
+            station().start();
+        else
+            phone.disconnect();
+        ASSERT_TRUE(phone.connect());
+        ASSERT_TRUE(phone.writeCommand(fragment(0x30, 69)));
+        expectService();
+        EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
+    }
 }
 
 unsigned requestCount()

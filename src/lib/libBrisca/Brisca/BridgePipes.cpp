@@ -26,6 +26,7 @@ void BridgePipes::drain()
 {
     m_reader.reset();
     m_writer.reset();
+    m_hasBegunRequest = false;
     const std::size_t answers = _writeHandle.drain();
     const std::size_t requests = _readHandle.drain();
     if (answers + requests != 0)
@@ -33,20 +34,32 @@ void BridgePipes::drain()
                     requests);
 }
 
+void BridgePipes::follow(std::uint32_t link, bool awaited)
+{
+    const std::lock_guard lock(m_txLock);
+    if (link == m_link && awaited == m_isAwaited)
+        return;
+    m_link = link;
+    m_isAwaited = awaited;
+    m_reader.disown(_writeHandle.waiting());
+}
+
 PipeFrameReader::Status BridgePipes::receive()
 {
     const std::lock_guard lock(m_txLock);
-    return m_reader.poll(_writeHandle);
+    m_receivedLink = m_link;
+    return m_reader.poll(_writeHandle, m_isAwaited);
 }
 
 PipeFrameWriter::Written BridgePipes::send(std::size_t length)
 {
     const std::lock_guard lock(m_rxLock);
-    return m_writer.write(_readHandle, length);
+    return m_hasBegunRequest ? m_writer.write(_readHandle, length) : PipeFrameWriter::Written{-1, -1};
 }
 
-bool BridgePipes::finishSending()
+bool BridgePipes::beginRequest()
 {
     const std::lock_guard lock(m_rxLock);
-    return m_writer.finish(_readHandle);
+    m_hasBegunRequest = m_writer.finish(_readHandle);
+    return m_hasBegunRequest;
 }

@@ -1,17 +1,15 @@
 #include "BridgeTasks.h"
 
 #include "BTP_Core.h"
-#include "BridgePipes.h"
 #include "Brisca.h"
 #include "DeviceName.h"
 #include "GBSSlave.h"
 #include "GOS.h"
 #include "LinkWatchdog.h"
+#include "PipeTasks.h"
 #include "SilenceWatch.h"
 #include "facade/Log.h"
-#include "facade/LogTable.h"
 
-#include <algorithm>
 #include <atomic>
 #include <ctime>
 #include <mutex>
@@ -20,13 +18,8 @@ BRISCA_LOG_NODE(logNode, "Brisca");
 
 namespace {
 constexpr unsigned kPollPeriodMs = 10;
-constexpr unsigned kReadTimeoutSeconds = 10;
 constexpr int kMailboxSize = 4;
 constexpr int kReportedPeriods = 3;
-constexpr int kDumpedBytesPerLine = 20;
-static_assert(kRequestBufferSize >= kBtpMessageLength + kBtpSlotCapacity,
-              "a read may deliver a whole frame more than it asked for");
-static_assert(kAnswerLengthSize + kMaxAnswerSize <= kBtpMessageLength, "the largest answer is one message");
 
 std::atomic<Brisca*> s_stack{nullptr};           // set before the tasks start
 std::atomic<bool> s_callbacksRegistered{false};  // set once, by "GBS2App"
@@ -35,46 +28,11 @@ std::atomic<LinkWatchdog::Clock::duration> s_watchPeriod{LinkWatchdog::kPeriod};
 // Of the event pump; the epoch of the clock while there is none.
 std::atomic<LinkWatchdog::Clock::time_point> s_pumpProgress{};
 
-/// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: that is how the
-/// readers of these traces know long messages.
-template <class LogLine>
-void dumpMessage(std::span<const std::uint8_t> bytes, LogLine logLine)
-{
-    if (!logNode->passes(LogLevel::Trace))
-        return;
-    char text[kLogTableSize];
-    const auto dump = [&](int end, int start) {
-        logLine(log_table2str_impl(bytes.data(), end, start, text, sizeof text, kLogTableHexByte));
-    };
-    int offset = 0;
-    int remaining = static_cast<int>(bytes.size());
-    for (; remaining > kDumpedBytesPerLine; remaining -= kDumpedBytesPerLine) {
-        dump(kDumpedBytesPerLine, offset);
-        offset += kDumpedBytesPerLine;
-    }
-    dump(remaining, offset);
-}
-
 // ---- The stack's callbacks --------------------------------------------------------------------------------
-
-/// A write of the phone, to whatever characteristic, is a fragment for BTP.
-std::uint16_t GATTWriteCallback(std::uint16_t /*characteristic*/, std::uint8_t length, std::uint8_t* pData)
-{
-    if (pData == nullptr) {
-        BRISCA_DEBUG(logNode, "[GATTWriteCallback] pData is null");
-        return 0;
-    }
-    char text[kLogTableSize];
-    BRISCA_TRACE(logNode, "GBS -> BTP data length = %d", length);
-    BRISCA_TRACE(logNode, "GBS -> BTP %s",
-                 log_table2str_impl(pData, length, 0, text, sizeof text, kLogTableHexByte));
-    call_back_BTP_Receive(pData, length);
-    return 1;
-}
 
 void registerCallbacks()
 {
-    GBSSlave_SetGATTWriteCallback(GATTWriteCallback);
+    GBSSlave_SetGATTWriteCallback(PipeTasks::GATTWriteCallback);
     GBSSlave_SetGiveDeviceNameCallback(giveDeviceName);
     GBSSlave_SetEventCallback(Brisca::GetEventsCallback());
 }
@@ -203,103 +161,10 @@ void treatEvent(LinkWatchdog& watchdog)
     LinkWatchdog watchdog(s_watchPeriod.load());
     while (true) {
         GBSSlave_TreatInternalEvent(kPollPeriodMs);
+        PipeTasks::followLink();
         treatEvent(watchdog);
         keepOnAir(watchdog);
         BridgeTasks::notePumpProgress();
-    }
-}
-
-// ---- Phone to application ---------------------------------------------------------------------------------
-
-/// Passes on what waits in the transport as one frame: @p available bytes whatever the read delivers, because
-/// the header that the application relies on was announced so.
-void forwardRequest(BridgePipes& pipes, std::size_t available)
-{
-    const std::span<std::uint8_t> buffer = pipes.payload();
-    const std::size_t count = std::min<std::size_t>(
-        BTP_Receive(buffer.data(), static_cast<unsigned>(available), kReadTimeoutSeconds), buffer.size());
-    BRISCA_DEBUG(logNode, "Read %d bytes from BTP layer", static_cast<int>(count));
-    // Bytes that the transport lost are zero, never those of an earlier request.
-    if (count < available)
-        std::ranges::fill(buffer.subspan(count, available - count), std::uint8_t{0});
-
-    const PipeFrameWriter::Written written = pipes.send(available);
-    char text[kLogTableSize];
-    BRISCA_TRACE(logNode, "BTP -> COAP Header = %s",
-                 log_table2str_impl(pipes.sentHeader().data(), static_cast<int>(kRequestHeaderSize), 0, text,
-                                    sizeof text, kLogTableHexByte));
-    BRISCA_DEBUG(logNode, "Send %d bytes to Coap", written.header);
-    BRISCA_DEBUG(logNode, "Send %d bytes to Coap", written.payload);
-    dumpMessage(buffer.first(available),
-                [](const char* line) { BRISCA_TRACE(logNode, "BTP -> COAP %s", line); });
-}
-
-[[noreturn]] void Task_BTP_to_CoAP()
-{
-    BridgePipes& pipes = BridgePipes::instance();
-    BTP_Wait_Until_Data_Received(0);
-    while (true) {
-        if (pipes.finishSending()) {
-            const std::size_t available = std::min<std::size_t>(BTP_RxBytesAvailable(), kBtpMessageLength);
-            if (available != 0)
-                forwardRequest(pipes, available);
-        }
-        GOS_WaitForDelay(kPollPeriodMs);
-    }
-}
-
-// ---- Application to phone ---------------------------------------------------------------------------------
-
-void traceHeader(const PipeFrameReader& frame)
-{
-    char text[kLogTableSize];
-    BRISCA_TRACE(logNode, "CoAP -> BTP Header %s",
-                 log_table2str_impl(frame.header().data(), static_cast<int>(kAnswerHeaderSize), 0, text,
-                                    sizeof text, kLogTableHexByte));
-    BRISCA_TRACE(logNode, "COAP-> BTP Frame length %d", static_cast<int>(frame.length()));
-}
-
-void forwardAnswer(std::span<const std::uint8_t> message)
-{
-    const int status = BTP_IO_Write(message.data(), static_cast<unsigned>(message.size()));
-    if (status == kBtpSuccess)
-        dumpMessage(message, [](const char* line) { BRISCA_TRACE(logNode, "CoAP -> BTP %s", line); });
-    else
-        BRISCA_TRACE(
-            logNode,
-            "Failed to write data to the BTP layer (1 = SUCCESS, -1 = I/O Error, -2 = Invalid Length). "
-            "Error = %d",
-            status);
-}
-
-void forwardNextAnswer(BridgePipes& pipes)
-{
-    const PipeFrameReader::Status status = pipes.receive();
-    if (status == PipeFrameReader::Status::Nothing)
-        return;
-    const PipeFrameReader& frame = pipes.received();
-    traceHeader(frame);
-    switch (status) {
-        case PipeFrameReader::Status::Nothing:
-            break;
-        case PipeFrameReader::Status::InvalidLength:
-            BRISCA_ERROR(logNode, "%d is not a valid frame length", static_cast<int>(frame.length()));
-            break;
-        case PipeFrameReader::Status::PayloadMissing:
-            BRISCA_DEBUG(logNode, "Frame length is %d but pipe is empty", static_cast<int>(frame.length()));
-            break;
-        case PipeFrameReader::Status::Frame:
-            forwardAnswer(frame.message());
-            break;
-    }
-}
-
-[[noreturn]] void Task_Coap_to_BTP()
-{
-    BridgePipes& pipes = BridgePipes::instance();
-    while (true) {
-        GOS_WaitForDelay(kPollPeriodMs);
-        forwardNextAnswer(pipes);
     }
 }
 
@@ -314,8 +179,8 @@ constexpr TaskRow kTasks[] = {
     {"BTP_Manager_Process", BTP_Manager_Process_Task},
     {"GBS2App", Task_GBS2App},
     {"GBS2Event", Task_GBS2Event},
-    {"BTPtoCoAP", Task_BTP_to_CoAP},
-    {"CoAPtoBTP", Task_Coap_to_BTP},
+    {"BTPtoCoAP", PipeTasks::Task_BTP_to_CoAP},
+    {"CoAPtoBTP", PipeTasks::Task_Coap_to_BTP},
 };
 }  // namespace
 

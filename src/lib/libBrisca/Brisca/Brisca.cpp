@@ -1,5 +1,6 @@
 #include "Brisca.h"
 
+#include "BTP_Core.h"
 #include "BridgePipes.h"
 #include "BridgeTasks.h"
 #include "GBSSlave.h"
@@ -30,7 +31,7 @@ Brisca::~Brisca()
 int Brisca::init(const char* uart, ManufacturerData data, const QString& name, EventsCallback callback)
 {
     m_started = false;
-    ++m_run;
+    BTP_Restart();  // before GBSSlave_Init tells that everything begun until now is over
     if (GBSSlave_Init(uart) != 1 || CreatePipes() != 1)
         return 0;
     {

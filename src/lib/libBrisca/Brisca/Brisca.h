@@ -34,7 +34,8 @@ public:
     Brisca(const Brisca&) = delete;
     Brisca& operator=(const Brisca&) = delete;
 
-    /// Takes the serial line, makes both pipes ready and empty, and stores the identity for the advertising.
+    /// Forgets what an earlier start began on either way, takes the serial line, makes both pipes ready and
+    /// empty, and stores the identity for the advertising.
     /// May be called any number of times: what is open already is kept.
     /// @param uart serial device of the chip
     /// @param name device name; 31 bytes of its UTF-8 form are used
@@ -108,7 +109,6 @@ private:
     ManufacturerData m_manufacturerData;  // guarded by s_identityLock
     std::atomic<bool> m_started{false};
     std::atomic<std::chrono::steady_clock::time_point> m_startedAt{};
-    std::atomic<unsigned> m_run{0};  // counts the calls of init()
 
     static std::mutex s_identityLock;
     static QString m_DeviceName;  // guarded by s_identityLock

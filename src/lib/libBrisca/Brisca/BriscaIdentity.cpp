@@ -96,7 +96,7 @@ int Brisca::UpdateManufacturerSpecificData()
 
 void Brisca::startAdvertising(unsigned short interval)
 {
-    const unsigned run = m_run;
+    const std::uint32_t link = GBSSlave_GetLinkNumber();
     if (UpdateManufacturerSpecificData() == 0) {
         BRISCA_ERROR(logNode, "Failed to update manufacturer specific data");
         return;
@@ -108,7 +108,8 @@ void Brisca::startAdvertising(unsigned short interval)
     // of that may be lost too, so now and then the chip is asked.
     for (unsigned refusals = 1;; ++refusals) {
         const std::uint32_t result = GBSSlave_MakeDiscoverable(kDiscoverMode, interval);
-        if (result == 1 || !GBSSlave_IsLineHeld() || run != m_run || GBSSlave_IsConnectionPending())
+        if (result == 1 || !GBSSlave_IsLineHeld() || link != GBSSlave_GetLinkNumber() ||
+            GBSSlave_IsConnectionPending())
             return;
         if (refusals % kRefusalsPerQuestion == 0 && GBSSlave_AskForConnection() == GBS_CONNECTION_OPEN)
             return;

@@ -89,13 +89,16 @@ bool NamedPipe::open(const char* path)
     return true;
 }
 
+std::size_t NamedPipe::waiting() const
+{
+    int count = 0;
+    return ::ioctl(m_handle, FIONREAD, &count) == -1 ? 0 : static_cast<std::size_t>(std::max(count, 0));
+}
+
 std::size_t NamedPipe::drain()
 {
-    int waiting = 0;
-    if (::ioctl(m_handle, FIONREAD, &waiting) == -1 || waiting <= 0)
-        return 0;
     // No more than what waits now: a writer that never stops must not keep the caller here.
-    const auto total = static_cast<std::size_t>(waiting);
+    const std::size_t total = waiting();
     std::array<std::uint8_t, kDrainChunkSize> chunk;
     std::size_t drained = 0;
     while (drained < total) {

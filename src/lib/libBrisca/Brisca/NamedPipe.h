@@ -30,6 +30,8 @@ public:
     /// already stays; one of a FIFO that is no longer at the path is replaced under its number.
     /// @return false, with an ERROR line, when there is no FIFO or it cannot be opened
     [[nodiscard]] bool open(const char* path);
+    /// Bytes that can be read now.
+    [[nodiscard]] std::size_t waiting() const;
     /// Throws away what is waiting now.
     /// @return bytes thrown away
     std::size_t drain();

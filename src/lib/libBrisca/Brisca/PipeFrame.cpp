@@ -14,16 +14,41 @@ std::span<const std::uint8_t> PipeFrameReader::message() const
 
 bool PipeFrameReader::completeHeader(ByteStreamI& stream)
 {
-    const auto missing = std::span(m_frame).first<kAnswerHeaderSize>().subspan(m_headerCount);
-    const ssize_t count = stream.read(missing);
-    if (count <= 0)
-        return false;
-    m_headerCount += static_cast<std::size_t>(count);
+    m_headerCount += take(stream, std::span(m_frame).first<kAnswerHeaderSize>().subspan(m_headerCount));
     return m_headerCount == kAnswerHeaderSize;
 }
 
-PipeFrameReader::Status PipeFrameReader::poll(ByteStreamI& stream)
+std::size_t PipeFrameReader::take(ByteStreamI& stream, std::span<std::uint8_t> buffer)
 {
+    const auto count = static_cast<std::size_t>(std::max<ssize_t>(stream.read(buffer), 0));
+    m_disowned -= std::min(m_disowned, count);
+    return count;
+}
+
+bool PipeFrameReader::finishDropped(ByteStreamI& stream)
+{
+    if (m_droppedRest > 0)
+        m_droppedRest -= take(stream, std::span(m_frame).subspan(kAnswerHeaderSize, m_droppedRest));
+    return m_droppedRest == 0;
+}
+
+void PipeFrameReader::disown(std::size_t waiting)
+{
+    m_disowned = waiting;
+    m_headerAwaited = false;
+}
+
+void PipeFrameReader::reset()
+{
+    m_headerCount = m_disowned = m_droppedRest = 0;
+}
+
+PipeFrameReader::Status PipeFrameReader::poll(ByteStreamI& stream, bool awaited)
+{
+    if (!finishDropped(stream))
+        return Status::Nothing;
+    if (m_headerCount == 0)
+        m_headerAwaited = awaited && m_disowned == 0;
     if (!completeHeader(stream))
         return Status::Nothing;
     m_headerCount = 0;
@@ -32,11 +57,13 @@ PipeFrameReader::Status PipeFrameReader::poll(ByteStreamI& stream)
         static_cast<std::size_t>(m_frame[kAnswerLengthOffset]) << 8U | m_frame[kAnswerLengthOffset + 1];
     if (m_length == 0 || m_length > kMaxAnswerSize)
         return Status::InvalidLength;
-    const ssize_t count = stream.read(std::span(m_frame).subspan(kAnswerHeaderSize, m_length));
-    if (count <= 0)
-        return Status::PayloadMissing;
-    m_payloadCount = static_cast<std::size_t>(count);
-    return Status::Frame;
+    if (!m_headerAwaited) {
+        m_droppedRest = m_length;
+        static_cast<void>(finishDropped(stream));
+        return Status::Dropped;
+    }
+    m_payloadCount = take(stream, std::span(m_frame).subspan(kAnswerHeaderSize, m_length));
+    return m_payloadCount == 0 ? Status::PayloadMissing : Status::Frame;
 }
 
 std::span<std::uint8_t> PipeFrameWriter::payload()

@@ -26,7 +26,8 @@ constexpr std::size_t kRequestHeaderSize = 2;
 constexpr std::size_t kRequestBufferSize = 8192;
 
 /// Takes the frames of the application out of a byte stream. Keeps a header that came in part; everything
-/// else it needs is there at once or lost, because an application writes header and payload together.
+/// else it needs is there at once or lost, because an application writes header and payload together. Only of
+/// a frame that it drops it awaits the rest, however late that comes.
 class PipeFrameReader
 {
 public:
@@ -35,12 +36,17 @@ public:
         InvalidLength,   ///< length() is 0 or above kMaxAnswerSize; what follows is read as the next header
         PayloadMissing,  ///< nothing behind the header, which is dropped
         Frame,           ///< message() is complete, or as long as what was there
+        Dropped,         ///< a frame that nobody awaits; counted once, when its header is complete
     };
 
     /// Reads at most one frame.
-    [[nodiscard]] Status poll(ByteStreamI& stream);
-    /// Forgets a header that came in part.
-    void reset() { m_headerCount = 0; }
+    /// @param awaited false drops a frame that begins now
+    [[nodiscard]] Status poll(ByteStreamI& stream, bool awaited);
+    /// Nobody awaits the frame whose header came in part, nor those that begin in the next bytes.
+    /// @param waiting bytes in the stream
+    void disown(std::size_t waiting);
+    /// Forgets a header that came in part, and the rest of a dropped frame.
+    void reset();
 
     // Valid after a poll() that returned anything but Nothing, until the next one.
     [[nodiscard]] std::span<const std::uint8_t> header() const;
@@ -50,9 +56,15 @@ public:
     [[nodiscard]] std::span<const std::uint8_t> message() const;
 
 private:
+    /// Bytes read, 0 when there are none.
+    std::size_t take(ByteStreamI& stream, std::span<std::uint8_t> buffer);
     [[nodiscard]] bool completeHeader(ByteStreamI& stream);
+    [[nodiscard]] bool finishDropped(ByteStreamI& stream);
 
     std::array<std::uint8_t, kAnswerHeaderSize + kMaxAnswerSize> m_frame = {};
+    std::size_t m_disowned = 0;     // bytes ahead in which no awaited frame begins
+    std::size_t m_droppedRest = 0;  // payload of a dropped frame that is still to come
+    bool m_headerAwaited = true;    // the frame whose header comes in
     std::size_t m_headerCount = 0;
     std::size_t m_length = 0;
     std::size_t m_payloadCount = 0;
