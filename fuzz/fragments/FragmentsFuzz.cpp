@@ -1,9 +1,11 @@
 // Feeds the fragment receiver and the reader. The input is a list of actions, each one byte and what follows:
 //   0 to 127    a write of the phone of so many bytes (times two when it is above 100), which follow
 //   128 to 191  a read of up to the following byte times 24
-//   192 to 255  the end of the link
+//   192 to 223  the end of the link is seen by the manager task alone
+//   224 to 255  the end of the link
 
 #include "BTP_Core.h"
+#include "GBSSlave.h"
 #include "support/Require.h"
 
 #include <algorithm>
@@ -73,8 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (!input.empty() && input[0] > 0)
                 read(input[0] * 24U);
             input = input.subspan(std::min<std::size_t>(1, input.size()));
-        } else {
+        } else if (action < 224) {
             EraseBTPFrameBuffer();
+        } else {
+            GBSSlave_LetGoLine();
         }
     }
     serveNextPhone();

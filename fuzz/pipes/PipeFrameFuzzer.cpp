@@ -2,7 +2,7 @@
 // the writer with a pipe that takes any part of a frame.
 //
 // Input: repeated [count][count bytes]; the bytes arrive before the next poll, and count is also the room
-// that the pipe to the application gains.
+// that the pipe to the application gains. Before the bytes of a count of 255 the link ends.
 
 #include "PipeFrame.h"
 #include "support/Require.h"
@@ -35,15 +35,20 @@ public:
     Bytes outgoing;
     std::size_t arrived = 0;
     std::size_t taken = 0;
+    std::size_t disowned = 0;  // how much had arrived when the link ended
     std::size_t room = 0;
 };
 
 /// What the reader reports is what lay in the pipe, in its place.
 void checkRead(PipeFrameReader& reader, FuzzedStream& stream)
 {
-    const PipeFrameReader::Status status = reader.poll(stream);
+    const PipeFrameReader::Status status = reader.poll(stream, true);
     if (status == PipeFrameReader::Status::Nothing)
         return;
+    if (status == PipeFrameReader::Status::Dropped) {
+        require(stream.disowned > 0);
+        return;
+    }
     const bool valid = reader.length() >= 1 && reader.length() <= kMaxAnswerSize;
     require(valid == (status != PipeFrameReader::Status::InvalidLength));
     const std::size_t behindHeader =
@@ -52,6 +57,8 @@ void checkRead(PipeFrameReader& reader, FuzzedStream& stream)
     const auto place =
         stream.incoming.begin() + static_cast<long>(stream.taken - behindHeader - kAnswerHeaderSize);
     require(std::ranges::equal(reader.header(), std::span(place, kAnswerHeaderSize)));
+    if (valid)
+        require(place >= stream.incoming.begin() + static_cast<long>(stream.disowned));
     if (status == PipeFrameReader::Status::Frame)
         require(std::ranges::equal(reader.message(),
                                    std::span(place + kAnswerLengthOffset, kAnswerLengthSize + behindHeader)));
@@ -91,6 +98,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // Counts are taken out of the stream of bytes so that it stays in one piece.
         const std::size_t count = data[next];
         stream.incoming.erase(stream.incoming.begin() + static_cast<long>(stream.arrived));
+        if (count == 255) {
+            reader.disown(stream.arrived - stream.taken);
+            stream.disowned = stream.arrived;
+        }
         stream.arrived = std::min(stream.arrived + count, stream.incoming.size());
         next += 1 + count;
         stream.room += count;

@@ -20,7 +20,8 @@ static_assert(kRequestBufferSize >= kBtpMessageLength + kBtpSlotCapacity,
               "a read may deliver a whole frame more than it asked for");
 static_assert(kAnswerLengthSize + kMaxAnswerSize <= kBtpMessageLength, "the largest answer is one message");
 
-/// The link on which a phone wrote last. A phone whose connection event was lost is known by its writes alone.
+/// The link on which a phone wrote last. A phone whose connection event was lost is known by its writes
+/// alone.
 std::uint32_t s_writtenLink = 0;  // the event task alone
 
 /// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: that is how the
@@ -50,10 +51,9 @@ void dumpMessage(std::span<const std::uint8_t> bytes, LogLine logLine)
 void forwardRequest(BridgePipes& pipes, std::uint32_t link, std::size_t available)
 {
     const std::span<std::uint8_t> buffer = pipes.payload();
-    const std::size_t count =
-        std::min<std::size_t>(BTP_ReceiveOnLink(link, buffer.data(), static_cast<unsigned>(available),
-                                                kReadTimeoutSeconds),
-                              buffer.size());
+    const std::size_t count = std::min<std::size_t>(
+        BTP_ReceiveOnLink(link, buffer.data(), static_cast<unsigned>(available), kReadTimeoutSeconds),
+        buffer.size());
     BRISCA_DEBUG(logNode, "Read %d bytes from BTP layer", static_cast<int>(count));
     // Bytes that the transport lost are zero, never those of an earlier request.
     if (count < available)
