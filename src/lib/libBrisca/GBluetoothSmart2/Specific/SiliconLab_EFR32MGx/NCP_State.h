@@ -66,7 +66,7 @@ struct ManagerState
     std::atomic<std::uint8_t> linkState{GBS_LINK_DISABLED};
     std::atomic<bool> hasBooted{false};                               // since the line was opened
     std::atomic<std::chrono::steady_clock::duration> lastAnswer{{}};  // to a command; of the steady clock
-    std::atomic<std::uint32_t> linkNumber{1};  // 0 is nobody's
+    std::atomic<std::uint32_t> linkNumber{1};                         // 0 is nobody's
     std::atomic<bool> linkDoubted{false};  // the chip's last word on its connection contradicted linkState
     std::atomic<std::int8_t> lastRssi{0};
     std::atomic<std::uint16_t> dtmPackets{0};
