@@ -7,9 +7,9 @@
 [[nodiscard]] constexpr unsigned short crc_update(unsigned short crc, int bit)
 {
     constexpr unsigned kPolynomial = 0x1021;
-    constexpr unsigned kTopBit = 0x8000;
-    const unsigned shifted = ((crc << 1) | (bit != 0 ? 1U : 0U)) & 0xFFFFU;
-    return static_cast<unsigned short>((crc & kTopBit) != 0 ? shifted ^ kPolynomial : shifted);
+    const unsigned shifted = (static_cast<unsigned>(crc) << 1) | (bit != 0 ? 1U : 0U);
+    const unsigned shiftedOut = static_cast<unsigned>(crc) >> 15;
+    return static_cast<unsigned short>(shifted ^ (kPolynomial & (0U - shiftedOut)));  // no branch to miss
 }
 
 /// CRC of @p length bytes.
