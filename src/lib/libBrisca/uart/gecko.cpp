@@ -43,13 +43,15 @@ std::int32_t peek()
 
 /// Waits for the rest of a packet while bytes keep coming. The time is taken before each look, so that a
 /// machine that stands still between the two does not cut a packet.
+/// @param there bytes that are known to be there
 /// @return how much of @p length is there: less when kByteGap has passed without a byte or the line fails
-std::size_t awaitRest(std::size_t length)
+std::size_t awaitRest(std::size_t length, std::int32_t there)
 {
     using Clock = std::chrono::steady_clock;
     const auto wanted = static_cast<std::int32_t>(length);
     Clock::time_point limit = {};
-    std::int32_t there = peek();
+    if (there < wanted)
+        there = peek();
     while (there >= 0 && there < wanted) {
         std::this_thread::sleep_for(kLookPeriod);
         const Clock::time_point now = Clock::now();
@@ -64,9 +66,11 @@ std::size_t awaitRest(std::size_t length)
 
 /// Reads the rest of a packet. What has come of one that was cut is taken off the line, too, or it would be
 /// searched for packets. On a line that cannot be looked at the rest is waited for without limit.
-bool readRest(std::span<std::uint8_t> rest)
+/// @param seen how many bytes the last look at the line found and nobody has read since
+bool readRest(std::span<std::uint8_t> rest, std::int32_t& seen)
 {
-    const std::size_t there = bglib_peek == nullptr ? rest.size() : awaitRest(rest.size());
+    const std::size_t there = bglib_peek == nullptr ? rest.size() : awaitRest(rest.size(), seen);
+    seen -= static_cast<std::int32_t>(there);
     return (there == 0 || readBytes(rest.first(there))) && there == rest.size();
 }
 
@@ -85,43 +89,44 @@ bool ringIsFull()
     return nextSlot(gecko_queue_w) == gecko_queue_r;
 }
 
-bool readPayload(gecko_cmd_packet& packet, std::size_t length)
+bool readPayload(gecko_cmd_packet& packet, std::size_t length, std::int32_t seen)
 {
-    return length == 0 || readRest(std::span(packet.payload).first(length));
+    return length == 0 || readRest(std::span(packet.payload).first(length), seen);
 }
 
-Outcome dropPayload(std::size_t length)
+Outcome dropPayload(std::size_t length, std::int32_t seen)
 {
     gecko_cmd_packet scratch;
-    return readPayload(scratch, length) ? Outcome::Dropped : Outcome::LineFailed;
+    return readPayload(scratch, length, seen) ? Outcome::Dropped : Outcome::LineFailed;
 }
 
-Outcome readEvent(const gecko_cmd_packet& header)
+Outcome readEvent(const gecko_cmd_packet& header, std::int32_t seen)
 {
     const std::size_t length = gecko_payload_length(header);
     if (ringIsFull())
-        return dropPayload(length);
+        return dropPayload(length, seen);
     gecko_cmd_packet& slot = gecko_queue[gecko_queue_w];
     gecko_queue_w = nextSlot(gecko_queue_w);
     slot.header = header.header;
-    if (readPayload(slot, length))
+    if (readPayload(slot, length, seen))
         return Outcome::Event;
     // The slot stays taken; zeros are better than what an older event left in it.
     slot.payload = {};
     return Outcome::LineFailed;
 }
 
-Outcome readResponse(const gecko_cmd_packet& header)
+Outcome readResponse(const gecko_cmd_packet& header, std::int32_t seen)
 {
     response.header = header.header;
-    if (readPayload(response, gecko_payload_length(header)))
+    if (readPayload(response, gecko_payload_length(header), seen))
         return Outcome::Response;
     // Cut short it would pass for a success: its header matches and its result is still zero.
     response = {};
     return Outcome::LineFailed;
 }
 
-Outcome readPacket()
+/// @param seen how many bytes the caller's look at the line found, 0 without one
+Outcome readPacket(std::int32_t seen)
 {
     gecko_cmd_packet packet;
     const std::span header(packet.header);
@@ -129,11 +134,12 @@ Outcome readPacket()
         return Outcome::LineFailed;
     if ((header[0] & kTechnologyMask) != kBluetooth)
         return Outcome::Dropped;
-    if (!readRest(header.subspan(1)))
+    --seen;
+    if (!readRest(header.subspan(1), seen))
         return Outcome::LineFailed;
     if (gecko_payload_length(packet) > kGeckoMaxPayload)
         return Outcome::Dropped;
-    return (header[0] & kTypeMask) == kEvent ? readEvent(packet) : readResponse(packet);
+    return (header[0] & kTypeMask) == kEvent ? readEvent(packet, seen) : readResponse(packet, seen);
 }
 
 void sendCommand()
@@ -154,8 +160,11 @@ void discardLateResponses()
 {
     if (bglib_peek == nullptr)
         return;  // a read might wait for ever, and the command would never be sent
-    for (int i = 0; i < kResponseTries && peek() > 0; ++i) {
-        const Outcome outcome = readPacket();
+    for (int i = 0; i < kResponseTries; ++i) {
+        const std::int32_t seen = peek();
+        if (seen <= 0)
+            return;
+        const Outcome outcome = readPacket(seen);
         if (outcome == Outcome::Response)
             response = {};
         if (outcome == Outcome::LineFailed)
@@ -243,13 +252,14 @@ int gecko_event_pending()
 
 gecko_cmd_packet* gecko_wait_message()
 {
-    return readPacket() == Outcome::Response ? gecko_rsp_msg : nullptr;
+    return readPacket(0) == Outcome::Response ? gecko_rsp_msg : nullptr;
 }
 
 gecko_cmd_packet* gecko_wait_response()
 {
     for (int i = 0; i < kResponseTries; ++i) {
-        if (peek() > 0 && readPacket() == Outcome::Response)
+        const std::int32_t seen = peek();
+        if (seen > 0 && readPacket(seen) == Outcome::Response)
             return gecko_rsp_msg;
     }
     return nullptr;
@@ -258,9 +268,10 @@ gecko_cmd_packet* gecko_wait_response()
 gecko_cmd_packet* gecko_get_event(int block)
 {
     while (ringIsEmpty()) {
-        if (block == 0 && peek() <= 0)
+        const std::int32_t seen = block == 0 ? peek() : 0;
+        if (block == 0 && seen <= 0)
             return nullptr;
-        const Outcome outcome = readPacket();
+        const Outcome outcome = readPacket(seen);
         if (outcome == Outcome::Response)
             return gecko_rsp_msg;
         // An event that was cut is handed out, but not when the line was taken away behind its header.
