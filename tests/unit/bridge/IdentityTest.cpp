@@ -180,6 +180,7 @@ TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
     GBSSlave_LetGoLine();
     ASSERT_TRUE(init());
     EXPECT_FALSE(stack().isStarted());
+    EXPECT_EQ(stack().getBriscaState(), 0);
     auto events = chip.follow();
     chip.reboot();
     ASSERT_TRUE(events.waitFor(EventKind::BootSent));

@@ -95,4 +95,10 @@ TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
     }
     EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
 }
+
+TEST_F(Requests, AFragmentWrittenWithResponseIsConfirmed)
+{
+    EXPECT_EQ(phone.writeRequest(fragment(0x80, 5)), 0);
+    EXPECT_EQ(application().waitRequest(), message(5));
+}
 }  // namespace

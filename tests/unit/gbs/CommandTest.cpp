@@ -225,17 +225,6 @@ TEST_F(Commands, FailWithoutASuccessOfTheirOwn)
     }
 }
 
-TEST_F(Commands, FailOnAStaleAndOnAnImpossibleResponse)
-{
-    EXPECT_EQ(NCPManager_HelloNCP(), 1u);
-    m_chip.answerWith([](const std::string&) { return ""; });
-    EXPECT_EQ(NCPManager_HelloNCP(), 0u) << "the response of the call before does not count";
-    m_chip.answerWith([](const std::string&) { return fromHex("21 00 01 00") + std::string(256, '\0'); });
-    EXPECT_EQ(NCPManager_HelloNCP(), 0u);
-    m_chip.answerWith([](const std::string&) { return response("01 00", "01"); });
-    EXPECT_EQ(NCPManager_HelloNCP(), 0u) << "the first byte of an error's result";
-}
-
 TEST_F(Commands, AreNotSentWithArraysOrArgumentsOutOfRange)
 {
     const std::array<std::uint8_t, 255> data = {};

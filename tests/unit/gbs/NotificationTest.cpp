@@ -64,7 +64,9 @@ TEST_F(Notifications, AreRepeatedOnlyWhileNoResponseComes)
         SCOPED_TRACE(row.name);
         m_log.clear();
         m_chip.answerWith(answerFrom(row.answeredFrom, row.result));
+        const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(notify(row.length), row.returned);
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, row.unanswered * std::chrono::milliseconds(100));
         const Lines sent = m_chip.commands();
         EXPECT_EQ(sent, Lines(row.sent, sent.empty() ? "" : sent.front()));
         EXPECT_EQ(m_log.count("NO response."), row.unanswered);

@@ -4,7 +4,6 @@
 #include "StdoutCapture.h"
 #include "TempDir.h"
 #include "Wait.h"
-#include "facade/Log.h"
 #include "uart_posix.h"
 
 #include <gmock/gmock.h>
@@ -118,22 +117,6 @@ TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
     EXPECT_EQ(std::string(std::begin(bytes), std::end(bytes)), "abcd");
     EXPECT_EQ(uartRxNonBlocking(4, bytes), 1);
     EXPECT_EQ(uartRxNonBlocking(4, bytes), 0) << "the time-out of one read";
-}
-
-TEST_F(SerialLine, LogsTransfersAtDebugLevel)
-{
-    LogFacade::setLevel("serial_brisca", LogLevel::Debug);
-    open();
-    StdoutCapture log;
-    const std::uint8_t bytes[] = {0x20, 0x00, 0x01, 0x00};
-    std::uint8_t none = 0;
-    EXPECT_EQ(uartTx(sizeof bytes, bytes), 4);
-    EXPECT_EQ(uartRx(0, &none), 0);
-    EXPECT_EQ(pty.read(4), std::string("\x20\0\x01\0", 4));
-    LogFacade::setLevel("serial_brisca", LogLevel::Info);
-    EXPECT_THAT(log.logLines(),
-                ElementsAre("<DEBUG> [serial_brisca]  Write 4 bytes to serial port",
-                            "<DEBUG> [serial_brisca] [uartRx] Read 0 bytes from serial port"));
 }
 
 TEST_F(SerialLine, IsClosedOnce)
