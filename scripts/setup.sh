@@ -11,7 +11,7 @@ tests=(libgtest-dev libgmock-dev bubblewrap dbus-daemon libglib2.0-bin systemd l
 lint=(clang clang-format clang-tidy libclang-rt-14-dev)
 bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
-packaging=(dpkg-dev lintian debootstrap)
+packaging=(dpkg-dev lintian debootstrap systemd-container)
 cross=(g++-arm-linux-gnueabihf)
 board=(qemu-system-arm qemu-utils debootstrap e2fsprogs kmod cpio openssh-client socat)
 
