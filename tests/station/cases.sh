@@ -238,7 +238,7 @@ stops() {
     check "the chip is held in reset" says 'mode="held"' phone status
     check "no process is left" not says . find /proc -maxdepth 1 -user brisca
     check "no file is left in /tmp" not says . find /tmp /var/tmp -path '*brisca*'
-    systemctl start brisca
+    check "a call starts it again" within 20 in_state 1
 }
 upgrades() {
     dpkg-deb -R "$here/brisca-service.deb" /run/old

@@ -14,7 +14,8 @@ for program in debootstrap systemd-nspawn nsenter; do
     command -v $program >/dev/null || skip "$program is missing (scripts/setup.sh)"
 done
 hierarchy=$(findmnt -nt cgroup2 -o TARGET | head -n 1)
-[ -w "$hierarchy/cgroup.procs" ] || skip "needs control groups"
+[ -w "$hierarchy/cgroup.procs" ] || skip "needs control groups of version 2"
+unshare --mount true || skip "may not mount"
 # The mounts of a run that is killed go with it, and two runs would share the kernel's devices.
 [ "${1:-}" = alone ] || exec unshare --mount flock /run/lock/brisca-station "$0" alone "$@"
 build=$(realpath "$2")
