@@ -5,6 +5,7 @@
 # Chaos lasts 30 s a round; run it under a sanitizer: scripts/endurance.sh asan Chaos
 # A pair of figures is the one after the tenth round (half of the rounds below 20) and the one after the last.
 set -uo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.." || exit 1
 
 preset=${1:-release}

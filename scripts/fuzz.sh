@@ -4,6 +4,7 @@
 # What a run finds beyond the kept corpus goes to build/fuzz/found/<name>, an input that fails to
 # build/fuzz/failed/<name>; a target that fails ends the script with an error once all have run.
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
 seconds=${1:-60}

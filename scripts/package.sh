@@ -6,6 +6,7 @@
 # --try (root only, own processor only): also installs the package into a clean Debian root, lists and checks its
 # files there, purges it and checks that nothing is left.
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
 native=$(dpkg --print-architecture)
@@ -15,7 +16,7 @@ while [ $# -gt 0 ]; do
     case $1 in
         --arch) arch=${2:-} && shift ;;
         --try) try=yes ;;
-        *) sed -n '2,/^[^#]/s/^# \?//p' "$0"; [ "$1" = --help ]; exit ;;
+        *) refuse ;;
     esac
     shift
 done

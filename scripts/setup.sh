@@ -1,25 +1,33 @@
 #!/bin/bash
 # Installs the Debian packages that building, testing, measuring and demonstrating this project need.
 # Needs root, or sudo. Packages that are there already are left alone.
-# usage: scripts/setup.sh [cross|board]
-# cross: only what building for the station's own processor needs beside the rest; board: what the emulated
-# station needs (scripts/board.sh).
+# usage: scripts/setup.sh [all|demo|test|cross|board]
+# all (when nothing is given): everything but cross and board; demo: what scripts/demo.sh needs; test: what
+# building, testing, measuring and packaging need, without linters and fuzzing; cross: only what building for the
+# station's own processor needs beside the rest; board: what the emulated station needs (scripts/board.sh).
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 
 build=(g++ cmake ninja-build pkg-config ccache git qtbase5-dev libsystemd-dev)
-tests=(libgtest-dev libgmock-dev bubblewrap dbus-daemon libglib2.0-bin systemd lrzsz python3)
+sandbox=(bubblewrap dbus-daemon libglib2.0-bin systemd)
+tests=(libgtest-dev libgmock-dev lrzsz python3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev)
+docs=(graphviz termtosvg)
 bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
 packaging=(dpkg-dev lintian debootstrap systemd-container)
 cross=(g++-arm-linux-gnueabihf)
 board=(qemu-system-arm qemu-utils debootstrap e2fsprogs kmod cpio openssh-client socat)
 
-case ${1:-} in
-    '') wanted=("${build[@]}" "${tests[@]}" "${lint[@]}" "${bench[@]}" "${tools[@]}" "${packaging[@]}") ;;
+demo=("${build[@]}" "${sandbox[@]}" "${tools[@]}")
+test=("${demo[@]}" "${tests[@]}" "${bench[@]}" "${packaging[@]}")
+case ${1:-all} in
+    all) wanted=("${test[@]}" "${lint[@]}" "${docs[@]}") ;;
+    demo) wanted=("${demo[@]}") ;;
+    test) wanted=("${test[@]}") ;;
     cross) wanted=("${cross[@]}") ;;
     board) wanted=("${board[@]}") ;;
-    *) sed -n '2,/^[^#]/s/^# \?//p' "$0"; [ "$1" = --help ]; exit ;;
+    *) refuse ;;
 esac
 missing=()
 for package in "${wanted[@]}"; do

@@ -2,11 +2,12 @@
 # Sets up, configures, builds and runs every test; ends with CTest's summary.
 # usage: scripts/test.sh [release|debug|asan|tsan] [CTEST-OPTION...]     (release when nothing is given)
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
 preset=${1:-release}
 [ $# -eq 0 ] || shift
-scripts/setup.sh
+scripts/setup.sh test
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
 ctest --preset "$preset" -j "$(nproc)" "$@"

@@ -2,6 +2,7 @@
 # Runs clang-tidy, warnings as errors, over every source of the service and its tools, or over those that are named.
 # usage: scripts/tidy.sh [FILE...]
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
 files=("$@")

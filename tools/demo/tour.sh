@@ -5,6 +5,7 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 binaries=$(cd "$1" && pwd)
 stay=${2:-}
+logs=$(dirname "$binaries")/logs
 readonly kImageSize=300000 kPatience=30
 
 shared=$(mktemp -d /tmp/brisca-demo.XXXXXX)
@@ -14,7 +15,7 @@ export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$shared/bus
 failures=0
 
 bold() { printf '\n\033[1m%s\033[0m\n' "$*"; }
-note() { printf '   %s\n' "$*"; }
+note() { printf '   %.100s\n' "$*"; } # no more than a terminal's line
 phone() { "$binaries/brisca-phone" "$shared/chip" "$@"; }
 brisca() { busctl --system call org.voltra.brisca / brisca.service "$@"; }
 state() { brisca getBriscaState | cut -d' ' -f2; }
@@ -26,7 +27,14 @@ finish() {
     wait "$station" 2>/dev/null || true
     [ -z "${monitor:-}" ] || kill "$monitor" 2>/dev/null || true
 }
-trap finish EXIT
+# The logs stay with the build; nothing else does.
+clean_up() {
+    finish
+    mkdir -p "$logs"
+    cp "$shared"/*.log "$shared/signals" "$logs" 2>/dev/null || true
+    rm -rf "$shared"
+}
+trap clean_up EXIT
 
 check() { # check WHAT COMMAND...: one line of the summary
     local what=$1
@@ -173,8 +181,8 @@ finish
 check "the service ended with status 0" [ "$(cat "$shared/status" 2>/dev/null)" = 0 ]
 
 if [ "$failures" -eq 0 ]; then
-    bold "Everything worked. Logs: $shared"
+    bold "Everything worked. Logs: $logs"
 else
-    bold "$failures steps FAILED. Logs: $shared"
+    bold "$failures steps FAILED. Logs: $logs"
     exit 1
 fi
