@@ -3,7 +3,8 @@
 # serial line, and each case prints a line. Nothing here knows whether the system is a container or a machine.
 # usage: cases.sh installed     installs the package, tries everything, leaves it enabled
 #        cases.sh booted        after a boot: the service is there by itself; then remove, purge, install again
-# Beside this file lie brisca-service.deb, efr32sim, brisca-phone and chp.
+# Beside this file lie brisca-service.deb, efr32sim, brisca-phone and chp. BRISCA_STATION_PACE: every time limit
+# times this number, for an emulated machine.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 readonly kTty=/dev/evse/tty_efr32 kReset=/dev/evse/io_efr32_reset kControl=/run/efr32sim
@@ -12,6 +13,7 @@ readonly kLineWait=/etc/systemd/system/dev-evse-tty_efr32.device.d
 # Two ttys that the kernel knows and nobody uses: udev makes the links to them, and the second shows on its
 # screen (vcs) what is written to it.
 readonly kLineTty=tty63 kResetTty=tty62 kResetScreen=/dev/vcs62
+readonly kPace=${BRISCA_STATION_PACE:-1}
 failures=0
 
 check() { # check WHAT COMMAND...
@@ -25,7 +27,7 @@ check() { # check WHAT COMMAND...
     fi
 }
 within() { # within SECONDS COMMAND...: the command holds before that time is over
-    local end=$((SECONDS + $1))
+    local end=$((SECONDS + $1 * kPace))
     until "${@:2}" >/dev/null 2>&1; do
         [ $SECONDS -lt $end ] || { "${@:2}"; return; }
         sleep 0.05
@@ -37,7 +39,7 @@ says() { # says PATTERN COMMAND...
     [[ $output =~ $1 ]] || { echo "$output"; return 1; }
 }
 not() { ! "$@"; }
-call() { busctl --system --timeout=20 call org.voltra.brisca / brisca.service "$@"; }
+call() { busctl --system --timeout=$((20 * kPace)) call org.voltra.brisca / brisca.service "$@"; }
 in_state() { says "^i $1\$" call getBriscaState; }
 phone() { "$here/brisca-phone" $kControl "$@"; }
 shows() { says "^$2\$" systemctl show --value -p "$1" brisca; }
@@ -158,7 +160,7 @@ survives() { # survives WHAT COMMAND...: the service stays, and is on the bus ag
     check "$1: it is the same process" same
 }
 silent_at_the_start() {
-    override TimeoutStartSec=3
+    override TimeoutStartSec=$((5 * kPace))
     phone fault silent-reset count=0 >/dev/null
     before=$(main_pid)
     systemctl restart brisca
@@ -170,7 +172,7 @@ silent_at_the_start() {
 misfortunes() {
     heals "crash" systemctl kill --kill-whom=main -s SEGV brisca
     heals "stray SIGTERM" sh -c "kill -TERM $(main_pid)"
-    override WatchdogSec=2 TimeoutStopSec=2
+    override WatchdogSec=$((2 * kPace)) TimeoutStopSec=$((2 * kPace))
     systemctl restart brisca
     heals "stopped process" systemctl kill --kill-whom=main -s STOP brisca
     override
@@ -184,7 +186,7 @@ holds_line() { readlink /proc/"$(main_pid)"/fd/* | grep -qx "/dev/$kLineTty"; }
 late_devices() {
     systemctl stop brisca chip
     line_wait
-    check "without its serial line it starts all the same" systemctl start brisca
+    check "without its serial line it starts all the same" timeout $((30 * kPace)) systemctl start brisca
     check "without its serial line it answers ERROR" in_state 4
     before=$(main_pid)
     uevent add $kLineTty
@@ -197,11 +199,13 @@ late_devices() {
     check "a serial line that is replaced is opened" within 20 holds_line
     systemctl stop brisca
     uevent remove $kLineTty
+    line_wait $((60 * kPace))
     systemctl start --no-block brisca
-    check "a serial line that comes soon is waited for" within 4 says "dev-evse-tty_efr32.device +start +running" \
+    check "a serial line that comes soon is waited for" within 30 says "dev-evse-tty_efr32.device +start +running" \
         systemctl list-jobs --no-legend
     uevent add $kLineTty
-    check "a serial line that comes soon is opened" within 4 holds_line
+    check "a serial line that comes soon is opened" within 30 holds_line
+    line_wait
     systemctl stop brisca
     uevent remove $kLineTty
     uevent add $kLineTty
@@ -233,7 +237,7 @@ reset_lines() {
 stops() {
     local since=$SECONDS
     systemctl stop brisca
-    check "it stops within 5 s" test $((SECONDS - since)) -le 5
+    check "it stops within 8 s" test $((SECONDS - since)) -le $((8 * kPace))
     check "it stops by itself" shows Result success
     check "the chip is held in reset" says 'mode="held"' phone status
     check "no process is left" not says . find /proc -maxdepth 1 -user brisca
@@ -284,7 +288,7 @@ modes_at_once() {
     board_rules
     uevent add $kLineTty
     uevent add $kResetTty
-    override TimeoutStartSec=1
+    override TimeoutStartSec=$kPace
     install_package >/dev/null 2>&1
     for device in $kTty $kReset; do
         check "right after the install $device is the group's" says "^brisca 660" stat -Lc "%G %a" $device
