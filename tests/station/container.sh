@@ -15,6 +15,7 @@ for program in debootstrap systemd-nspawn nsenter; do
 done
 hierarchy=$(findmnt -nt cgroup2 -o TARGET | head -n 1)
 [ -w "$hierarchy/cgroup.procs" ] || skip "needs control groups of version 2"
+[ -e /sys/class/tty/tty63 ] || skip "needs a kernel with virtual terminals"
 unshare --mount true || skip "may not mount"
 # The mounts of a run that is killed go with it, and two runs would share the kernel's devices.
 [ "${1:-}" = alone ] || exec unshare --mount flock /run/lock/brisca-station "$0" alone "$@"
