@@ -18,8 +18,9 @@ constexpr double kRate = 0.02;
 constexpr Milliseconds kConnectLimit{1000};
 constexpr Milliseconds kAnswerLimit{1000};
 constexpr int kRequestsAfterwards = 20;
-// A lost event is made up for after 10 s, a restart of the advertising chip that nobody noticed after 60 s.
-constexpr std::chrono::seconds kRecoveryLimit{100};
+// A lost event is made up for after 10 s, a restart of the advertising chip that nobody noticed after 60 s. A
+// line that was torn out makes the chip silent, and that is ended after 60 s, or 120 s the third time.
+constexpr std::chrono::seconds kRecoveryLimit{180};
 
 int asked(const char* variable, int otherwise)
 {
@@ -79,16 +80,6 @@ protected:
             EXPECT_TRUE(testsupport::waitUntil([&] { return isServed(request); })) << request;
         }
     }
-    /// The stack opens the line once an entry: a line that was torn out needs another one.
-    void restartByHand()
-    {
-        ++helped;
-        chip.plugIn();
-        (void)client->pendingSignals();
-        client->send("BriscaRestart");
-        ASSERT_TRUE(awaitSignal("bleIsStarted"));
-    }
-
     /// What the line makes of a request may be another request, but nothing of an answer may be changed,
     /// mixed or anybody else's.
     void expectOnlyAnswersOfTheApplication()
@@ -107,7 +98,7 @@ protected:
     Milliseconds longestRecovery{0};
     int asked = 0;
     int answered = 0;
-    int helped = 0;
+    int torn = 0;
 };
 
 TEST_F(Chaos, IsSurvivedAndServiceReturns)
@@ -122,15 +113,13 @@ TEST_F(Chaos, IsSurvivedAndServiceReturns)
         askUntil(Clock::now() + duration());
         chip.setChaos({});
         EXPECT_EQ(client->call("getBriscaState"), kFirmware);
-        if (events.drain(EventKind::LineHungUp) > 0) {
-            ASSERT_NO_FATAL_FAILURE(restartByHand());
-        }
+        torn += static_cast<int>(events.drain(EventKind::LineHungUp));
         expectServiceAgain();
         expectEveryAnswer();
         expectOnlyAnswersOfTheApplication();
         endRound(round);
     }
-    std::cout << rounds(2) << " seeds, " << helped << " lines torn out, served again within "
+    std::cout << rounds(2) << " seeds, " << torn << " lines torn out, served again within "
               << longestRecovery.count() << " ms, " << answered << " of " << asked << " requests answered\n";
 }
 }  // namespace
