@@ -3,7 +3,8 @@
 // follows a stray byte; after that the next phone must be served without help from outside.
 //
 // The stack is one for a process, and so is its station: the faults are shared out to processes of this
-// program, each in a sandbox, which mostly sleep.
+// program, each in a sandbox, which mostly sleep. To look closer: BRISCA_FAULTS_ONLY=le_connection_closed/cut
+// tries these alone, BRISCA_FAULTS_PERIOD_MS=10000 at the pace of a real station.
 #include "BluetoothManager.h"
 #include "BridgeTasks.h"
 #include "Process.h"
@@ -338,7 +339,6 @@ std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
 
 [[noreturn]] void tryShare(std::size_t share, std::size_t shares, const char* report)
 {
-    std::ofstream("/evse/data/log.cfg") << "GLOBAL : NOTIC\n";
     Rig& rig = *new Rig;  // lives as long as the tasks, which end with the process
     const std::vector<Packet> packets = rig.walk();
     const char* const only = std::getenv("BRISCA_FAULTS_ONLY");
