@@ -47,12 +47,14 @@ constexpr std::size_t kPacketHeader = 4;
 constexpr std::size_t kRequestSize = 150;  // three fragments
 constexpr Milliseconds kAnswerPatience{500};
 constexpr Milliseconds kStrikePatience{3000};
-constexpr int kSessions = 5;                    // tried, where a busy machine may make one differ
+constexpr int kSessions = 5;  // tried, where a busy machine may make one differ
+constexpr long kNotServed = -1;
+constexpr long kNotStruck = -2;
 constexpr CommandId kRssiQuestion{0x08, 0x01};  // and the event of a connection's end
 constexpr CommandId kRssiEvent{0x08, 0x03};
-// What does not shorten with the watch period: reads of half packets, two sessions, a machine busy with
-// others.
-constexpr Milliseconds kMargin{8000};
+// What does not shorten with the watch period: reads of half packets, the questions while advertising is
+// refused, two sessions, and a machine so busy that answers come too late.
+constexpr Milliseconds kMargin = testsupport::kPatience;
 // Periods within which the next phone is served: 75 s of the ten seconds that a station has.
 constexpr double kLimitInPeriods = 7.5;
 
@@ -126,10 +128,10 @@ public:
 
     /// The packets of a session without a fault.
     std::vector<Packet> walk();
-    /// Time from the fault until the next phone had its answer; nothing when it had none in time, or when the
-    /// start has not been announced by then. Nobody here enters the state anew: no single fault may need
-    /// that.
-    std::optional<Milliseconds> recovery(const Fault& fault);
+    /// Milliseconds from the fault until the next phone had its answer; kNotServed when it had none in time,
+    /// or when the start has not been announced by then, kNotStruck when the packet never came. Nobody here
+    /// enters the state anew: no single fault may need that.
+    long recovery(const Fault& fault);
 
     efr32sim::Chip chip{{.ttyPath = kTty,
                          .powerOn = efr32sim::Mode::Firmware,
@@ -259,7 +261,7 @@ std::optional<Event> Rig::session(const Fault& fault)
     return events.waitFor(EventKind::Fault, {}, kStrikePatience);
 }
 
-std::optional<Milliseconds> Rig::recovery(const Fault& fault)
+long Rig::recovery(const Fault& fault)
 {
     auto struck = session(fault);
     for (int repeated = 0; !struck && repeated < kSessions; ++repeated) {
@@ -268,8 +270,10 @@ std::optional<Milliseconds> Rig::recovery(const Fault& fault)
     }
     const bool served = struck && nextIsServed(struck->time + m_limit) && m_announced;
     chip.clearFaults();
-    return served ? std::optional(std::chrono::duration_cast<Milliseconds>(Clock::now() - struck->time))
-                  : std::nullopt;
+    if (!struck)
+        return kNotStruck;
+    return served ? std::chrono::duration_cast<Milliseconds>(Clock::now() - struck->time).count()
+                  : kNotServed;
 }
 
 // ---- The faults of a packet -------------------------------------------------------------------------------
@@ -324,15 +328,15 @@ std::vector<Trial> allTrials(const std::vector<Packet>& packets)
 
 // ---- A process that tries its share -----------------------------------------------------------------------
 
-/// @return a line for the driver: number and name of the packet, kind, detail, milliseconds (-1: not served)
+/// @return a line for the driver: number and name of the packet, kind, detail, outcome
 std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
 {
     const testsupport::StdoutCapture log;
-    const auto time = rig.recovery(trial.fault);
+    const long outcome = rig.recovery(trial.fault);
     std::ostringstream line;
     line << number << '|' << trial.packet->name << '|' << trial.kind << '|' << trial.fault.length << '|'
-         << (time ? time->count() : -1) << '\n';
-    if (!time)
+         << outcome << '\n';
+    if (outcome == kNotServed)
         std::cerr << "NOT SERVED " << line.str() << log.text() << rig.chip.events().dump() << std::endl;
     return line.str();
 }
@@ -398,7 +402,12 @@ public:
         for (const auto& [kind, tally] : m_all)
             std::printf("slowest of %s: %s\n", kind.c_str(), tally.which.c_str());
     }
-    [[nodiscard]] bool empty() const { return m_rows.empty(); }
+    /// Packets that only a late response had brought into a walk do not come again.
+    void expectNearlyAllStruck() const
+    {
+        EXPECT_GT(m_struck, 0);
+        EXPECT_GE(m_struck, m_tried * 3 / 4) << "of " << m_tried;
+    }
 
 private:
     using Row = std::map<std::string, Tally>;
@@ -410,9 +419,14 @@ private:
         for (std::string* const field : {&number, &packet, &kind, &detail, &time})
             std::getline(in, *field, '|');
         const std::string name = packet + ", " + kind + ' ' + detail;
-        EXPECT_GE(std::stol(time), 0) << "nobody was served after: " << name;
-        m_rows[{std::stoi(number), packet}][kind].add(std::stol(time), name);
-        m_all[kind].add(std::stol(time), name);
+        const long outcome = std::stol(time);
+        ++m_tried;
+        if (outcome == kNotStruck)
+            return;
+        ++m_struck;
+        EXPECT_NE(outcome, kNotServed) << "nobody was served after: " << name;
+        m_rows[{std::stoi(number), packet}][kind].add(outcome, name);
+        m_all[kind].add(outcome, name);
     }
     static void printRow(const std::string& name, const Row& row)
     {
@@ -426,6 +440,8 @@ private:
 
     std::map<std::pair<int, std::string>, Row> m_rows;
     Row m_all;
+    int m_tried = 0;
+    int m_struck = 0;
 };
 
 TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
@@ -447,7 +463,7 @@ TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
         table.read(file("report", share));
         std::cerr << testsupport::readFile(file("log", share));
     }
-    EXPECT_FALSE(table.empty());
+    table.expectNearlyAllStruck();
     table.print();
 }
 }  // namespace
