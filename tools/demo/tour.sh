@@ -14,8 +14,11 @@ cp "$binaries/chp" "$shared/chp"
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$shared/bus
 failures=0
 
-bold() { printf '\n\033[1m%s\033[0m\n' "$*"; }
-note() { printf '   %.100s\n' "$*"; } # no more than a terminal's line
+bold() {
+    printf '\n\033[1m%s\033[0m\n' "$*"
+    [ ! -t 1 ] || sleep 1 # for whoever watches
+}
+note() { printf '   %.96s\n' "$*"; } # no more than a terminal's line
 phone() { "$binaries/brisca-phone" "$shared/chip" "$@"; }
 brisca() { busctl --system call org.voltra.brisca / brisca.service "$@"; }
 state() { brisca getBriscaState | cut -d' ' -f2; }
@@ -181,8 +184,8 @@ finish
 check "the service ended with status 0" [ "$(cat "$shared/status" 2>/dev/null)" = 0 ]
 
 if [ "$failures" -eq 0 ]; then
-    bold "Everything worked. Logs: $logs"
+    bold "Everything worked. Logs: ${logs#"$PWD"/}"
 else
-    bold "$failures steps FAILED. Logs: $logs"
+    bold "$failures steps FAILED. Logs: ${logs#"$PWD"/}"
     exit 1
 fi
