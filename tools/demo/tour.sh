@@ -32,6 +32,7 @@ finish() {
 }
 # The logs stay with the build; nothing else does.
 clean_up() {
+    trap '' HUP INT TERM # a terminal that goes away tells it twice
     finish
     mkdir -p "$logs"
     cp "$shared"/*.log "$shared/signals" "$logs" 2>/dev/null || true
