@@ -74,6 +74,9 @@ for deb in "$package" "$debug"; do
     [ "$(dpkg-deb -f "$deb" Architecture)" = "$arch" ] || fail "$deb is not for $arch"
     dpkg-deb -x "$deb" "$content"
 done
+for document in $(grep -oP '\]\(\K[^)#:]+' README.md); do
+    [ -f "$content/usr/share/doc/brisca-service/$document" ] || fail "no $document, which README.md links to"
+done
 depends=$(dpkg-deb -f "$package" Depends)
 for library in libc6 libgcc-s1 libqt5core5a libqt5dbus5 libstdc++6 libsystemd0; do
     [[ ", $depends," =~ ", $library"(,| \(>= ) ]] || fail "no dependency on $library in: $depends"
