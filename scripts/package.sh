@@ -67,7 +67,7 @@ dpkg-deb -R "build/$preset"/brisca-service-dbgsym_*.ddeb "$content"
     sed -i '/^Package-Type:/d' DEBIAN/control
 )
 dpkg-deb --root-owner-group -b "$content" "$debug" >/dev/null
-rm -rf "$content"/* "build/$preset"/*.ddeb
+rm -rf "${content:?}"/* "build/$preset"/*.ddeb
 
 # Both packages belong to the architecture, and so do the program, its dependencies and its debug information.
 for deb in "$package" "$debug"; do

@@ -11,7 +11,7 @@ set -euo pipefail
 build=(g++ cmake ninja-build pkg-config ccache git qtbase5-dev libsystemd-dev)
 sandbox=(bubblewrap dbus-daemon libglib2.0-bin systemd)
 tests=(libgtest-dev libgmock-dev lrzsz python3)
-lint=(clang clang-format clang-tidy libclang-rt-14-dev)
+lint=(clang clang-format clang-tidy libclang-rt-14-dev shellcheck)
 docs=(graphviz termtosvg)
 bench=(libbenchmark-dev libspdlog-dev)
 tools=(libcoap3-dev libboost-dev)
