@@ -1,4 +1,6 @@
 #include "BridgePipes.h"
+#include "GBSSlave.h"
+#include "NCP_Manager.h"
 #include "Rows.h"
 
 #include "StdoutCapture.h"
@@ -34,7 +36,7 @@ protected:
     bool create()
     {
         const bool created = pipes.create(tx.c_str(), rx.c_str());
-        pipes.follow(kLink, true);
+        pipes.follow(GBSSlave_GetLinkNumber(), true);
         return created;
     }
     static UniqueFd openEnd(const std::string& path)
@@ -65,7 +67,6 @@ protected:
         return status.st_mode & 07777;
     }
 
-    static constexpr std::uint32_t kLink = 1;
     testsupport::TempDir directory;
     const std::string tx = directory.file("tx");
     const std::string rx = directory.file("rx");
@@ -190,7 +191,11 @@ TEST_F(BridgePipesTest, AnswersToAPhoneThatHasGoneAreDroppedWhole)
         EXPECT_EQ(status, last);
         return count;
     };
-    std::uint32_t link = kLink;
+    const auto endLink = [] {
+        NCPManager_EndLink();
+        return GBSSlave_GetLinkNumber();
+    };
+    std::uint32_t link = 0;
     for (const auto& [name, before, after, count] : Rows<std::string, std::string, int>{
              {"whole answers", "\0\0\0\1x\0\0\0\1y"s, ""s, 2},
              {"half a header", "\0\0\0"s, "\2xx"s, 1},
@@ -204,7 +209,7 @@ TEST_F(BridgePipesTest, AnswersToAPhoneThatHasGoneAreDroppedWhole)
                 EXPECT_EQ(pipes.receive(), Status::Nothing);
             }
             put(application, before.substr(next && before.size() < kAnswerHeaderSize ? 1 : 0));
-            pipes.follow(++link, next);
+            pipes.follow(link = endLink(), next);
             const int dropped = drops(Status::Nothing);
             put(application, after);
             EXPECT_EQ(dropped + drops(Status::Nothing), count);
@@ -215,9 +220,19 @@ TEST_F(BridgePipesTest, AnswersToAPhoneThatHasGoneAreDroppedWhole)
             EXPECT_EQ(pipes.receivedLink(), link);
         }
     }
-    pipes.follow(++link, false);
+    pipes.follow(link = endLink(), false);
     put(application, "\0\0\0\1x"s);
     EXPECT_EQ(drops(Status::Nothing), 1) << "written while no phone is there";
+
+    pipes.follow(link, true);
+    put(application, "\0"s);
+    EXPECT_EQ(drops(Status::Nothing), 0);
+    link = endLink();
+    put(application, "\0\0\5he"s);
+    EXPECT_EQ(drops(Status::Nothing), 1) << "written before the event task tells of the end";
+    pipes.follow(link, true);
+    put(application, "llo\0\0\0\2hi"s);
+    EXPECT_EQ(drops(Status::Frame), 0);
 }
 
 TEST_F(BridgePipesTest, ANewStartForgetsWhatAnApplicationLeftBehind)

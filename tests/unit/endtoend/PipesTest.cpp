@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 namespace {
+using efr32sim::FaultKind;
 using endtoend::Bytes;
 using testsupport::waitUntil;
 
@@ -54,10 +55,15 @@ TEST_F(Pipes, OfAStationWithoutAPhoneAreEmptied)
     Bytes bytes;
     for (int number = 0; number < kAnswers; ++number)
         bytes.insert(bytes.end(), answer.begin(), answer.end());
-    phone.disconnect();
     bytes.insert(bytes.end(), answer.begin(), answer.end() - 2);
+    expectService();
+    // The event task is busy as long as the chip does not advertise again.
+    station().chip.inject(
+        {.kind = FaultKind::ErrorResponse, .count = 0, .command = efr32sim::CommandId{0x03, 0x14}});
+    phone.disconnect();
     application().write(bytes);
     ASSERT_TRUE(waitUntil([&] { return output.contains(" answers that no phone awaits"); }));
+    station().chip.clearFaults();
     ASSERT_TRUE(phone.connect());
     sendRequest(Bytes(1, '?'));
     application().write(Bytes{'t', 'e'});

@@ -1,5 +1,6 @@
 #include "BridgePipes.h"
 
+#include "GBSSlave.h"
 #include "facade/Log.h"
 
 BRISCA_LOG_NODE(logNode, "Brisca");
@@ -48,7 +49,9 @@ PipeFrameReader::Status BridgePipes::receive()
 {
     const std::lock_guard lock(m_txLock);
     m_receivedLink = m_link;
-    return m_reader.poll(_writeHandle, m_isAwaited);
+    // The event task may be busy for long with what follows the end of a link, and tells of it afterwards.
+    const bool isOver = m_link != GBSSlave_GetLinkNumber();
+    return m_reader.poll(_writeHandle, m_isAwaited && !isOver);
 }
 
 PipeFrameWriter::Written BridgePipes::send(std::size_t length)

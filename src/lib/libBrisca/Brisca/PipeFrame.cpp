@@ -47,8 +47,7 @@ PipeFrameReader::Status PipeFrameReader::poll(ByteStreamI& stream, bool awaited)
 {
     if (!finishDropped(stream))
         return Status::Nothing;
-    if (m_headerCount == 0)
-        m_headerAwaited = awaited && m_disowned == 0;
+    m_headerAwaited = awaited && (m_headerCount == 0 ? m_disowned == 0 : m_headerAwaited);
     if (!completeHeader(stream))
         return Status::Nothing;
     m_headerCount = 0;

@@ -40,7 +40,7 @@ public:
     };
 
     /// Reads at most one frame.
-    /// @param awaited false drops a frame that begins now
+    /// @param awaited false drops the frame whose header comes in now
     [[nodiscard]] Status poll(ByteStreamI& stream, bool awaited);
     /// Nobody awaits the frame whose header came in part, nor those that begin in the next bytes.
     /// @param waiting bytes in the stream

@@ -76,7 +76,7 @@ void forwardNextRequest(BridgePipes& pipes)
         return;
     const std::uint32_t link = BTP_RxLink();
     const std::size_t available = std::min<std::size_t>(BTP_RxBytesAvailable(), kBtpMessageLength);
-    if (available != 0)
+    if (available != 0 && link == BTP_RxLink())  // else they may be the next phone's
         forwardRequest(pipes, link, available);
 }
 
