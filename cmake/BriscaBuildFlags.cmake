@@ -15,6 +15,10 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Werror)
 # GCC's remarks for ARM on what it passed otherwise before its version 7: nothing so old is linked.
 add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    # Without it a backtrace ends at every function that throws nothing; elsewhere it is the compiler's default.
+    add_compile_options(-fasynchronous-unwind-tables)
+endif()
 add_compile_definitions(_GNU_SOURCE)
 
 set(BRISCA_RELEASE_CONFIG $<CONFIG:Release,RelWithDebInfo>)
