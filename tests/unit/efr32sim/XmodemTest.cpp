@@ -100,7 +100,7 @@ TEST(Upload, TakesWhatLrzszSends)
     for (const std::size_t size : {129, 32'773}) {
         SCOPED_TRACE(size);
         std::string image = testsupport::content(size);
-        Chip chip({.checkLine = false, .xmodemPing = Milliseconds(50)});
+        Chip chip({.checkLine = false});
         chip.start();
         HostLine(chip.slavePath()).send("1");
         Process sender({"sh", "-c", "exec sx --quiet --binary $1 <$2 >$2 2>/dev/null", "sh",
