@@ -5,12 +5,13 @@
 # usage: scripts/sysroot.sh [--renew]
 # --renew: makes it anew, of the packages of today.
 set -euo pipefail
+. "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 . scripts/support/armhf.bash
 case ${1:-} in
     '') if is_current "$sysroot" scripts/sysroot.sh scripts/support/armhf.bash; then echo "$sysroot"; exit; fi ;;
     --renew) ;;
-    *) sed -n '2,/^[^#]/s/^# \?//p' "$0"; [ "$1" = --help ]; exit ;;
+    *) refuse ;;
 esac
 
 # Headers whose own dependencies (graphics, whole compilers) nothing here needs.
