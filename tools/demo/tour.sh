@@ -25,7 +25,8 @@ state() { brisca getBriscaState | cut -d' ' -f2; }
 
 finish() {
     if kill -0 "$station" 2>/dev/null && [ -p "$shared/stop" ]; then
-        echo >"$shared/stop"
+        exec {stop}<>"$shared/stop" # both ways: never waits for a reader, and keeps the word for one
+        echo >&"$stop"
     fi
     wait "$station" 2>/dev/null || true
     [ -z "${monitor:-}" ] || kill "$monitor" 2>/dev/null || true
