@@ -1,8 +1,8 @@
 #!/bin/bash
 # Draws the pictures of docs/pictures: the floors from the CMake files, each other from the text beside it.
 # usage: scripts/docs.sh [--check]
-# --check: changes nothing; fails when a picture is not what its source gives, or when a document names a file
-# that is not there.
+# --check: changes nothing; fails when a picture is not what its source gives, when a document names a file that
+# is not there, or when a script does not answer --help.
 set -euo pipefail
 . "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
@@ -40,6 +40,13 @@ missing_files() {
     done
 }
 
+silent_scripts() {
+    local script
+    for script in scripts/*.sh; do
+        "$script" --help | grep -q "^usage: $script" || echo "docs: $script --help tells no usage"
+    done
+}
+
 pictures=(docs/pictures/floors.svg)
 for source in docs/pictures/*.dot; do pictures+=("${source%.dot}.svg"); done
 case ${1:-} in
@@ -48,7 +55,7 @@ case ${1:-} in
         for picture in "${pictures[@]}"; do
             cmp "$picture" <(draw "$picture") || { echo "docs: run scripts/docs.sh" >&2; exit 1; }
         done
-        [ -z "$(missing_files | tee /dev/stderr)" ]
+        [ -z "$({ missing_files; silent_scripts; } | tee /dev/stderr)" ]
         ;;
     *) refuse ;;
 esac
