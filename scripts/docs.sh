@@ -55,7 +55,8 @@ case ${1:-} in
         for picture in "${pictures[@]}"; do
             cmp "$picture" <(draw "$picture") || { echo "docs: run scripts/docs.sh" >&2; exit 1; }
         done
-        [ -z "$({ missing_files; silent_scripts; } | tee /dev/stderr)" ]
+        faults=$(missing_files; silent_scripts)
+        [ -z "$faults" ] || { echo "$faults" >&2; exit 1; }
         ;;
     *) refuse ;;
 esac
