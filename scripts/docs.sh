@@ -43,7 +43,7 @@ missing_files() {
 silent_scripts() {
     local script
     for script in scripts/*.sh; do
-        "$script" --help | grep -q "^usage: $script" || echo "docs: $script --help tells no usage"
+        [[ $("$script" --help) == *"usage: $script"* ]] || echo "docs: $script --help tells no usage"
     done
 }
 
