@@ -81,6 +81,7 @@ TEST_F(Answers, ToAPhoneThatHasGoneNeverReachTheNextOne)
 
 TEST_F(Answers, ReachAPhoneWhoseBeginningWasLost)
 {
+    expectService();
     phone.disconnect();
     station().chip.inject(
         {.kind = efr32sim::FaultKind::LostEvent, .command = efr32sim::CommandId{0x08, 0x00}});

@@ -41,7 +41,9 @@ bool followLink(bool wasConnected)
     const bool connected = GBSSlave_GetLinkStatus() == 1;
     if (wasConnected && !connected) {
         BRISCA_DEBUG(logNode, "Link closed");
-        EraseBTPFrameBuffer();
+        // The next phone may have written already, and the event of its beginning may be lost.
+        if (BTP_RxLink() != GBSSlave_GetLinkNumber())
+            EraseBTPFrameBuffer();
     }
     return connected;
 }
