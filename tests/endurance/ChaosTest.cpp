@@ -1,11 +1,7 @@
 // The chip misbehaves at random while a phone asks all the time.
 #include "Endurance.h"
 #include "Record.h"
-#include "Wait.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <set>
 
@@ -67,8 +63,7 @@ protected:
     void expectServiceAgain()
     {
         const auto ended = Clock::now();
-        ASSERT_TRUE(
-            testsupport::waitUntil([&] { return isServed(nextRequest("again ", 101)); }, kRecoveryLimit));
+        ASSERT_TRUE(waitUntil([&] { return isServed(nextRequest("again ", 101)); }, kRecoveryLimit));
         longestRecovery =
             std::max(longestRecovery, std::chrono::duration_cast<Milliseconds>(Clock::now() - ended));
     }
@@ -77,7 +72,7 @@ protected:
     {
         for (int i = 0; i < kRequestsAfterwards; ++i) {
             const std::string request = nextRequest("afterwards ", 300);
-            EXPECT_TRUE(testsupport::waitUntil([&] { return isServed(request); })) << request;
+            EXPECT_TRUE(waitUntil([&] { return isServed(request); })) << request;
         }
     }
     /// What the line makes of a request may be another request, but nothing of an answer may be changed,

@@ -1,15 +1,5 @@
 #include "Endurance.h"
 
-#include "TempDir.h"
-
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 namespace {
 using efr32sim::EventKind;
 
@@ -38,7 +28,7 @@ std::size_t childrenOf(pid_t parent)
 
 Footprint Footprint::of(const Process& process)
 {
-    const std::string status = testsupport::readFile("/proc/" + std::to_string(process.pid()) + "/status");
+    const std::string status = readFile("/proc/" + std::to_string(process.pid()) + "/status");
     return {process.threads().size(), process.descriptors().size(), childrenOf(process.pid()),
             valueOf(status, "VmRSS:")};
 }
@@ -148,7 +138,7 @@ void Endurance::expectCleanLine()
 
 void Endurance::expectOwnAnswers() const
 {
-    EXPECT_THAT(requests.strangers(), testing::IsEmpty()) << "answers to no request";
+    EXPECT_THAT(requests.strangers(), IsEmpty()) << "answers to no request";
 }
 
 void Endurance::reportRow() const

@@ -4,8 +4,6 @@
 
 #include <cstddef>
 #include <set>
-#include <string>
-#include <vector>
 
 /// What a process costs its machine at one moment.
 struct Footprint

@@ -1,11 +1,5 @@
 // A restart or a disabling at the worst moment.
 #include "Endurance.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
 
 namespace {
 using efr32sim::Bytes;
@@ -93,7 +87,7 @@ constexpr Moment kMoments[] = {
                                      << "exec " APPLICATION_PROGRAM " \"$@\"\n";
          std::filesystem::permissions(kApplication, std::filesystem::perms::owner_all);
          scene.client.send("BriscaRestart");
-         ASSERT_TRUE(testsupport::waitUntil([] { return std::filesystem::exists(kWaits); }));
+         ASSERT_TRUE(waitUntil([] { return std::filesystem::exists(kWaits); }));
      }},
     {"BootEventIsDue",
      [](Scene& scene) {
@@ -150,7 +144,7 @@ TEST_F(UploadMoment, BeforeTheChipHasAskedForTheFirstBlock)
         client->send("BriscaRestart");
         ASSERT_EQ(client->waitSignal(), "fwUpdateComplete false");
         ASSERT_EQ(client->call("getBriscaState"), kBootloader);
-        EXPECT_THAT(client->call("getFirmwareVersion"), testing::HasSubstr("BL >"));
+        EXPECT_THAT(client->call("getFirmwareVersion"), HasSubstr("BL >"));
         endRound(round);
     }
     client->send("startFirmwareApp");

@@ -1,33 +1,19 @@
 // The programs around the service misbehave: the application, the bus, its clients, the reader of the log.
 #include "Endurance.h"
 #include "Record.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
-#include "Wait.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <thread>
-#include <tuple>
 
 namespace {
-using testing::HasSubstr;
-
 constexpr const char* kAnswers = "/tmp/ttyBleTx";
 constexpr const char* kRequests = "/tmp/ttyBleRx";
 
 /// Writes as an application would, as much as the pipe takes.
 void put(const char* pipe, const std::string& bytes)
 {
-    const testsupport::UniqueFd fd(::open(pipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const UniqueFd fd(::open(pipe, O_RDWR | O_NONBLOCK | O_CLOEXEC));
     ASSERT_NE(fd.get(), -1);
     for (std::size_t at = 0; at < bytes.size();) {
         const ssize_t count = ::write(fd.get(), bytes.data() + at, bytes.size() - at);
@@ -162,7 +148,7 @@ std::string wireCall(unsigned serial, const std::string& service, const std::str
 /// What becomes of a client of the bus that names the station so.
 std::string fateOfNaming(const std::string& name)
 {
-    const testsupport::UniqueFd bus(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd bus(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const timeval patience = {60, 0};
     ::setsockopt(bus.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     const sockaddr_un address = {AF_UNIX, "/tmp/bus"};
@@ -237,8 +223,8 @@ TEST_F(Surroundings, TheLogsReaderStopsForAWhile)
     while (requests.isAnswered(phone, request, 1, std::chrono::seconds(3)))
         request = std::to_string(std::stoi(request) + 1);
     ::kill(readers[0], SIGCONT);
-    EXPECT_TRUE(testsupport::waitUntil([&] {
-        return testsupport::readFile(kRecordPath).find(' ' + recordHex(request) + '\n') != std::string::npos;
+    EXPECT_TRUE(waitUntil([&] {
+        return readFile(kRecordPath).find(' ' + recordHex(request) + '\n') != std::string::npos;
     })) << "the request that came while the service stood still";
     requests.expectAnswer(phone, request);
     phone.disconnect();
@@ -250,14 +236,14 @@ TEST_F(Surroundings, TheBusGoesAwayAndReturns)
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
     for (int round = 0; round < rounds(2); ++round) {
         bus->kill(SIGKILL);
-        ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
+        ASSERT_TRUE(bus->waitEnd(kPatience));
         ASSERT_NO_FATAL_FAILURE(expectService("without a bus " + std::to_string(round)));
         startBus();
-        ASSERT_TRUE(testsupport::waitUntil([this] { return client->call("getBriscaState") == kFirmware; }));
+        ASSERT_TRUE(waitUntil([this] { return client->call("getBriscaState") == kFirmware; }));
         ASSERT_NO_FATAL_FAILURE(expectService("with a new bus " + std::to_string(round)));
         EXPECT_TRUE(awaitSignal("btDeviceConnected"));
         EXPECT_TRUE(awaitSignal("btDeviceDisconnected"));
-        EXPECT_THAT(client->pendingSignals(), testing::IsEmpty()) << "told more than once";
+        EXPECT_THAT(client->pendingSignals(), IsEmpty()) << "told more than once";
         endRound(round);
     }
 }
@@ -266,7 +252,7 @@ TEST_F(Surroundings, PipesWereLeftBehindWithBytesInThem)
 {
     for (const char* const pipe : {kAnswers, kRequests})
         ASSERT_EQ(::mkfifo(pipe, 0600), 0);
-    const testsupport::UniqueFd keeper(::open(kAnswers, O_RDWR | O_CLOEXEC));
+    const UniqueFd keeper(::open(kAnswers, O_RDWR | O_CLOEXEC));
     put(kAnswers, std::string("\0\0\0\5half", 8));
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
     serveRounds();

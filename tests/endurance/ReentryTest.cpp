@@ -1,11 +1,6 @@
 // Any number of entries into the states: each time a phone is served, and nothing is left over.
 #include "Endurance.h"
-#include "Wait.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
 #include <random>
 
 namespace {
@@ -35,7 +30,7 @@ protected:
     {
         client->send("disableBluetooth");
         ASSERT_EQ(client->call("getBriscaState"), kDisabled);
-        ASSERT_TRUE(testsupport::waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
+        ASSERT_TRUE(waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
         (void)client->pendingSignals();
         client->send("enableBluetooth");
         ASSERT_TRUE(awaitSignal("bleIsStarted"));

@@ -9,26 +9,10 @@
 #include "BridgeTasks.h"
 #include "Process.h"
 #include "Station.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "Wait.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
-#include <memory>
-#include <numeric>
 #include <random>
-#include <sstream>
-#include <thread>
 
 namespace {
 using efr32sim::Bytes;
@@ -54,7 +38,7 @@ constexpr CommandId kRssiQuestion{0x08, 0x01};  // and the event of a connection
 constexpr CommandId kRssiEvent{0x08, 0x03};
 // What does not shorten with the watch period: reads of half packets, the questions while advertising is
 // refused, two sessions, and a machine so busy that answers come too late.
-constexpr Milliseconds kMargin = testsupport::kPatience;
+constexpr Milliseconds kMargin = kPatience;
 // Periods within which the next phone is served: 75 s of the ten seconds that a station has.
 constexpr double kLimitInPeriods = 7.5;
 
@@ -122,7 +106,7 @@ public:
         enter({});
         m_application.emplace();
         std::thread([this] { echo(); }).detach();
-        if (!nextIsServed(Clock::now() + testsupport::kPatience))
+        if (!nextIsServed(Clock::now() + kPatience))
             throw std::runtime_error("no service without a fault");
     }
 
@@ -229,8 +213,8 @@ std::vector<Packet> Rig::packetsOfSession()
 {
     auto events = chip.follow();
     enter({});
-    visit(testsupport::kPatience, true);
-    (void)nextIsServed(Clock::now() + testsupport::kPatience);
+    visit(kPatience, true);
+    (void)nextIsServed(Clock::now() + kPatience);
     std::vector<Packet> packets;
     std::string command;
     bool ended = false;  // when the chip advertises again the session is over
@@ -331,7 +315,7 @@ std::vector<Trial> allTrials(const std::vector<Packet>& packets)
 /// @return a line for the driver: number and name of the packet, kind, detail, outcome
 std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
 {
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     const long outcome = rig.recovery(trial.fault);
     std::ostringstream line;
     line << number << '|' << trial.packet->name << '|' << trial.kind << '|' << trial.fault.length << '|'
@@ -447,7 +431,7 @@ private:
 TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
 {
     const int shares = setting("BRISCA_FAULTS_PROCESSES", 8);
-    const testsupport::TempDir directory;
+    const TempDir directory;
     std::vector<std::unique_ptr<Process>> processes;
     const auto file = [&](const char* name, int share) {
         return directory.file(name + std::to_string(share));
@@ -461,7 +445,7 @@ TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
     for (int share = 0; share < shares; ++share) {
         EXPECT_EQ(processes[share]->waitEnd(std::chrono::hours(12)), "exit 0");
         table.read(file("report", share));
-        std::cerr << testsupport::readFile(file("log", share));
+        std::cerr << readFile(file("log", share));
     }
     table.expectNearlyAllStruck();
     table.print();

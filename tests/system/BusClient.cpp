@@ -1,11 +1,7 @@
 #include "BusClient.h"
-
-#include "Wait.h"
+#include "Testing.h"
 
 #include <systemd/sd-bus.h>
-
-#include <stdexcept>
-#include <utility>
 
 namespace {
 constexpr const char* kService = "org.voltra.brisca";
@@ -52,7 +48,7 @@ void BusClient::Closer::operator()(sd_bus* bus) const
 BusClient::BusClient()
 {
     sd_bus* bus = nullptr;
-    if (!testsupport::waitUntil([&bus] { return sd_bus_open_system(&bus) >= 0; }))
+    if (!waitUntil([&bus] { return sd_bus_open_system(&bus) >= 0; }))
         throw std::runtime_error("no bus");
     m_bus.reset(bus);
     sd_bus_set_method_call_timeout(bus, kCallLimitUs);
@@ -108,7 +104,7 @@ void BusClient::dispatch()
 
 std::string BusClient::waitSignal()
 {
-    (void)testsupport::waitUntil([this] {
+    (void)waitUntil([this] {
         dispatch();
         return !m_signals.empty();
     });

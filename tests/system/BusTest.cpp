@@ -1,19 +1,10 @@
 // A bus that is not there, says nothing, comes late or has given the name to another.
 #include "Station.h"
-#include "TempDir.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <csignal>
-#include <filesystem>
-
 namespace {
-using testing::SizeIs;
-
 constexpr const char* kBusSocket = "/tmp/bus";
 constexpr const char* kReached = "Connected to the system bus as org.voltra.brisca";
 constexpr const char* kLost = "Connection to the system bus lost";
@@ -32,13 +23,13 @@ public:
     }
     [[nodiscard]] bool isReached()
     {
-        m_service = testsupport::UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        m_service = UniqueFd(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
         return m_service.get() != -1;
     }
 
 private:
-    testsupport::UniqueFd m_socket;
-    testsupport::UniqueFd m_service;
+    UniqueFd m_socket;
+    UniqueFd m_service;
 };
 
 class Bus : public Station
@@ -47,7 +38,7 @@ protected:
     void killBus()
     {
         bus->kill(SIGKILL);
-        ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
+        ASSERT_TRUE(bus->waitEnd(kPatience));
         std::filesystem::remove(kBusSocket);
     }
     /// Waits until the event loop has turned once more.
@@ -98,7 +89,7 @@ TEST_F(Bus, ThatSaysNothingDoesNotKeepAStopWaiting)
     SilentBus silent;
     ASSERT_TRUE(waitAsSystemd([&] { return silent.isReached(); }));
     service->kill(SIGTERM);
-    EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+    EXPECT_EQ(service->waitEnd(kPatience), "exit 0");
     EXPECT_TRUE(waitLog("Service stopped"));
 }
 
@@ -124,10 +115,9 @@ TEST_F(Bus, WhoseNameAnotherHoldsGivesItToASilentServiceOnceItIsFree)
     Process second({SERVICE_PROGRAM}, "/tmp/second.log", notified());
     EXPECT_EQ(notify.wait(), "READY=1");
     EXPECT_EQ(client->call("getBriscaState"), kBootloader);
-    EXPECT_EQ(testsupport::readFile("/tmp/second.log").find("ystem bus"), std::string::npos);
+    EXPECT_EQ(readFile("/tmp/second.log").find("ystem bus"), std::string::npos);
     service->kill(SIGKILL);
-    EXPECT_TRUE(testsupport::waitUntil(
-        [] { return testsupport::readFile("/tmp/second.log").find(kReached) != std::string::npos; }));
+    EXPECT_TRUE(waitUntil([] { return readFile("/tmp/second.log").find(kReached) != std::string::npos; }));
     EXPECT_TRUE(client->nameIsOwned());
 }
 }  // namespace

@@ -1,19 +1,11 @@
 // Fatal signals on the main thread and on a task of the BLE stack, in two states.
 #include "Station.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
 
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
-using testing::ElementsAre;
-
 struct Crash
 {
     int signal;
@@ -67,12 +59,12 @@ TEST_P(FatalSignal, LeavesItsLineABacktraceAndStatusOne)
                                  ? threads[threads.size() - 1 - static_cast<unsigned>(round) % 3]
                                  : threads.front();
         ::syscall(SYS_tgkill, service->pid(), target, GetParam().signal);
-        ASSERT_EQ(service->waitEnd(testsupport::kPatience), "exit 1");
+        ASSERT_EQ(service->waitEnd(kPatience), "exit 1");
         EXPECT_THAT(linesWith({"detected in brisca"}, before),
                     ElementsAre("<FATAL> [BriscaService.main] Signal " + std::to_string(GetParam().signal) +
                                 " detected in brisca service."));
         EXPECT_GE(linesWith({"BriscaService(", "libc.so"}, before).size(), 2U) << "no backtrace";
-        EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
+        EXPECT_TRUE(waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
         service.reset();
         (void)client->pendingSignals();
     }

@@ -1,17 +1,8 @@
 // FIRMWARE and DISABLED: entry, traffic, restart, exit, and the ways in which an entry fails.
 #include "Station.h"
-#include "TempDir.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
-
-#include <filesystem>
 
 namespace {
 using efr32sim::EventKind;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::HasSubstr;
 using Firmware = Station;
 
 std::string step(const std::string& text)
@@ -58,7 +49,7 @@ TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
     EXPECT_EQ(std::string(answer->begin(), answer->end()), "echo:hello");
     phone.disconnect();
     EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
-    EXPECT_THAT(phone.violations(), testing::IsEmpty());
+    EXPECT_THAT(phone.violations(), IsEmpty());
 }
 
 TEST_F(Firmware, TellsAShortConnectionInOrder)
@@ -87,8 +78,8 @@ TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
     before = mark();
     client->send("disableBluetooth");
     EXPECT_EQ(client->call("getBriscaState"), kDisabled);
-    EXPECT_TRUE(testsupport::waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
-    EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
+    EXPECT_TRUE(waitUntil([this] { return chip.mode() == efr32sim::Mode::Held; }));
+    EXPECT_TRUE(waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
     EXPECT_THAT(linesWith(kSteps, before),
                 ElementsAre(transition("FIRMWARE", "DISABLED"), step("coAp killed")));
 
@@ -105,20 +96,20 @@ TEST_F(Firmware, EndsItsApplicationWithAllItsProcesses)
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
     const auto family = [] { return Process::running(APPLICATION_PROGRAM); };
     for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(testsupport::waitUntil([&] { return family().size() == 2; }));
+        ASSERT_TRUE(waitUntil([&] { return family().size() == 2; }));
         const auto before = family();
         client->send("BriscaRestart");
         ASSERT_EQ(client->waitSignal(), "bleIsStarted");
         for (const pid_t left : before)
-            EXPECT_THAT(family(), testing::Not(testing::Contains(left)));
+            EXPECT_THAT(family(), Not(testing::Contains(left)));
     }
     installApplication("$APPLICATION &\nexit 3\n");
     client->send("BriscaRestart");
     EXPECT_TRUE(waitLog("The CoAP application ended by itself: exit status 3"));
-    ASSERT_TRUE(testsupport::waitUntil([&] { return family().size() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return family().size() == 1; }));
     client->send("disableBluetooth");
     EXPECT_TRUE(waitLog("1 processes that the CoAP application had left behind killed"));
-    EXPECT_TRUE(testsupport::waitUntil([&] { return family().empty(); }));
+    EXPECT_TRUE(waitUntil([&] { return family().empty(); }));
 }
 
 TEST_F(Firmware, OutlivesAnApplicationThatEndsItsProcessGroupAndKeepsItsSystemdToItself)
@@ -128,10 +119,10 @@ TEST_F(Firmware, OutlivesAnApplicationThatEndsItsProcessGroupAndKeepsItsSystemdT
     client->send("startFirmwareApp");
     EXPECT_TRUE(waitLog("The CoAP application ended by itself: signal 15"));
     EXPECT_EQ(client->call("getBriscaState"), kFirmware);
-    const std::string environment = testsupport::readFile("/tmp/environment");
+    const std::string environment = readFile("/tmp/environment");
     EXPECT_THAT(environment, HasSubstr("KEPT=1"));
     for (const char* const name : {"NOTIFY_SOCKET", "WATCHDOG_"})
-        EXPECT_THAT(environment, testing::Not(HasSubstr(name)));
+        EXPECT_THAT(environment, Not(HasSubstr(name)));
 }
 
 struct Failure
@@ -160,7 +151,7 @@ TEST_P(FailingEntry, EndsInErrorAndARestartLeadsOut)
     EXPECT_EQ(client->call("getBriscaState"), kError);
     EXPECT_THAT(linesWith(kSteps, before), ElementsAreArray(GetParam().lines));
     EXPECT_TRUE(Process::running(APPLICATION_PROGRAM).empty());
-    EXPECT_THAT(service->descriptors(), testing::Not(testing::Contains(HasSubstr("/dev/pts/"))))
+    EXPECT_THAT(service->descriptors(), Not(testing::Contains(HasSubstr("/dev/pts/"))))
         << "the line is exclusive: a service without privileges could not open it for the restart";
 
     installApplication();

@@ -1,16 +1,8 @@
 // Every request of the bus in every state, and the way between the states.
 #include "Station.h"
-#include "TempDir.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
 
 namespace {
 using efr32sim::EventKind;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 struct Request
 {
@@ -90,7 +82,7 @@ using Interface = Station;
 TEST_F(Interface, IsIntrospectedAsItIsInstalled)
 {
     startService();
-    const std::string installed = testsupport::readFile(INSTALLED_INTERFACE);
+    const std::string installed = readFile(INSTALLED_INTERFACE);
     const auto from = installed.find("  <interface");
     EXPECT_THAT(client->introspect(), HasSubstr(installed.substr(from, installed.find("</node>") - from)));
 }
@@ -106,7 +98,7 @@ TEST_F(Interface, AnswersCommandLineClients)
         Process tool(command, "/tmp/tool.log");
         EXPECT_EQ(tool.waitEnd(std::chrono::seconds(60)), "exit 0") << command[0];
     }
-    EXPECT_EQ(testsupport::readFile("/tmp/tool.log"), "i 1\n(1,)\n");
+    EXPECT_EQ(readFile("/tmp/tool.log"), "i 1\n(1,)\n");
 }
 
 TEST_F(Interface, ServesTheRequestsOfBootloader)
@@ -129,7 +121,7 @@ TEST_F(Interface, ServesTheRequestsOfBootloader)
 
 TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
 {
-    const std::string document = testsupport::readFile(COMMANDER_DOCUMENT);
+    const std::string document = readFile(COMMANDER_DOCUMENT);
     const auto from = document.find("```sh\n") + 6;
     const std::string impatient = "busctl() { command busctl --timeout=5 \"$@\"; }\n";
     const Process commander(
@@ -157,7 +149,7 @@ TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
         ASSERT_TRUE(found);
         EXPECT_EQ(found->scanResponse.localName(), "Garage left");
         service->kill(SIGKILL);
-        (void)service->waitEnd(testsupport::kPatience);
+        (void)service->waitEnd(kPatience);
     }
     EXPECT_TRUE(testsupport::waitUntil([&] { return said("on the air", 2); }));
 }

@@ -1,20 +1,8 @@
 // From the start of the process to the event loop.
 #include "Station.h"
-#include "TempDir.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace {
 using efr32sim::EventKind;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using StartUp = Station;
 
 constexpr const char* kNodes =
@@ -81,7 +69,7 @@ TEST_F(StartUp, KeepsTheOrderOfRequestsWhileTheEventLoopStarts)
 {
     constexpr int kRequestsWhenReady = 500;
     service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog, notified());
-    ASSERT_TRUE(testsupport::waitUntil([this] { return client->nameIsOwned(); }));
+    ASSERT_TRUE(waitUntil([this] { return client->nameIsOwned(); }));
     std::vector<std::string> expected;
     for (int left = kRequestsWhenReady; left > 0;) {
         const std::string name = "name " + std::to_string(expected.size());
@@ -109,9 +97,9 @@ TEST_F(StartUp, AnswersAShellWithoutTouchingTheStation)
         std::vector<std::string> command = {SERVICE_PROGRAM};
         command.insert(command.end(), arguments.begin(), arguments.end());
         Process asked(command, "/tmp/asked.log");
-        EXPECT_EQ(asked.waitEnd(testsupport::kPatience), end) << arguments[0];
+        EXPECT_EQ(asked.waitEnd(kPatience), end) << arguments[0];
     }
-    const std::string answers = testsupport::readFile("/tmp/asked.log");
+    const std::string answers = readFile("/tmp/asked.log");
     EXPECT_EQ(answers.rfind("BriscaService ", 0), 0U);
     EXPECT_EQ(linesWith({""}).front(),
               "<NOTIC> [BriscaService.main] Brisca service" + answers.substr(13, answers.find('\n') - 13));
@@ -131,6 +119,6 @@ TEST_F(StartUp, IsNotHeldUpByAHugeLogConfiguration)
     const auto entered = log().find(" BriscaStateManager.cpp");
     ASSERT_NE(entered, std::string::npos);
     EXPECT_LT(std::stod(log().substr(entered - 9, 9)), 10) << "seconds; the whole file would take minutes";
-    EXPECT_THAT(linesWith({"of /evse/data/log.cfg are used"}), testing::SizeIs(1));
+    EXPECT_THAT(linesWith({"of /evse/data/log.cfg are used"}), SizeIs(1));
 }
 }  // namespace

@@ -1,18 +1,11 @@
 #include "Station.h"
 
-#include "TempDir.h"
-#include "Wait.h"
-
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 namespace {
 constexpr const char* kApplication = "/evse/app/bin/chp";
@@ -147,12 +140,12 @@ void Station::startIn(const std::string& state, const Process::Environment& envi
 
 std::string Station::log() const
 {
-    return testsupport::readFile(kLog);
+    return readFile(kLog);
 }
 
 bool Station::waitLog(const std::string& text, std::size_t from) const
 {
-    return testsupport::waitUntil([&] { return log().find(text, from) != std::string::npos; });
+    return waitUntil([&] { return log().find(text, from) != std::string::npos; });
 }
 
 std::vector<std::string> Station::linesWith(const std::vector<std::string>& texts, std::size_t from) const

@@ -2,17 +2,9 @@
 
 #include "BusClient.h"
 #include "Process.h"
-#include "UniqueFd.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 /// The socket on which systemd is told that a service is ready.
 class NotifySocket
@@ -27,7 +19,7 @@ public:
     void drain() const;
 
 private:
-    testsupport::UniqueFd m_socket;
+    UniqueFd m_socket;
 };
 
 /// A whole station in the sandbox of this test: a bus, a simulated chip, the stand-in of the CoAP application
@@ -59,14 +51,13 @@ protected:
     [[nodiscard]] bool waitLog(const std::string& text, std::size_t from = 0) const;
     /// Waits until a condition holds and reads, as systemd does, what the service tells it meanwhile.
     template <class Condition>
-    [[nodiscard]] bool waitAsSystemd(Condition condition,
-                                     std::chrono::milliseconds limit = testsupport::kPatience) const
+    [[nodiscard]] bool waitAsSystemd(Condition condition, std::chrono::milliseconds limit = kPatience) const
     {
         const auto readAndAsk = [&] {
             notify.drain();
             return condition();
         };
-        return testsupport::waitUntil(readAndAsk, limit);
+        return waitUntil(readAndAsk, limit);
     }
     /// Lines behind a mark that contain one of the texts, from their level on, in order.
     [[nodiscard]] std::vector<std::string> linesWith(const std::vector<std::string>& texts,

@@ -1,12 +1,5 @@
 // SIGTERM and SIGINT in every state.
 #include "Station.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
-
-#include <csignal>
-#include <cstdlib>
-#include <fstream>
 
 namespace {
 using efr32sim::EventKind;
@@ -62,10 +55,10 @@ TEST_P(Stop, EndsWithStatusZeroInTimeAndLeavesNoChild)
         const auto before = mark();
         const auto start = std::chrono::steady_clock::now();
         service->kill(round % 2 == 0 ? SIGTERM : SIGINT);
-        ASSERT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+        ASSERT_EQ(service->waitEnd(kPatience), "exit 0");
         RecordProperty("milliseconds", static_cast<int>((std::chrono::steady_clock::now() - start) /
                                                         std::chrono::milliseconds(1)));
-        EXPECT_TRUE(testsupport::waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
+        EXPECT_TRUE(waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
         EXPECT_EQ(log().find("Service stopped", before) != std::string::npos, !GetParam().blocked);
         EXPECT_EQ(linesWith({"detected in brisca service", "ERROR: "}, before), std::vector<std::string>());
         EXPECT_EQ(notify.wait(), "STOPPING=1");
@@ -93,7 +86,7 @@ TEST_F(StopDuringStartUp, IsNotForgotten)
         service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog);
         ASSERT_TRUE(events.waitFor(EventKind::ResetLow));
         service->kill(SIGTERM);
-        EXPECT_EQ(service->waitEnd(testsupport::kPatience), "exit 0");
+        EXPECT_EQ(service->waitEnd(kPatience), "exit 0");
         EXPECT_EQ(linesWith({"Service stopped"}).size(), static_cast<std::size_t>(round) + 1);
     }
 }

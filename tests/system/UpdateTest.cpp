@@ -1,15 +1,8 @@
 // Firmware updates over the bus.
 #include "Station.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
-
 namespace {
 using efr32sim::EventKind;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 class Update : public Station
 {

@@ -1,13 +1,7 @@
 // When systemd's watchdog is fed, and when not.
 #include "Station.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
 
 #include <sys/ptrace.h>
-
-#include <cstdlib>
-#include <fstream>
 
 namespace {
 using efr32sim::EventKind;

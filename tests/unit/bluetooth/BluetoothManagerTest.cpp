@@ -4,9 +4,7 @@
 
 #include "SimulatedStation.h"
 
-#include <functional>
 #include <mutex>
-#include <vector>
 
 namespace {
 using Names = std::vector<std::string>;

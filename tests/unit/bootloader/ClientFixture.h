@@ -1,16 +1,10 @@
 #pragma once
 
 #include "An760.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "facade/LogFacade.h"
 
-#include <gmock/gmock.h>
 #include <QCoreApplication>
-
-#include <string>
-#include <vector>
 
 /// An application with an event loop and a bootloader client's log lines.
 class ClientFixture : public testing::Test
@@ -40,12 +34,12 @@ protected:
     char name[5] = "test";
     char* argv[2] = {name, nullptr};
     QCoreApplication application{argc, argv};
-    testsupport::TempDir directory;
-    testsupport::StdoutCapture log;
+    TempDir directory;
+    StdoutCapture log;
 };
 
 /// The log lines of every operation but close() while all of them must fail.
-inline std::vector<std::string> linesOfRefusedOperations(An760& client, testsupport::StdoutCapture& log)
+inline std::vector<std::string> linesOfRefusedOperations(An760& client, StdoutCapture& log)
 {
     log.clear();
     QString version = "of before";

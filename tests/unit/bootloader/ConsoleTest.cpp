@@ -1,23 +1,16 @@
 #include "ClientFixture.h"
-#include "Pty.h"
-#include "Rows.h"
 #include "efr32sim/Chip.h"
 
 #include <poll.h>
 
-#include <thread>
-
 namespace {
-using testing::ElementsAre;
-using testsupport::Rows;
-
 /// The client on a line whose other end the test plays.
 class Console : public ClientFixture
 {
 protected:
     Console() { EXPECT_TRUE(client.open()); }
 
-    testsupport::Pty line;
+    Pty line;
     An760 client{line.slavePath().c_str()};
     std::vector<char> received;
 };

@@ -1,18 +1,12 @@
 #include "ClientFixture.h"
-#include "Pty.h"
 #include "efr32sim/Chip.h"
 
 #include <termios.h>
 #include <QTimer>
 
-#include <functional>
-#include <thread>
-
 namespace {
 using efr32sim::EventKind;
 using efr32sim::FaultKind;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr std::size_t kPacketLength = 133;
 
@@ -20,7 +14,7 @@ std::size_t threadCount()
 {
     // ThreadSanitizer adds a thread of its own with the first one of the program.
     [[maybe_unused]] static const bool warm = (std::thread([] {}).join(), true);
-    return testsupport::entriesOf("/proc/self/task");
+    return entriesOf("/proc/self/task");
 }
 
 class Upload : public ClientFixture
@@ -36,7 +30,7 @@ protected:
     /// Runs the event loop until so many reports have come.
     [[nodiscard]] bool waitForReports(std::size_t count) const
     {
-        return testsupport::waitUntil([&] {
+        return waitUntil([&] {
             QCoreApplication::processEvents();
             return reports.size() >= count;
         });
@@ -44,7 +38,7 @@ protected:
     /// Runs the event loop until only so many threads are left.
     [[nodiscard]] static bool threadsEndAt(std::size_t count)
     {
-        return testsupport::waitUntil([&] {
+        return waitUntil([&] {
             QCoreApplication::processEvents();
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             return threadCount() == count;
@@ -130,7 +124,7 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         bool success;
     };
     const std::size_t threads = threadCount();
-    const std::size_t descriptors = testsupport::entriesOf("/proc/self/fd");
+    const std::size_t descriptors = entriesOf("/proc/self/fd");
     auto events = chip.follow();
     for (const Row& row :
          {Row{"refused blocks", refusals(20), true}, Row{"a lost answer", answers({}, 1), true},
@@ -145,7 +139,7 @@ TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
         EXPECT_TRUE(!row.success || events.waitFor(EventKind::Prompt));
         EXPECT_TRUE(!row.success || chip.image() == image);
         EXPECT_TRUE(threadsEndAt(threads));
-        EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), descriptors);
+        EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
     }
 }
 
@@ -177,7 +171,7 @@ protected:
     }
     void takeBlock() { EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength); }
 
-    testsupport::Pty line;
+    Pty line;
     std::unique_ptr<An760> client = std::make_unique<An760>(line.slavePath().c_str());
     const QString path = imageFile("image", 2000);
 };
@@ -232,7 +226,7 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
              EXPECT_EQ(::tcflow(line.slave(), TCOOFF), 0);
              line.write("C");
              // The first block can only wait for the line now.
-             EXPECT_TRUE(testsupport::waitUntil([&] { return log.contains("Sending "); }));
+             EXPECT_TRUE(waitUntil([&] { return log.contains("Sending "); }));
          }},
     };
     LogFacade::setLevel("BriscaService.comm.xmodem", LogLevel::Debug);

@@ -1,30 +1,13 @@
 #include "BridgePipes.h"
 #include "GBSSlave.h"
 #include "NCP_Manager.h"
-#include "Rows.h"
+#include "Testing.h"
 
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
 #include "facade/LogFacade.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <filesystem>
-#include <functional>
-#include <numeric>
-#include <string>
-#include <thread>
 
 namespace {
-using testsupport::Rows;
-using namespace std::string_literals;
-using testsupport::entriesOf;
-using testsupport::UniqueFd;
 using Status = PipeFrameReader::Status;
 
 class BridgePipesTest : public testing::Test
@@ -67,10 +50,10 @@ protected:
         return status.st_mode & 07777;
     }
 
-    testsupport::TempDir directory;
+    TempDir directory;
     const std::string tx = directory.file("tx");
     const std::string rx = directory.file("rx");
-    testsupport::StdoutCapture capture;
+    StdoutCapture capture;
     BridgePipes pipes;
 };
 

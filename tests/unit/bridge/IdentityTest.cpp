@@ -3,8 +3,6 @@
 #include "DeviceName.h"
 #include "SimulatedStation.h"
 
-#include <thread>
-
 namespace {
 using efr32sim::Fault;
 using efr32sim::FaultKind;
@@ -89,7 +87,7 @@ TEST_F(IdentityTest, TheAddressIsTextWithItsMostSignificantByteFirst)
 {
     ASSERT_TRUE(init());
     // A busy machine loses a response now and then, too.
-    EXPECT_TRUE(testsupport::waitUntil([] { return stack().getBLEAddress() == "060504030201"; }));
+    EXPECT_TRUE(waitUntil([] { return stack().getBLEAddress() == "060504030201"; }));
     const int lostBefore = capture.count("<ERROR> [Brisca] Failed to get BLE address");
     chip.inject(Fault{.kind = FaultKind::LostResponse, .command = kGetAddress});
     EXPECT_EQ(stack().getBLEAddress(), QString());

@@ -1,12 +1,8 @@
 #include "LinkWatchdog.h"
 #include "SilenceWatch.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "Testing.h"
 
 namespace {
-using namespace std::chrono_literals;
 using Link = LinkWatchdog::Link;
 
 Link linkOf(char letter)

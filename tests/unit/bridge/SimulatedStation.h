@@ -2,22 +2,17 @@
 
 #include "Brisca.h"
 #include "GBSSlave.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
 #include "facade/LogFacade.h"
 
-#include <gtest/gtest.h>
-
 #include <iostream>
-#include <string>
 
 using efr32sim::Bytes;
 using efr32sim::CommandId;
 using efr32sim::EventKind;
 using efr32sim::Phone;
-using testsupport::waitUntil;
 
 constexpr CommandId kStartAdvertising{0x03, 0x14};
 
@@ -75,5 +70,5 @@ protected:
     }
 
     efr32sim::Chip chip{{.powerOn = efr32sim::Mode::Firmware}};
-    testsupport::StdoutCapture capture;
+    StdoutCapture capture;
 };

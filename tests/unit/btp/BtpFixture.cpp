@@ -2,8 +2,6 @@
 
 #include "GOS.h"
 
-#include <numeric>
-
 std::vector<Bytes> BtpFixture::sent;
 std::function<bool()> BtpFixture::accept;
 std::vector<unsigned> BtpFixture::delays;

@@ -1,12 +1,7 @@
 #pragma once
 
 #include "BTP_Core.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <functional>
-#include <vector>
+#include "Testing.h"
 
 using Bytes = std::vector<std::uint8_t>;
 

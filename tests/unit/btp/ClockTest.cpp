@@ -1,14 +1,7 @@
 #include "BTP_Platform.h"
-#include "Rows.h"
-#include "StdoutCapture.h"
-
-#include <gtest/gtest.h>
-
-#include <ctime>
+#include "Testing.h"
 
 namespace {
-using testsupport::Rows;
-
 TEST(Clock, SubtractsTimesOfDay)
 {
     for (const auto& [name, now, start, expected, result] : Rows<GClock, GClock, GClock, int>{
@@ -38,7 +31,7 @@ TEST(Clock, TellsTheTimeOfDay)
 TEST(Clock, RefusesNullPointers)
 {
     GClock clock{};
-    const testsupport::StdoutCapture output;
+    const StdoutCapture output;
     EXPECT_EQ(GClockGetTime(nullptr), 0);
     EXPECT_EQ(GClockSubTime(&clock, nullptr, &clock), 0);
     std::fflush(stdout);

@@ -2,8 +2,6 @@
 #include "GBSSlave.h"
 #include "GOS.h"
 
-#include <thread>
-
 namespace {
 /// The manager task runs on GOS; notifications go to the fixture.
 class Manager : public BtpFixture

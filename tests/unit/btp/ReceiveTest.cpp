@@ -1,11 +1,7 @@
 #include "BtpFixture.h"
 #include "GBSSlave.h"
-#include "Rows.h"
-
-#include <algorithm>
 
 namespace {
-using testsupport::Rows;
 using Receive = BtpFixture;
 
 struct Write

@@ -2,9 +2,6 @@
 #include "GOS.h"
 #include "efr32sim/Fragments.h"
 
-#include <atomic>
-#include <thread>
-
 namespace {
 /// Receiver, reader and manager on threads of their own; run it under ThreadSanitizer.
 class Threads : public testing::Test

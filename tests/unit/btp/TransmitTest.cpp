@@ -2,8 +2,6 @@
 #include "GBSSlave.h"
 #include "efr32sim/Fragments.h"
 
-#include <algorithm>
-
 namespace {
 class Transmit : public BtpFixture
 {

@@ -7,17 +7,11 @@
 #include "Fakes.h"
 #include "FirmwareState.h"
 #include "ServiceAdaptor.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
 #include "facade/LogFacade.h"
 
 #include <QCoreApplication>
 
-#include <thread>
-
 namespace {
-using testing::ElementsAre;
-
 TEST(Bus, RelaysEveryNotificationInOrderFromWhicheverThread)
 {
     LogFacade::setLevel("BriscaService.comm.BriscaDbus", LogLevel::Debug);
@@ -43,7 +37,7 @@ TEST(Bus, RelaysEveryNotificationInOrderFromWhicheverThread)
     QObject::connect(&adaptor, &ServiceAdaptor::communicationError, note("communication error"));
     QObject::connect(&adaptor, &ServiceAdaptor::fwUpdateComplete,
                      [&relayed](bool success) { relayed.emplace_back(success ? "updated" : "not updated"); });
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     Q_EMIT console.fwUpdateCompleteStatus(true);
     Q_EMIT console.fwUpdateCompleteStatus(false);
     std::thread([] {
@@ -53,7 +47,7 @@ TEST(Bus, RelaysEveryNotificationInOrderFromWhicheverThread)
         Q_EMIT bluetooth.deviceDisconnected();
         Q_EMIT bluetooth.communicationError();
     }).join();
-    EXPECT_TRUE(testsupport::waitUntil([&] {
+    EXPECT_TRUE(waitUntil([&] {
         QCoreApplication::processEvents();
         return relayed.size() >= 6;
     }));

@@ -1,12 +1,8 @@
 #include "HostLine.h"
-#include "Rows.h"
-
-#include <gtest/gtest.h>
 
 using namespace efr32sim;
 
 namespace {
-using testsupport::Rows;
 /// A chip that has started, and its line as the console's user opens it.
 struct Bench
 {

@@ -1,13 +1,7 @@
 #include "HostLine.h"
-#include "Rows.h"
 #include "efr32sim/Phone.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
 using namespace efr32sim;
-using testsupport::Rows;
 
 namespace {
 struct Step

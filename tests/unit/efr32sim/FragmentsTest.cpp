@@ -1,7 +1,5 @@
-#include "Rows.h"
+#include "Testing.h"
 #include "efr32sim/Fragments.h"
-
-#include <gtest/gtest.h>
 
 using namespace efr32sim;
 
@@ -22,7 +20,7 @@ Shapes frameAnd(std::initializer_list<std::pair<int, std::size_t>> second)
 TEST(Reassembler, DeliversOrComplains)
 {
     for (const auto& [name, length, fragments, messages, violation] :
-         testsupport::Rows<std::uint16_t, Shapes, int, std::string>{
+         Rows<std::uint16_t, Shapes, int, std::string>{
              {"second frame of two fragments", 1188, frameAnd({{0x91, 1}, {0x10, 69}}), 1, ""},
              {"last frame filled up to sixty nine", 1148, frameAnd({{0x90, 69}}), 1, "69 bytes where 30"},
              {"seventy payload bytes", 68, {{0x80, 70}}, 0, "fragment of 71 bytes"},

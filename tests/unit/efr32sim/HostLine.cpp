@@ -1,7 +1,5 @@
 #include "HostLine.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <termios.h>
 
 using efr32sim::Chip;
@@ -75,7 +73,7 @@ RunningChip::RunningChip(ChipOptions options) : chip(inFirmware(std::move(option
     chip.setReset(true);
     host.emplace(chip.slavePath());
     host->send("2");
-    EXPECT_TRUE(testsupport::waitUntil([this] { return chip.mode() != efr32sim::Mode::Bootloader; }));
+    EXPECT_TRUE(waitUntil([this] { return chip.mode() != efr32sim::Mode::Bootloader; }));
     host->set(HostLine::kCoprocessor);
     bootEvent = host->readPacket();
 }

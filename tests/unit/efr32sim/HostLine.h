@@ -1,14 +1,7 @@
 #pragma once
 
-#include "Pty.h"
-#include "UniqueFd.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "efr32sim/Chip.h"
-
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 /// Settings of the host's end; eight data bits, no parity.
 struct HostSettings
@@ -29,8 +22,7 @@ public:
 
     void set(const HostSettings& settings);
     void send(std::string_view bytes) const { testsupport::writeTo(fd(), bytes); }
-    [[nodiscard]] std::string read(std::size_t count,
-                                   std::chrono::milliseconds limit = testsupport::kPatience) const
+    [[nodiscard]] std::string read(std::size_t count, std::chrono::milliseconds limit = kPatience) const
     {
         return testsupport::readFrom(fd(), count, limit);
     }
@@ -44,7 +36,7 @@ public:
     [[nodiscard]] int fd() const { return m_fd.get(); }
 
 private:
-    testsupport::UniqueFd m_fd;
+    UniqueFd m_fd;
 };
 
 /// A chip whose firmware has booted, with the host's line open and the boot event read.

@@ -1,9 +1,5 @@
 #include "HostLine.h"
 
-#include <gtest/gtest.h>
-
-#include <future>
-
 using namespace efr32sim;
 
 namespace {

@@ -1,11 +1,6 @@
 #include "HostLine.h"
 #include "efr32sim/Phone.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <future>
-
 using namespace efr32sim;
 
 namespace {

@@ -1,18 +1,10 @@
 #include "HostLine.h"
 #include "Process.h"
-#include "TempDir.h"
 
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <array>
 #include <cstring>
-#include <filesystem>
-#include <memory>
-
-using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 /// The program, run as a user does, and a client on its control socket.
@@ -29,8 +21,8 @@ protected:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         m_socket.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        m_client = testsupport::UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        ASSERT_TRUE(testsupport::waitUntil([&] {
+        m_client = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_TRUE(waitUntil([&] {
             return ::connect(m_client.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
         }));
         m_replies.reset(::fdopen(::dup(m_client.get()), "r"));
@@ -55,12 +47,12 @@ protected:
         return got ? std::string(line.data(), std::strcspn(line.data(), "\n")) : "nothing";
     }
 
-    testsupport::TempDir m_directory;
+    TempDir m_directory;
     const std::string m_tty = m_directory.file("tty");
     const std::string m_reset = m_directory.file("reset");
     const std::string m_socket = m_directory.file("control");
     std::unique_ptr<Process> m_program;
-    testsupport::UniqueFd m_client;
+    UniqueFd m_client;
     std::unique_ptr<FILE, int (*)(FILE*)> m_replies{nullptr, std::fclose};
     std::string m_events;
 };
@@ -117,7 +109,7 @@ TEST_F(Program, SpeaksJsonAndQuits)
     EXPECT_THAT(ask("wait reset_high"), HasSubstr("\"was\":\"held\""));
     EXPECT_THAT(m_events, HasSubstr("{\"event\":\"reset_high\",\"sequence\":"));
     ask("quit");
-    EXPECT_EQ(m_program->waitEnd(testsupport::kPatience), "exit 0");
+    EXPECT_EQ(m_program->waitEnd(kPatience), "exit 0");
     EXPECT_TRUE(std::filesystem::is_empty(m_directory.path())) << "link, FIFO and socket are gone";
 }
 }  // namespace

@@ -1,12 +1,5 @@
 #include "HostLine.h"
 #include "Process.h"
-#include "TempDir.h"
-
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <utility>
-#include <vector>
 
 using namespace efr32sim;
 
@@ -96,7 +89,7 @@ TEST(StrictReceiver, AnswersEachBlockByTheRules)
 
 TEST(Upload, TakesWhatLrzszSends)
 {
-    const testsupport::TempDir directory;
+    const TempDir directory;
     for (const std::size_t size : {129, 32'773}) {
         SCOPED_TRACE(size);
         std::string image = testsupport::content(size);
@@ -106,7 +99,7 @@ TEST(Upload, TakesWhatLrzszSends)
         Process sender({"sh", "-c", "exec sx --quiet --binary $1 <$2 >$2 2>/dev/null", "sh",
                         directory.write("image", image), chip.slavePath()},
                        "/dev/null");
-        EXPECT_EQ(sender.waitEnd(testsupport::kPatience), "exit 0");
+        EXPECT_EQ(sender.waitEnd(kPatience), "exit 0");
         image.resize((size + 127) / 128 * 128, '\x1A');
         EXPECT_TRUE(chip.image() == Bytes(image.begin(), image.end()));
     }

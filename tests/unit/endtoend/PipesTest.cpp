@@ -1,18 +1,11 @@
 // The bridge when the application writes nonsense or does not read, and what it traces.
 
 #include "StationFixture.h"
-#include "StdoutCapture.h"
-#include "UniqueFd.h"
-#include "Wait.h"
 #include "facade/LogFacade.h"
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 using efr32sim::FaultKind;
 using endtoend::Bytes;
-using testsupport::waitUntil;
 
 class Pipes : public StationFixture
 {
@@ -20,7 +13,7 @@ protected:
     Pipes() { LogFacade::setLevel("Brisca", LogLevel::Trace); }
     ~Pipes() override { LogFacade::setLevel("Brisca", LogLevel::Notic); }
 
-    testsupport::StdoutCapture output;
+    StdoutCapture output;
 };
 
 TEST_F(Pipes, WithWrongAnswersReportThemAndCarryTheNextOne)
@@ -73,7 +66,7 @@ TEST_F(Pipes, OfAStationWithoutAPhoneAreEmptied)
 
 TEST_F(Pipes, ThatAreFullLoseRequestsAndNothingElse)
 {
-    const testsupport::UniqueFd pipe(::open("/tmp/ttyBleRx", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const UniqueFd pipe(::open("/tmp/ttyBleRx", O_RDWR | O_NONBLOCK | O_CLOEXEC));
     Bytes filling(65'536, 'f');  // the capacity of a pipe
     const auto size = static_cast<ssize_t>(filling.size());
     ASSERT_EQ(::write(pipe.get(), filling.data(), filling.size()), size);

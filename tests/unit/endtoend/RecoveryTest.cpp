@@ -8,14 +8,8 @@
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
 #include "Station.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
 
-#include <gtest/gtest.h>
 #include <QCoreApplication>
-
-#include <filesystem>
-#include <fstream>
 
 namespace {
 constexpr const char* kTty = "/dev/evse/tty_efr32";
@@ -51,7 +45,7 @@ protected:
     /// Lets the main thread work until this line has been written.
     [[nodiscard]] bool logs(const std::string& text) const
     {
-        return testsupport::waitUntil([&] {
+        return waitUntil([&] {
             QCoreApplication::processEvents();
             return m_log.contains(text);
         });
@@ -70,7 +64,7 @@ protected:
 
     int m_argc = 0;
     QCoreApplication m_application{m_argc, nullptr};
-    testsupport::StdoutCapture m_log;
+    StdoutCapture m_log;
     std::optional<efr32sim::Chip> m_chip;
     BriscaStateManager m_manager;
     LinuxOutputPin m_pin{kReset};

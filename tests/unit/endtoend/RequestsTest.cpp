@@ -3,15 +3,12 @@
 #include "BTP_Core.h"
 #include "GOS.h"
 #include "StationFixture.h"
-#include "Wait.h"
 
-#include <cstdlib>
 #include <random>
 
 namespace {
 using endtoend::Bytes;
 using endtoend::message;
-using testsupport::waitUntil;
 using Requests = StationFixture;
 
 Bytes fragment(unsigned header, std::size_t length, unsigned seed = 0)

@@ -3,17 +3,12 @@
 #include "BluetoothManager.h"
 #include "BridgeTasks.h"
 #include "StationFixture.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
-
-#include <functional>
 
 namespace {
 using efr32sim::CommandId;
 using efr32sim::EventKind;
 using efr32sim::Fault;
 using efr32sim::FaultKind;
-using testsupport::waitUntil;
 
 constexpr int kAdvertising = 2;
 constexpr int kConnected = 4;
@@ -75,7 +70,7 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const testsupport::StdoutCapture log;
+        const StdoutCapture log;
         if (row.before == kAdvertising)
             phone.disconnect();
         ASSERT_TRUE(reaches(row.before));

@@ -1,22 +1,16 @@
 #include "Station.h"
 
 #include "BluetoothManager.h"
-#include "Pty.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <stdexcept>
 #include <system_error>
 
 namespace endtoend {
 namespace {
 constexpr const char* kTty = "/dev/evse/tty_efr32";
 
-testsupport::UniqueFd openPipe(const char* path, int flags)
+UniqueFd openPipe(const char* path, int flags)
 {
-    testsupport::UniqueFd fd(::open(path, flags | O_CLOEXEC));
+    UniqueFd fd(::open(path, flags | O_CLOEXEC));
     if (fd.get() < 0)
         throw std::system_error(errno, std::generic_category(), path);
     return fd;

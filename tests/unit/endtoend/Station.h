@@ -1,11 +1,8 @@
 #pragma once
 
-#include "UniqueFd.h"
+#include "Testing.h"
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
-
-#include <chrono>
-#include <optional>
 
 namespace endtoend {
 using efr32sim::Bytes;
@@ -29,8 +26,8 @@ public:
 private:
     std::optional<Bytes> read(std::size_t count, Milliseconds limit) const;
 
-    testsupport::UniqueFd m_requests;
-    testsupport::UniqueFd m_answers;
+    UniqueFd m_requests;
+    UniqueFd m_answers;
 };
 
 /// The service's whole Bluetooth side in this process, a simulated chip on its serial line, and the

@@ -3,8 +3,6 @@
 #include "Station.h"
 #include "efr32sim/Fragments.h"
 
-#include <gtest/gtest.h>
-
 /// A station whose application is the test itself, and a phone that has connected.
 class StationFixture : public testing::Test
 {

@@ -265,7 +265,7 @@ TEST_F(AdvData, WithoutANameCallbackTheDefaultNameIsUsed)
 {
     NCPManager_SetDeviceNameCallback(nullptr);
     const LogLevelScope level("NCP_MANAGER", LogLevel::Debug);
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     EXPECT_EQ(NCPManager_ADTypeLocalName(kScan, 1), 1u);
     EXPECT_TRUE(
         log.contains("<DEBUG> [NCP_MANAGER] [NCP_GetUserDeviceName] GBS_DeviceNameCallback is null. "
@@ -288,8 +288,7 @@ TEST_F(AdvData, SplitManufacturerDataBlocksAtTheSecondPiece)
         NCPManager_ADTypeFlags(kAdv, 5);
         const int before = semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID);
         auto caller = std::async(std::launch::async, manufacturer, kAdv, 36, flags);
-        ASSERT_TRUE(testsupport::waitUntil(
-            [=] { return semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID) == before + 2; }));
+        ASSERT_TRUE(waitUntil([=] { return semaphoreRequests(GBS_AD_DATA_SEMAPHORE_ID) == before + 2; }));
         EXPECT_EQ(caller.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
         EXPECT_TRUE(semaphoreTaken(GBS_API_SEMAPHORE_ID));
         EXPECT_TRUE(semaphoreTaken(GBS_AD_DATA_SEMAPHORE_ID));

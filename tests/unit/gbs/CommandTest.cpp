@@ -322,7 +322,7 @@ TEST_F(Commands, AWaitWithoutItsEventEndsAfterFiveSeconds)
 {
     const LogLevelScope gos("[KORA][GOS]", LogLevel::Trace);
     const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     const auto start = std::chrono::steady_clock::now();
     auto done = onTask(giving<std::int8_t>(NCPManager_ReadRssi));
     EXPECT_EQ(pumpUntilDone(done), "0");
@@ -340,7 +340,7 @@ TEST_F(Commands, AWaitEndsByItsOwnEventAndTheEventTaskDoesNotWaitForIt)
         return accept(command) + (command == "0F 0B:" ? event("08 03", "01 00 BF") : "");
     });
     auto done = onTask(getAllBonds);
-    ASSERT_TRUE(testsupport::waitUntil([this] {
+    ASSERT_TRUE(waitUntil([this] {
         GBSSlave_TreatEvent();
         return m_chip.takeCommands().ends_with("0F 01: 04 03");
     }));

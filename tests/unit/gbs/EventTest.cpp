@@ -158,7 +158,7 @@ protected:
     }
 
     /// Lines of the event handling, without the node's name.
-    static Lines ncpLines(const testsupport::StdoutCapture& log)
+    static Lines ncpLines(const StdoutCapture& log)
     {
         const std::string node = "[NCP_MANAGER] ";
         Lines found;
@@ -189,11 +189,11 @@ TEST_F(Events, AreStoredLoggedAnsweredAndPassedOn)
 {
     const LogLevelScope ncp("NCP_MANAGER", LogLevel::Trace);
     const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
     for (const EventCase& row : kEventCases) {
         SCOPED_TRACE(row.name);
         auto waiting = onTask([] { return std::to_string(NCPManager_DTMTestRx(1, 1)); });
-        ASSERT_TRUE(testsupport::waitUntil([&] { return log.contains("WaitForSignal"); }));
+        ASSERT_TRUE(waitUntil([&] { return log.contains("WaitForSignal"); }));
         m_chip.takeCommands();
         journal.clear();
         log.clear();
@@ -217,7 +217,7 @@ TEST_F(Events, AreStoredLoggedAnsweredAndPassedOn)
 
 TEST_F(Events, OfAnyLengthDoNoHarm)
 {
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     for (const EventCase& row : kEventCases) {
         SCOPED_TRACE(row.name);
         for (std::size_t length = 0; length <= 256; length = length < 20 ? length + 1 : length + 59) {
@@ -234,7 +234,7 @@ TEST_F(Events, WithoutCallbacksAreLoggedAsUnprocessedAndNotAnswered)
 {
     setCallbacks(nullptr, nullptr, nullptr, nullptr, nullptr);
     const LogLevelScope level("NCP_MANAGER", LogLevel::Trace);
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
     for (const EventCase& row : kEventCases) {
         SCOPED_TRACE(row.name);
         log.clear();

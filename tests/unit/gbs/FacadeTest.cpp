@@ -1,8 +1,4 @@
 #include "Harness.h"
-#include "Pty.h"
-
-#include <atomic>
-#include <thread>
 
 using namespace gbstest;
 
@@ -106,7 +102,7 @@ TEST_F(Facade, RefusesArgumentsOutOfRange)
         {"capability 5", call(GBSSlave_SetIOCap, 5), Errno::unset},
     };
     const LogLevelScope gos("[KORA][GOS]", LogLevel::Trace);
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         log.clear();
@@ -134,12 +130,12 @@ TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
     EXPECT_FALSE(GBSSlave_IsLineHeld());
     EXPECT_EQ(GBSSlave_HelloNCP(), 0u);
     {
-        const testsupport::StdoutCapture log;
+        const StdoutCapture log;
         EXPECT_EQ(GBSSlave_Enable(), 0u);
         EXPECT_FALSE(log.contains("[RTapi.TASKS] Failed to find current task")) << "it would wait for 5 s";
     }
     EXPECT_EQ(m_chip.takeCommands(), "");
-    const testsupport::Pty line;
+    const Pty line;
     ASSERT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
     EXPECT_TRUE(GBSSlave_IsLineHeld());
     FakeChip chip;  // in the place of the terminal
@@ -161,12 +157,12 @@ TEST_F(Facade, LetsTheLineGoOnlyAfterTheEventThatIsBeingHandled)
     isBeingHandled = isLetGo = false;
     GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) {
         isBeingHandled = true;
-        EXPECT_FALSE(testsupport::waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
+        EXPECT_FALSE(waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
             << "this event would change the state of the stack's next run";
     });
     m_chip.send(kBoot);
     std::thread pump([] { GBSSlave_TreatEvent(); });
-    EXPECT_TRUE(testsupport::waitUntil([] { return isBeingHandled.load(); }));
+    EXPECT_TRUE(waitUntil([] { return isBeingHandled.load(); }));
     GBSSlave_LetGoLine();
     isLetGo = true;
     pump.join();

@@ -1,12 +1,8 @@
 #include "Harness.h"
 
 #include "LineOwner.h"
-#include "Pty.h"
 
-#include <atomic>
-#include <cstdio>
 #include <semaphore>
-#include <utility>
 
 namespace {
 std::array<std::atomic<int>, 5> requests;
@@ -75,7 +71,7 @@ void takeLine()
 {
     if (!LineOwner::isLetGo())
         return;
-    static const testsupport::Pty line;
+    static const Pty line;
     EXPECT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
     GBSSlave_ResumeEvents();
 }
@@ -190,7 +186,7 @@ std::future<std::string> onTask(std::function<std::string()> function)
 
 std::string pumpUntilDone(std::future<std::string>& done)
 {
-    const bool inTime = testsupport::waitUntil([&] {
+    const bool inTime = waitUntil([&] {
         GBSSlave_TreatEvent();
         return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     });

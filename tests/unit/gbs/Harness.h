@@ -4,19 +4,8 @@
 #include "GOS.h"
 #include "MemoryLine.h"
 #include "NCP_Manager.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "facade/LogFacade.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <functional>
-#include <future>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace gbstest {
 using Lines = std::vector<std::string>;

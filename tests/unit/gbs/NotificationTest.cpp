@@ -1,7 +1,5 @@
 #include "Harness.h"
 
-#include <gmock/gmock.h>
-
 using namespace gbstest;
 
 namespace {
@@ -26,7 +24,7 @@ class Notifications : public testing::Test
 protected:
     FakeChip m_chip;
     const LogLevelScope m_level{"NCP_MANAGER", LogLevel::Debug};
-    testsupport::StdoutCapture m_log;
+    StdoutCapture m_log;
 };
 }  // namespace
 
@@ -79,7 +77,7 @@ TEST_F(Notifications, EndWhenTheLineIsLetGo)
 {
     m_chip.answerWith(answerFrom(1000, ""));
     auto result = std::async(std::launch::async, [] { return notify(2); });
-    ASSERT_TRUE(testsupport::waitUntil([this] { return !m_chip.commands().empty(); }));
+    ASSERT_TRUE(waitUntil([this] { return !m_chip.commands().empty(); }));
     GBSSlave_LetGoLine();
     EXPECT_EQ(result.get(), 0u);
     EXPECT_LT(m_log.count("NO response."), 15);

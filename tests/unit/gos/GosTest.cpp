@@ -1,20 +1,7 @@
 #include "GOS.h"
-
-#include "StdoutCapture.h"
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <future>
-#include <string>
-#include <thread>
-#include <vector>
+#include "Testing.h"
 
 namespace {
-using testsupport::StdoutCapture;
 using Lines = std::vector<std::string>;
 
 // For what does not block to come back.

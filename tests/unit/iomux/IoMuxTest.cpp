@@ -1,22 +1,13 @@
 #include "BluetoothManager.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
+#include "Testing.h"
 #include "facade/LogFacade.h"
 
-#include <gmock/gmock.h>
 #include <sys/inotify.h>
 #include <sys/time.h>
 
-#include <chrono>
-#include <csignal>
-#include <functional>
-
 namespace {
-using namespace std::chrono_literals;
-using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kPulse = 100ms;
@@ -52,9 +43,9 @@ std::vector<std::string> fileEvents(int watch)
 
 TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
 {
-    const testsupport::TempDir directory;
+    const TempDir directory;
     const std::string path = directory.write("pin", "");
-    const testsupport::UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    const UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     ASSERT_GE(::inotify_add_watch(watch.get(), path.c_str(), IN_OPEN | IN_MODIFY | IN_CLOSE_WRITE), 0);
     LinuxOutputPin pin(path.c_str());
     const std::pair<std::function<void()>, const char*> changes[] = {{[&] { pin.setLow(); }, "0"},
@@ -64,7 +55,7 @@ TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
     for (const auto& [change, level] : changes) {
         change();
         EXPECT_THAT(fileEvents(watch.get()), ElementsAre("open", "write", "close"));
-        EXPECT_EQ(testsupport::readFile(path), level);
+        EXPECT_EQ(readFile(path), level);
         (void)fileEvents(watch.get());  // of the look at the file
     }
 }
@@ -96,7 +87,7 @@ TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
     const std::string line = "<ERROR> [LinuxOutputPin] Unable to access GPIO /nowhere/reset";
     LinuxOutputPin pin("/nowhere/reset");
     IoEfr32Manager manager(pin);
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     manager.resetEfr32(true);
     EXPECT_EQ(log.count(line), 1);
     manager.resetEfr32(false);
@@ -110,7 +101,7 @@ TEST(ResetLine, TellsTheBluetoothManagerThatItsStackIsDown)
     IoEfr32Manager manager(pin);
     for (const bool hold : {true, false}) {
         BluetoothManager::instance().bleIsReady();
-        testsupport::StdoutCapture log;
+        StdoutCapture log;
         manager.resetEfr32(hold);
         log.clear();
         BluetoothManager::instance().stop();

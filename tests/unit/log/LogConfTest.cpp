@@ -1,24 +1,12 @@
-#include "Rows.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
+#include "Testing.h"
 #include "conf/LogConf.h"
 #include "facade/Log.h"
 
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <map>
-#include <string>
-#include <vector>
 
 namespace {
-using testsupport::Rows;
-using testsupport::StdoutCapture;
-using testsupport::TempDir;
-
 class LogConfFile : public testing::Test
 {
 protected:
@@ -78,7 +66,7 @@ TEST_F(LogConfFile, IsSharedWithWhoeverAsks)
     LogConf::readConf(m_dir.write("log.cfg", "share : INFO # why\n\n# only\nshare.x:5\n").c_str());
     EXPECT_STREQ(shared.data(), "share:INFO\nshare.x:5\n");
     ASSERT_EQ(::mkfifo(m_dir.file("fifo").c_str(), 0600), 0);
-    const testsupport::UniqueFd writer(::open(m_dir.file("fifo").c_str(), O_RDWR | O_CLOEXEC));
+    const UniqueFd writer(::open(m_dir.file("fifo").c_str(), O_RDWR | O_CLOEXEC));
     for (const std::string& unreadable : {m_dir.file("missing"), m_dir.path(), m_dir.file("fifo")}) {
         shared[0] = '?';
         StdoutCapture capture;

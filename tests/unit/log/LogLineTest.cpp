@@ -1,19 +1,8 @@
-#include "Rows.h"
-#include "StdoutCapture.h"
+#include "Testing.h"
 #include "facade/Log.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 // A start late in its second makes most elapsed times borrow one.
@@ -38,9 +27,6 @@ static void setElapsed(long seconds, long microseconds)
 }
 
 namespace {
-using testsupport::Rows;
-using testsupport::StdoutCapture;
-
 LogNode& node(const char* name)
 {
     return *LogFacade::inst().findOrCreateNode(name, -1);

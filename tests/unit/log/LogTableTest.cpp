@@ -1,13 +1,6 @@
-#include "Rows.h"
+#include "Testing.h"
 #include "facade/LogTable.h"
 #include "facade/LogText.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <string>
-
-using testsupport::Rows;
 
 TEST(LogTable, DumpsItsRangeAndCutsWhatDoesNotFit)
 {

@@ -1,16 +1,7 @@
-#include "Rows.h"
-#include "StdoutCapture.h"
+#include "Testing.h"
 #include "facade/Log.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 namespace {
-using testsupport::Rows;
-using testsupport::StdoutCapture;
-
 TEST(LogLevels, ReadConfigurationWords)
 {
     for (const auto& [text, level] :

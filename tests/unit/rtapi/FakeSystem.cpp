@@ -2,9 +2,6 @@
 
 #include <semaphore.h>
 
-#include <cerrno>
-#include <utility>
-
 namespace fakesystem {
 thread_local int semInitError = 0;
 thread_local int semWaitError = 0;

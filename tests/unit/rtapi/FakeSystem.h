@@ -1,14 +1,7 @@
 #pragma once
 
-#include "StdoutCapture.h"
+#include "Testing.h"
 #include "facade/LogFacade.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <ctime>
-#include <string>
-#include <vector>
 
 using Lines = std::vector<std::string>;
 

@@ -1,12 +1,9 @@
 #include "FakeSystem.h"
-#include "Rows.h"
 #include "mailbox/MailBox.h"
 
 #include <semaphore>
-#include <thread>
 
 namespace {
-using testsupport::Rows;
 class TestLock : public FifoMutexI
 {
 public:

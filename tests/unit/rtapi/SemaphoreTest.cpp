@@ -2,13 +2,7 @@
 #include "semaphore/MutexPosix.h"
 #include "semaphore/SemPosix.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-
 namespace {
-using testsupport::StdoutCapture;
-
 TEST(MutexPosix, ReportsAFailedWaitButWaitsOnAfterASignalHandler)
 {
     MutexPosix mutex;

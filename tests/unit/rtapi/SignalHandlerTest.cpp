@@ -1,15 +1,7 @@
 #include "FakeSystem.h"
-#include "Rows.h"
-#include "Wait.h"
 #include "signalHandler/SignalHandler.h"
 
-#include <future>
-
 namespace {
-using testsupport::Rows;
-using testsupport::StdoutCapture;
-using testsupport::waitUntil;
-
 /// A moment of a second at which a timed wait of up to 999 ms can be expressed, as every one of these starts.
 constexpr long kStartOfSecond = 0;
 constexpr long kEndOfSecond = 999'999'999;

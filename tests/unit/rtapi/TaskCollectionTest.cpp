@@ -1,11 +1,7 @@
 #include "FakeSystem.h"
 #include "thread/TaskCollection.h"
 
-#include <array>
-
 namespace {
-using testsupport::StdoutCapture;
-
 constexpr int kMessageSize = 4;
 TaskCollection* running = nullptr;  // what the bodies of the tasks work with
 

@@ -2,7 +2,6 @@
 #include "thread/Thread.h"
 
 #include <pthread.h>
-#include <unistd.h>
 
 namespace {
 void startWithoutSystemMemory()

@@ -2,23 +2,12 @@
 #include "LineOwner.h"
 #include "NCPDriver.h"
 #include "NCPManagerSBL.h"
-#include "Pty.h"
-#include "Rows.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "efr32sim/Chip.h"
 #include "uart_posix.h"
 
-#include <gmock/gmock.h>
-
-#include <thread>
-
 namespace {
 using efr32sim::Bytes;
-using testing::HasSubstr;
-using testsupport::Rows;
-using testsupport::StdoutCapture;
 
 Bytes makeImage(std::size_t size)
 {
@@ -114,7 +103,7 @@ protected:
     SilentPeer() { EXPECT_EQ(NCPDriver_Init(pty.slavePath().c_str()), 1U); }
     ~SilentPeer() override { LineOwner::letGo(); }
 
-    testsupport::Pty pty;
+    Pty pty;
 };
 
 TEST_F(SilentPeer, GetsThreeResetsAndNothingElse)
@@ -152,7 +141,7 @@ TEST_F(SilentPeer, KeepsTheModeWhenThePromptComesBackInsteadOfTheApplication)
     EXPECT_EQ(NCPManagerSBL_GetIsBootloaderMode(), 1);
     LineOwner::resumeEvents();
     pty.write("BL >");
-    EXPECT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 4; }));
+    EXPECT_TRUE(waitUntil([] { return uartRxPeek() == 4; }));
     GBSSlave_TreatEvent();
     EXPECT_EQ(uartRxPeek(), 4) << "the event pump leaves the bootloader's text alone";
     EXPECT_THAT(output.text(), testing::EndsWith("\nRun exploit...01H \xFF"

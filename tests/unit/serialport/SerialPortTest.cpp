@@ -1,26 +1,11 @@
-#include "Pty.h"
-#include "Rows.h"
 #include "SerialPort.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "facade/LogFacade.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/resource.h>
 
-#include <csignal>
-
 namespace {
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
-using testsupport::Rows;
-
 class SerialPortOnALine : public testing::Test
 {
 protected:
@@ -45,7 +30,7 @@ protected:
     /// Waits until so many bytes can be read; without log lines.
     void waitForInput(int count)
     {
-        EXPECT_TRUE(testsupport::waitUntil([&] { return port.bytesAvailable() == count; }));
+        EXPECT_TRUE(waitUntil([&] { return port.bytesAvailable() == count; }));
         log.clear();
     }
     /// The only log line since the last clear().
@@ -56,9 +41,9 @@ protected:
         return lines.empty() ? "" : lines.front();
     }
 
-    testsupport::Pty line;
+    Pty line;
     SerialPort port = makePort(line.slavePath());
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
 };
 
 std::string errorLine(const std::string& text)
@@ -157,7 +142,7 @@ TEST_F(SerialPortOnALine, RefusesAShortRead)
 
 TEST_F(SerialPortOnALine, AShortWriteIsAFailureAlsoWhenNothingIsLogged)
 {
-    const testsupport::TempDir directory;
+    const TempDir directory;
     const std::string path = directory.write("no-terminal", "");
     SerialPort file = makePort(path);
     EXPECT_FALSE(file.openDevice());
@@ -202,8 +187,8 @@ TEST_F(SerialPortOnALine, AClosedPortTouchesNoDescriptor)
     port.closeDevice();
     EXPECT_EQ(onlyLine(), traceLine("UART port closed."));
     // The number of the closed descriptor goes to the next file that is opened.
-    const testsupport::TempDir directory;
-    const testsupport::UniqueFd next(::open(directory.write("pin", "").c_str(), O_RDWR | O_CLOEXEC));
+    const TempDir directory;
+    const UniqueFd next(::open(directory.write("pin", "").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(next.get(), port.descriptor());
     log.clear();
 
@@ -226,6 +211,6 @@ TEST_F(SerialPortOnALine, AClosedPortTouchesNoDescriptor)
                     errorLine("Error during get the number of byte available: " + reason),
                     traceLine("-1 bytes to read on serial port"),
                     errorLine("Error setting tty attributes " + line.slavePath() + " - " + reason + ".")));
-    EXPECT_EQ(testsupport::readFile(directory.file("pin")), "");
+    EXPECT_EQ(readFile(directory.file("pin")), "");
 }
 }  // namespace

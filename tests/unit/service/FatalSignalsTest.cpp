@@ -1,17 +1,10 @@
 // Each case crashes a process of its own and looks at what it leaves. Plain signals are left to the tests of
 // the whole service.
 #include "FatalSignals.h"
-#include "Rows.h"
+#include "Testing.h"
 #include "thread/Thread.h"
 
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
 #include <climits>
-#include <csignal>
-#include <cstdlib>
-#include <thread>
 
 /// The handler calls what is unsafe in a signal, deliberately; and no thread is joined before a crash.
 extern "C" const char* __tsan_default_options()
@@ -102,7 +95,7 @@ void run(void (*body)())
 TEST(Crash, LeavesItsLineABacktraceAndStatusOne)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    for (const auto& [name, body, line] : testsupport::Rows<void (*)(), std::string>{
+    for (const auto& [name, body, line] : Rows<void (*)(), std::string>{
              {"stack overflow", overflowStack, kSegvLine},
              {"stack overflow on a task", [] { onThread(overflowStack); }, kSegvLine},
              {"a second fault inside exit", crashInsideExit, kSegvLine},

@@ -1,22 +1,12 @@
 #include "Systemd.h"
-
-#include "Rows.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
-
-#include <gtest/gtest.h>
+#include "Testing.h"
 
 #include <QCoreApplication>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstdlib>
-
 namespace {
-using namespace std::chrono_literals;
-
 /// What systemd is told up to now, without its line ends.
 class Notifications
 {
@@ -37,8 +27,8 @@ public:
     }
 
 private:
-    testsupport::TempDir m_dir;
-    testsupport::UniqueFd m_socket;
+    TempDir m_dir;
+    UniqueFd m_socket;
 };
 
 TEST(Watchdog, IsFedWhileEverythingThatRunsIsAlive)
@@ -48,12 +38,12 @@ TEST(Watchdog, IsFedWhileEverythingThatRunsIsAlive)
     const Notifications notifications;
     ::setenv("WATCHDOG_USEC", "1", 1);  // every event feeds
     std::optional<std::chrono::milliseconds> silence;
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     Systemd systemd({{"quick", 1s, [] { return 0ms; }}, {"slow", 10s, [&] { return silence; }}});
     systemd.ready();
     EXPECT_EQ(notifications.next(), "READY=1");
     for (const auto& [name, value, told, lines] :
-         testsupport::Rows<std::optional<std::chrono::milliseconds>, const char*, int>{
+         Rows<std::optional<std::chrono::milliseconds>, const char*, int>{
              {"not running", std::nullopt, "WATCHDOG=1", 0},
              {"alive", 9'999ms, "WATCHDOG=1", 0},
              {"dead", 10'000ms, "", 1},

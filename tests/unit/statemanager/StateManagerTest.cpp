@@ -1,13 +1,8 @@
 #include "BriscaStateManager.h"
 #include "StateHandlerI.h"
-#include "StdoutCapture.h"
-
-#include <gmock/gmock.h>
+#include "Testing.h"
 
 namespace {
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class RecordingState : public StateHandlerI
 {
 public:
@@ -31,7 +26,7 @@ protected:
                " state";
     }
 
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
     BriscaStateManager manager;
     RecordingState firmware{manager};
 };

@@ -1,18 +1,11 @@
 #include "BluetoothManager.h"
 #include "BootloaderState.h"
 #include "Fakes.h"
-#include "Rows.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
 #include "facade/LogFacade.h"
 
 #include <sys/stat.h>
 
-#include <algorithm>
-
 namespace {
-using testing::ElementsAre;
-
 struct Station
 {
     Station()
@@ -26,7 +19,7 @@ struct Station
     FakeBootloader console{calls};
     BriscaStateManager manager;
     BootloaderState state{manager, resetLine, console};
-    testsupport::StdoutCapture log;
+    StdoutCapture log;
 };
 class Bootloader : public testing::Test, protected Station
 {
@@ -64,7 +57,7 @@ TEST(BootloaderEntry, EndsAsItsAttemptsDeserve)
         EXPECT_EQ(std::count(calls.begin(), calls.end(), "pulse"), row.pulses);
         // The port stays open for the requests of this state, and for nobody else.
         EXPECT_EQ(calls.back(), row.end == BOOTLOADER ? "pulse" : "close");
-        EXPECT_THAT(station.log.logLines().back(), testing::HasSubstr(row.lastLine));
+        EXPECT_THAT(station.log.logLines().back(), HasSubstr(row.lastLine));
     }
 }
 
@@ -72,12 +65,12 @@ TEST_F(Bootloader, KeepsAnyNameAndTellsOfOneThatWillNotBeOnTheAir)
 {
     manager.switchState(BOOTLOADER);
     const QString twoBytes = QString::fromUtf8("\xC3\xA9");
-    for (const auto& [name, given, kept, warnings] : testsupport::Rows<QString, QString, int>{
-             {"the longest", QString(29, 'n'), QString(29, 'n'), 0},
-             {"one byte too long", twoBytes.repeated(15), twoBytes.repeated(15), 1},
-             {"none", QString(), QString(), 1},
-             {"cut in front of a character", 'n' + twoBytes.repeated(200), 'n' + twoBytes.repeated(123),
-              1}}) {
+    for (const auto& [name, given, kept, warnings] :
+         Rows<QString, QString, int>{{"the longest", QString(29, 'n'), QString(29, 'n'), 0},
+                                     {"one byte too long", twoBytes.repeated(15), twoBytes.repeated(15), 1},
+                                     {"none", QString(), QString(), 1},
+                                     {"cut in front of a character", 'n' + twoBytes.repeated(200),
+                                      'n' + twoBytes.repeated(123), 1}}) {
         SCOPED_TRACE(name);
         log.clear();
         state.setBleName(given);
@@ -88,7 +81,7 @@ TEST_F(Bootloader, KeepsAnyNameAndTellsOfOneThatWillNotBeOnTheAir)
 
 TEST_F(Bootloader, UploadsOnlyFromARegularFileThatCanBeRead)
 {
-    const testsupport::TempDir directory;
+    const TempDir directory;
     ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
     const QString image = QString::fromStdString(directory.write("image.gbl", "firmware"));
     manager.switchState(BOOTLOADER);

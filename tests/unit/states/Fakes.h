@@ -4,11 +4,7 @@
 #include "BriscaStateManager.h"
 #include "ImageFile.h"
 #include "IoEfr32ManagerI.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
+#include "Testing.h"
 
 /// What happened below the states, in order.
 using Calls = std::vector<std::string>;

@@ -4,13 +4,8 @@
 #include "ErrorState.h"
 #include "Fakes.h"
 #include "FirmwareState.h"
-#include "Rows.h"
-#include "StdoutCapture.h"
 
 namespace {
-using testing::ElementsAreArray;
-using testsupport::Rows;
-
 std::string step(const std::string& text)
 {
     return "<NOTIC> [BriscaService.states.FirmwareState] " + text;
@@ -39,7 +34,7 @@ TEST(FirmwareEntry, LogsItsStepsAndEndsAsTheyDeserve)
         FirmwareState state(manager, resetLine, console);
         manager.registerStateHandler(FIRMWARE, state);
         console.script(attempts);
-        const testsupport::StdoutCapture log;
+        const StdoutCapture log;
         manager.switchState(FIRMWARE);
         EXPECT_EQ(manager.getCurrentState(), end);
         auto lines = log.logLines();

@@ -1,24 +1,13 @@
 #include "LineOwner.h"
 #include "NCPDriver.h"
-#include "Pty.h"
-#include "StdoutCapture.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "gecko.h"
 #include "uart_posix.h"
-
-#include <gtest/gtest.h>
 
 #include <poll.h>
 #include <sys/ioctl.h>
 
-#include <atomic>
-#include <filesystem>
-#include <thread>
-
 namespace {
-using testsupport::Pty;
-using testsupport::waitUntil;
-
 const std::string kEvent("\xA0\x02\x08\x00xy", 6);
 const std::string kResponse("\x20\x02\x03\x15\0\0", 6);
 const std::string kCommand("\x20\x01\x03\x15\0", 5);
@@ -105,7 +94,7 @@ TEST_F(OwnedLine, IsTakenAnewAnyNumberOfTimesWithoutLeaking)
     EXPECT_FALSE(LineOwner::isHeld());
     EXPECT_TRUE(LineOwner::isLetGo());
 
-    const testsupport::StdoutCapture quiet;
+    const StdoutCapture quiet;
     EXPECT_EQ(NCPDriver_Init("/dev/no-such-line"), 0U);
     EXPECT_FALSE(LineOwner::isHeld());
     take();
@@ -210,7 +199,7 @@ TEST_F(OwnedLine, EndsWhatIsInProgressWhenItIsLetGoAndIsLeftFree)
 
 TEST_F(OwnedLine, EndsItsWaitsWhenItHangsUp)
 {
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     std::thread pump([] { EXPECT_EQ(gecko_wait_event(), nullptr); });
     pty.hangUp();
     pump.join();

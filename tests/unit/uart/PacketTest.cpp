@@ -1,19 +1,7 @@
 #include "MemoryLine.h"
-#include "Rows.h"
-#include "Wait.h"
-
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <numeric>
-#include <string>
-#include <thread>
-#include <vector>
+#include "Testing.h"
 
 namespace {
-using testing::ElementsAre;
-using testsupport::Rows;
-
 std::string packet(std::uint8_t type, std::uint8_t classId, std::uint8_t id, const std::string& payload = {})
 {
     const std::uint8_t header[] = {static_cast<std::uint8_t>(type | (payload.size() >> 8)),
@@ -187,7 +175,7 @@ TEST_F(Packets, ThatStopAreGivenUpAndThoseThatKeepComingAreNot)
         return queuedEvents();
     };
     // A busy machine may hold the chip's bytes back for too long.
-    EXPECT_TRUE(testsupport::waitUntil([&] { return dripped() == std::vector{whole}; }));
+    EXPECT_TRUE(waitUntil([&] { return dripped() == std::vector{whole}; }));
 }
 
 TEST_F(Packets, ACommandIsSentWithoutALookAtTheLine)

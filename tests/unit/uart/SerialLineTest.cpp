@@ -1,23 +1,10 @@
 #include "NCPDriver.h"
-#include "Pty.h"
-#include "Rows.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "uart_posix.h"
-
-#include <gmock/gmock.h>
 
 #include <termios.h>
 
-#include <thread>
-
 namespace {
-using testing::ElementsAre;
-using testsupport::Pty;
-using testsupport::Rows;
-using testsupport::StdoutCapture;
-
 constexpr std::uint32_t kBaud = 115200;
 
 class SerialLine : public testing::Test
@@ -82,7 +69,7 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
               "Error setting TIOCEXCL on /dev/null - Inappropriate ioctl for device(25)."}}) {
         open();  // what was open before is given up, too
         const StdoutCapture log;
-        const std::size_t before = testsupport::entriesOf("/proc/self/fd");
+        const std::size_t before = entriesOf("/proc/self/fd");
         std::uint8_t byte = 0;
         errno = 0;
         EXPECT_EQ(uartOpen(path, baud, 1, 100), -1);
@@ -90,7 +77,7 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
         EXPECT_EQ(uartTx(1, &byte), -1);
         EXPECT_EQ(uartRxNonBlocking(1, &byte), -1);
         EXPECT_EQ(uartRxPeek(), -1);
-        EXPECT_EQ(testsupport::entriesOf("/proc/self/fd"), before - 1);
+        EXPECT_EQ(entriesOf("/proc/self/fd"), before - 1);
         EXPECT_THAT(log.logLines(),
                     ElementsAre(std::string("<ERROR> [serial_brisca] ") + logged,
                                 "<ERROR> [serial_brisca] [uartOpen] Failed to open serial port",
@@ -107,8 +94,7 @@ TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
 
     std::thread chip([this] {
         pty.write("ab");
-        EXPECT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 0; }))
-            << "the first piece was not taken";
+        EXPECT_TRUE(waitUntil([] { return uartRxPeek() == 0; })) << "the first piece was not taken";
         pty.write("cde");
     });
     std::uint8_t bytes[4] = {};
@@ -135,7 +121,7 @@ TEST_F(SerialLine, RxAllTakesWhatWaitsWithinItsBounds)
     std::uint8_t bytes[kRxAllCapacity + 1] = {};
     EXPECT_EQ(NCPDriver_RxAll(bytes), 0U);
     pty.write(std::string(kRxAllCapacity + 44, 'x'));
-    ASSERT_TRUE(testsupport::waitUntil([] { return uartRxPeek() == 300; }));
+    ASSERT_TRUE(waitUntil([] { return uartRxPeek() == 300; }));
     EXPECT_EQ(NCPDriver_RxAll(bytes, 4), 4U);
     EXPECT_EQ(NCPDriver_RxAll(bytes), kRxAllCapacity);
     EXPECT_EQ(bytes[kRxAllCapacity], 0) << "beyond the buffer's capacity";

@@ -1,9 +1,5 @@
 #include "StringUtils.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "Testing.h"
 
 namespace {
 TEST(StringUtils, SplitsAtRunsOfOneCharacter)

@@ -1,14 +1,9 @@
 // The sender against a receiver that knows nothing of it.
 #include "Process.h"
-#include "Pty.h"
-#include "TempDir.h"
-#include "Wait.h"
+#include "Testing.h"
 #include "xymodem.h"
 
-#include <gtest/gtest.h>
 #include <poll.h>
-
-#include <thread>
 
 namespace {
 /// lrzsz's XMODEM receiver in CRC mode on a pseudo-terminal; the test holds the line's other end.
@@ -25,12 +20,11 @@ public:
     /// True when rx sleeps, which it does in a read only, or has ended.
     [[nodiscard]] bool isWaiting() const
     {
-        const std::string status =
-            testsupport::readFile("/proc/" + std::to_string(m_process.pid()) + "/stat");
+        const std::string status = readFile("/proc/" + std::to_string(m_process.pid()) + "/stat");
         const std::size_t state = status.rfind(") ");
         return state == std::string::npos || status[state + 2] == 'S' || status[state + 2] == 'Z';
     }
-    [[nodiscard]] auto end() { return m_process.waitEnd(testsupport::kPatience); }
+    [[nodiscard]] auto end() { return m_process.waitEnd(kPatience); }
 
 private:
     Process m_process;
@@ -49,7 +43,7 @@ public:
     [[nodiscard]] int sender() const { return m_senderEnd.slave(); }
 
 private:
-    static void forward(const testsupport::Pty& from, const testsupport::Pty& to)
+    static void forward(const Pty& from, const Pty& to)
     {
         char bytes[512];
         const ssize_t count = ::read(from.master(), bytes, sizeof bytes);
@@ -71,8 +65,8 @@ private:
         }
     }
 
-    testsupport::Pty m_senderEnd;
-    testsupport::Pty m_receiverEnd;
+    Pty m_senderEnd;
+    Pty m_receiverEnd;
 
 public:
     Rx receiver;
@@ -90,7 +84,7 @@ TEST(LrzszReceiver, GetsTheFile)
     } rows[] = {{1}, {127}, {128}, {129}, {32'773}, {100'000}, {32'773, "--errors 12001"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.size) + " bytes " + row.options);
-        const testsupport::TempDir directory;
+        const TempDir directory;
         std::string image = testsupport::content(row.size);
         const std::string path = directory.write("image", image);
         Line line(directory.file("received"), row.options);
@@ -98,13 +92,13 @@ TEST(LrzszReceiver, GetsTheFile)
         EXPECT_EQ(line.receiver.end(), "exit 0");
 
         image.resize((image.size() + 127) / 128 * 128, '\xFF');
-        EXPECT_TRUE(testsupport::readFile(directory.file("received")) == image) << "received another file";
+        EXPECT_TRUE(readFile(directory.file("received")) == image) << "received another file";
     }
 }
 
 TEST(LrzszReceiver, EndsWhenItIsCancelled)
 {
-    const testsupport::TempDir directory;
+    const TempDir directory;
     Line line(directory.file("received"), "");
     char ping = 0;
     EXPECT_EQ(::read(line.sender(), &ping, 1), 1);

@@ -1,20 +1,11 @@
-#include "Pty.h"
-#include "StdoutCapture.h"
-#include "TempDir.h"
+#include "Testing.h"
 #include "crc16.h"
 #include "facade/LogFacade.h"
 #include "xymodem.h"
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <future>
-
 namespace {
-using namespace std::chrono_literals;
-using namespace std::string_literals;
-using testing::ElementsAre;
 using testsupport::content;
 
 constexpr char kAck = '\x06';
@@ -74,8 +65,8 @@ protected:
         return received;
     }
 
-    testsupport::TempDir directory;
-    testsupport::Pty line;
+    TempDir directory;
+    Pty line;
     std::future<int> sender;
 };
 
@@ -125,7 +116,7 @@ TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
 
 TEST_F(XmodemSender, LogsTheReceiversWordsWhenItGivesUp)
 {
-    const testsupport::StdoutCapture log;
+    const StdoutCapture log;
     start(directory.write("image", content(1)));
     (void)play("C", k55 + "f");
     EXPECT_EQ(sender.get(), -1);
@@ -139,8 +130,8 @@ TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
     const std::string path = directory.write("image", content(1000));
     for (const bool beforeTheStart : {true, false}) {
         SCOPED_TRACE(beforeTheStart ? "before the 'C'" : "after two blocks");
-        line = testsupport::Pty();
-        const testsupport::StdoutCapture log;
+        line = Pty();
+        const StdoutCapture log;
         start(path);
         if (!beforeTheStart) {
             line.write("C");
