@@ -42,8 +42,38 @@ while IFS='|' read -r test rounds result repeated threads descriptors children r
     printf "$format" "${test/LeadToTheRightStateAndTheNextRequestWorks\//}" "$rounds" "$result" "$repeated" \
         "$threads" "$descriptors" "$children" "$resident"
 done <"$report"
+# shellcheck disable=SC2016  # the dollars are awk's
+tally='
+function note(row, cell) {
+    cell = row SUBSEP $3
+    faults[cell]++
+    served[cell] += $5 >= 0
+    if ($5 > slowest[cell]) { slowest[cell] = $5; which[row, $3] = $2 ", " $4 }
+}
+function show(row, kind) {
+    printf "%-48s", row
+    for (kind = 1; kind <= kinds; kind++)
+        printf " %4d /%4d %6d", served[row, names[kind]], faults[row, names[kind]], slowest[row, names[kind]]
+    print ""
+}
+BEGIN {
+    kinds = split("lost cut twice flipped stray", names, " ")
+    printf "%-48s", "packet: served / faults, slowest in ms"
+    for (kind = 1; kind <= kinds; kind++) printf " %17s", names[kind]
+    print ""
+}
+$1 " " $2 != packet { if (packet != "") show(packet); packet = $1 " " $2 }
+{ note(packet); note("all") }
+END {
+    show(packet)
+    show("all")
+    for (kind = 1; kind <= kinds; kind++) print "slowest of " names[kind] ": " which["all", names[kind]]
+}'
 if [[ SingleFault =~ $filter ]]; then
+    log=build/$preset/endurance-SingleFault.log
     BRISCA_FAULTS_SAMPLE=0 BRISCA_FAULTS_PERIOD_MS=10000 BRISCA_FAULTS_PROCESSES=16 \
-        "build/$preset/tests/endurance/singlefault_test" || status=1
+        "build/$preset/tests/endurance/singlefault_test" >"$log" 2>&1 || status=1
+    # An outcome of -2: the packet never came.
+    grep -E '^[0-9]+\|' "$log" | grep -v '|-2$' | sort -t'|' -nk1,1 | awk -F'|' "$tally"
 fi
 exit $status
