@@ -60,13 +60,6 @@ TEST(OutputPin, OpensWritesOneByteAndClosesForEachChange)
     }
 }
 
-TEST(ResetLine, HoldsTheChip)
-{
-    RecordingPin pin;
-    IoEfr32Manager(pin).resetEfr32(true);
-    EXPECT_THAT(pin.levels, ElementsAre(false));
-}
-
 TEST(ResetLine, PulsesLowForOneHundredMillisecondsAlsoWhenSignalsArrive)
 {
     struct sigaction onAlarm = {};
