@@ -115,65 +115,6 @@ TEST_P(Neighbours, AreSurvived)
 INSTANTIATE_TEST_SUITE_P(Rows, Neighbours, testing::ValuesIn(kNeighbours),
                          [](const auto& row) { return std::string(row.param.name); });
 
-std::string padded(std::string bytes)
-{
-    bytes.resize((bytes.size() + 7) / 8 * 8);
-    return bytes;
-}
-
-std::string le32(std::size_t value)
-{
-    return {static_cast<char>(value), static_cast<char>(value >> 8), 0, 0};
-}
-
-/// A call, with a text or without, as it stands on the wire: the bus library does not send texts that are no
-/// UTF-8.
-std::string wireCall(unsigned serial, const std::string& service, const std::string& path,
-                     const std::string& interface, const std::string& method, const std::string& text = {})
-{
-    using Field = std::tuple<char, char, std::string>;  // what, type, value
-    std::string fields;
-    for (const auto& [what, type, value] :
-         {Field(1, 'o', path), Field(2, 's', interface), Field(3, 's', method), Field(6, 's', service)})
-        fields = padded(fields) + what + '\1' + type + '\0' + le32(value.size()) + value + '\0';
-    std::string body;
-    if (!text.empty()) {
-        fields = padded(fields) + std::string("\x08\1g\0\1s\0", 7);
-        body = le32(text.size()) + text + '\0';
-    }
-    return std::string("l\1\0\1", 4) + le32(body.size()) + le32(serial) + le32(fields.size()) +
-           padded(fields) + body;
-}
-
-/// What becomes of a client of the bus that names the station so.
-std::string fateOfNaming(const std::string& name)
-{
-    const UniqueFd bus(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval patience = {60, 0};
-    ::setsockopt(bus.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    const sockaddr_un address = {AF_UNIX, "/tmp/bus"};
-    if (::connect(bus.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        return "no bus";
-    std::string sent = std::string(1, '\0') + "AUTH EXTERNAL ";
-    for (const char digit : std::to_string(::getuid()))
-        sent += {'3', digit};
-    sent += "\r\nBEGIN\r\n" +
-            wireCall(1, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "Hello") +
-            wireCall(2, "org.voltra.brisca", "/", "brisca.service", "changeBleName", name);
-    if (::send(bus.get(), sent.data(), sent.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(sent.size()))
-        return "not sent";
-    const std::string replyToSecond("\5\1u\0\2\0\0\0", 8);
-    std::string received;
-    while (received.find(replyToSecond) == std::string::npos) {
-        char bytes[256];
-        const ssize_t count = ::recv(bus.get(), bytes, sizeof bytes, 0);
-        if (count <= 0)
-            return count == 0 || errno == ECONNRESET ? "thrown out" : "no answer";
-        received.append(bytes, static_cast<std::size_t>(count));
-    }
-    return "answered";
-}
-
 class Surroundings : public Endurance
 {
 protected:
@@ -288,18 +229,6 @@ TEST_F(Surroundings, NamesAreVeryLong)
     ASSERT_TRUE(awaitSignal("bleIsStarted"));
     EXPECT_EQ(efr32sim::Phone(chip).scan()->scanResponse.localName(), std::nullopt)
         << "31 bytes, the last one half a character, do not fit the scan response: the station goes without";
-    serveRounds();
-}
-
-TEST_F(Surroundings, NamesAreNotUtf8)
-{
-    ASSERT_NO_FATAL_FAILURE(startIn("BOOTLOADER"));
-    EXPECT_EQ(fateOfNaming("good"), "answered");
-    EXPECT_EQ(fateOfNaming("\xFF\xFE\xC3"), "thrown out");
-    EXPECT_EQ(client->call("getBriscaState"), kBootloader);
-    client->send("startFirmwareApp");
-    ASSERT_TRUE(awaitSignal("bleIsStarted"));
-    EXPECT_EQ(efr32sim::Phone(chip).scan()->scanResponse.localName(), "good");
     serveRounds();
 }
 }  // namespace

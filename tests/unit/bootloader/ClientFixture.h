@@ -17,17 +17,19 @@ protected:
         LogFacade::setLevel("BriscaService.FwUpdateWorker", LogLevel::Debug);
     }
 
-    static std::string errorLine(const std::string& text)
+    /// While every operation but close() must fail.
+    static void expectRefusals(An760& client)
     {
-        return "<ERROR> [BriscaService.comm.An760] " + text;
-    }
-    static std::string warnLine(const std::string& text)
-    {
-        return "<WARN > [BriscaService.comm.An760] " + text;
-    }
-    static std::string debugLine(const std::string& text)
-    {
-        return "<DEBUG> [BriscaService.comm.An760] " + text;
+        QString version = "of before";
+        std::vector<char> received;
+        EXPECT_FALSE(client.sendCarriageReturn());
+        EXPECT_FALSE(client.send('x'));
+        EXPECT_FALSE(client.startFirmware());
+        EXPECT_FALSE(client.getFirmwareVersion(version));
+        EXPECT_EQ(version, "");
+        client.updateFirmware("/nowhere/image");
+        EXPECT_FALSE(client.waitCommandPrompt(received));
+        EXPECT_TRUE(received.empty());
     }
 
     int argc = 1;
@@ -37,20 +39,3 @@ protected:
     TempDir directory;
     StdoutCapture log;
 };
-
-/// The log lines of every operation but close() while all of them must fail.
-inline std::vector<std::string> linesOfRefusedOperations(An760& client, StdoutCapture& log)
-{
-    log.clear();
-    QString version = "of before";
-    std::vector<char> received;
-    EXPECT_FALSE(client.sendCarriageReturn());
-    EXPECT_FALSE(client.send('x'));
-    EXPECT_FALSE(client.startFirmware());
-    EXPECT_FALSE(client.getFirmwareVersion(version));
-    EXPECT_EQ(version, "");
-    client.updateFirmware("/nowhere/image");
-    EXPECT_FALSE(client.waitCommandPrompt(received));
-    EXPECT_TRUE(received.empty());
-    return log.logLines();
-}

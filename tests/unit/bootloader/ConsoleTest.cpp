@@ -25,14 +25,9 @@ TEST_F(Console, TakesTheTextUpToThePrompt)
                                         {"a beginning breaks it", "BL BL >BL >", 11}}) {
         SCOPED_TRACE(title);
         received.clear();
-        log.clear();
         line.write(text);
         EXPECT_TRUE(client.waitCommandPrompt(received));
-        const std::string expected = text.substr(0, found);
-        EXPECT_EQ(std::string(received.begin(), received.end()), expected);
-        EXPECT_THAT(log.logLines(),
-                    ElementsAre(debugLine(std::to_string(expected.size()) + " char read on serial port."),
-                                debugLine("Bootloader prompt found.")));
+        EXPECT_EQ(std::string(received.begin(), received.end()), text.substr(0, found));
     }
 }
 
@@ -50,19 +45,17 @@ TEST_F(Console, KeepsTheNewest64KiBOfABabblingChip)
 
 TEST_F(Console, AClosedPortAndAHungUpLineRefuseEveryOperation)
 {
-    const std::vector<std::string> expected = {
-        errorLine("Error during the commend to start the firmware is send"),
-        errorLine("Error during the reading of firmware version."),
-        errorLine("Error during the upload of a new firmware version."),
-        "<ERROR> [BriscaService.comm.SerialPort] Error during reading of one byte",
-        debugLine("0 char read on serial port."),
-        warnLine("Bootloader prompt not found.")};
     client.close();
-    EXPECT_EQ(linesOfRefusedOperations(client, log), expected);
+    expectRefusals(client);
     EXPECT_EQ(line.readAvailable(), "");
     EXPECT_TRUE(client.open());
     line.hangUp();
-    EXPECT_EQ(linesOfRefusedOperations(client, log), expected);
+    expectRefusals(client);
+    for (const char* const text :
+         {"during the commend to start the firmware is send", "during the reading of firmware version.",
+          "during the upload of a new firmware version."})
+        EXPECT_EQ(log.count("<ERROR> [BriscaService.comm.An760] Error "s + text), 2);
+    EXPECT_EQ(log.count("<WARN > [BriscaService.comm.An760] Bootloader prompt not found."), 2);
 }
 
 TEST_F(Console, SendsSingleKeysAndForgetsWhatWasSaidBefore)
@@ -74,7 +67,6 @@ TEST_F(Console, SendsSingleKeysAndForgetsWhatWasSaidBefore)
     EXPECT_EQ(line.read(1), "\r");
     EXPECT_TRUE(client.startFirmware());
     EXPECT_EQ(line.read(1), "2");
-    EXPECT_TRUE(log.contains(debugLine("Start firmware success.")));
     line.write("menu\r\nBL >");
     EXPECT_TRUE(client.waitCommandPrompt(received));
     EXPECT_EQ(std::string(received.begin(), received.end()), "menu\r\nBL >");
@@ -92,7 +84,6 @@ TEST_F(ClientFixture, TellsTheChipsInformationTextAsABusCanCarryIt)
     QString version;
     EXPECT_TRUE(client.getFirmwareVersion(version));
     EXPECT_EQ(version, QString::fromUtf8("version 2.3 \xC3\xBC\xEF\xBF\xBD\r\n\r\n1. upload\r\nBL >"));
-    EXPECT_TRUE(log.contains(debugLine("EFR32 version: version 2.3 \xC3\xBC")));
 }
 
 }  // namespace

@@ -87,9 +87,6 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_THAT(reports, ElementsAre(true));
     EXPECT_TRUE(events.waitFor(EventKind::Prompt));
     EXPECT_TRUE(chip.image() == image);
-    EXPECT_THAT(log.logLines(), ElementsAre(debugLine("Start firmware update"),
-                                            debugLine("New version of firmware is correctly uploaded"),
-                                            debugLine("EFR32 Fw update finished: success")));
     EXPECT_FALSE(client.uploadSilence());
     EXPECT_EQ(client.uploadProgress().acknowledgedBytes, 50'000);
     EXPECT_EQ(client.uploadProgress().fileBytes, 50'000);
@@ -99,45 +96,24 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_TRUE(client.getFirmwareVersion(version)) << "the console was not given back";
 }
 
-efr32sim::Fault answers(efr32sim::Bytes bytes, unsigned count)
-{
-    efr32sim::Fault fault;
-    fault.kind = FaultKind::XmodemAnswer;
-    fault.count = count;
-    fault.skip = 3;
-    fault.bytes = std::move(bytes);
-    return fault;
-}
-efr32sim::Fault refusals(unsigned count)
-{
-    efr32sim::Fault fault;
-    fault.kind = FaultKind::CorruptBlock;
-    fault.count = count;
-    return fault;
-}
 TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
 {
-    struct Row
-    {
-        const char* name;
-        efr32sim::Fault fault;
-        bool success;
-    };
     const std::size_t threads = threadCount();
     const std::size_t descriptors = entriesOf("/proc/self/fd");
     auto events = chip.follow();
-    for (const Row& row :
-         {Row{"refused blocks", refusals(20), true}, Row{"a lost answer", answers({}, 1), true},
-          Row{"55 unexpected bytes", answers({'!'}, 55), true},
-          Row{"56 unexpected bytes", answers({'!'}, 56), false}}) {
-        SCOPED_TRACE(row.name);
-        chip.inject(row.fault);
+    const efr32sim::Fault refused{.kind = FaultKind::CorruptBlock, .count = 20};
+    const efr32sim::Fault lost{.kind = FaultKind::XmodemAnswer, .skip = 3};
+    const efr32sim::Fault broken{.kind = FaultKind::XmodemAnswer, .count = 56, .skip = 3, .bytes = {'!'}};
+    for (const auto& [name, fault, success] : Rows<efr32sim::Fault, bool>{
+             {"refused blocks", refused, true}, {"a lost answer", lost, true}, {"nonsense", broken, false}}) {
+        SCOPED_TRACE(name);
+        chip.inject(fault);
         reports.clear();
         client.updateFirmware(imageFile("image", 2000));
         EXPECT_TRUE(waitForReports(1));
-        EXPECT_THAT(reports, ElementsAre(row.success));
-        EXPECT_TRUE(!row.success || events.waitFor(EventKind::Prompt));
-        EXPECT_TRUE(!row.success || chip.image() == image);
+        EXPECT_THAT(reports, ElementsAre(success));
+        EXPECT_TRUE(!success || events.waitFor(EventKind::Prompt));
+        EXPECT_TRUE(!success || chip.image() == image);
         EXPECT_TRUE(threadsEndAt(threads));
         EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
     }
@@ -180,12 +156,7 @@ TEST_F(StuckUpload, LeavesTheLineToTheWorkerAlone)
 {
     begin();
     EXPECT_FALSE(client->open());
-    EXPECT_THAT(
-        linesOfRefusedOperations(*client, log),
-        ElementsAre(errorLine("Error during the commend to start the firmware is send"),
-                    errorLine("Error during the reading of firmware version."),
-                    errorLine("Error during the upload of a new firmware version."),
-                    debugLine("0 char read on serial port."), warnLine("Bootloader prompt not found.")));
+    expectRefusals(*client);
     EXPECT_EQ(line.readAvailable(), "");
     EXPECT_THAT(reports, IsEmpty());
 }
@@ -252,18 +223,16 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
 
 TEST_F(StuckUpload, TheReportComesBeforeThePortIsClosedAndCannotStartAnother)
 {
-    LogFacade::setLevel("BriscaService.comm.SerialPort", LogLevel::Trace);
-    QObject::connect(client.get(), &An760::fwUpdateCompleteStatus, client.get(), [this] {
+    bool reported = false;
+    QObject::connect(client.get(), &An760::fwUpdateCompleteStatus, client.get(), [&] {
         EXPECT_FALSE(client->open()) << "closed before the report";
         client->updateFirmware(path);
+        reported = true;
     });
     begin();
-    log.clear();
     client->close();
-    EXPECT_THAT(log.logLines(), ElementsAre(debugLine("EFR32 Fw update finished: failed"),
-                                            warnLine("Serial port is already opened."),
-                                            errorLine("Error during the upload of a new firmware version."),
-                                            "<TRACE> [BriscaService.comm.SerialPort] UART port closed."));
+    EXPECT_TRUE(reported);
+    EXPECT_EQ(log.count("Error during the upload of a new firmware version."), 1);
     EXPECT_EQ(line.readAvailable(), "");
 }
 

@@ -153,31 +153,20 @@ const std::string kAnswer = "200201000000";
 
 TEST(Faults, HitTheirMomentOnceAndLeaveNothingBehind)
 {
+    // clang-format off
     for (const auto& [name, fault, first, second] : Rows<Fault, std::string, std::string>{
              {"noise before the packet", {.kind = FaultKind::NoiseBeforePacket}, "00ff7f" + kAnswer, kAnswer},
-             {"chosen noise",
-              {.kind = FaultKind::NoiseBeforePacket, .bytes = {0x20}},
-              "20" + kAnswer,
-              kAnswer},
+             {"chosen noise", {.kind = FaultKind::NoiseBeforePacket, .bytes = {0x20}}, "20" + kAnswer, kAnswer},
              {"packet cut short", {.kind = FaultKind::CutPacket, .length = 5}, "2002010000", kAnswer},
              {"oversize header", {.kind = FaultKind::OversizeHeader}, "21010100" + kAnswer, kAnswer},
              {"packet sent twice", {.kind = FaultKind::DoublePacket}, kAnswer + kAnswer, kAnswer},
              {"inverted bit", {.kind = FaultKind::FlippedBit, .length = 33}, "200201000200", kAnswer},
              {"lost response", {.kind = FaultKind::LostResponse, .command = kHello}, "", kAnswer},
-             {"late response",
-              {.kind = FaultKind::LateResponse, .delay = Milliseconds(20)},
-              kAnswer,
-              kAnswer},
-             {"error response",
-              {.kind = FaultKind::ErrorResponse, .result = 0x0185},
-              "200201008501",
-              kAnswer},
-             {"event before it",
-              {.kind = FaultKind::EventBeforeResponse},
-              "a00308030100c4" + kAnswer,
-              kAnswer},
-             {"second opportunity", {.kind = FaultKind::ErrorResponse, .skip = 1}, kAnswer, "200201008101"},
-         }) {
+             {"late response", {.kind = FaultKind::LateResponse, .delay = 20ms}, kAnswer, kAnswer},
+             {"error response", {.kind = FaultKind::ErrorResponse, .result = 0x0185}, "200201008501", kAnswer},
+             {"event before it", {.kind = FaultKind::EventBeforeResponse}, "a00308030100c4" + kAnswer, kAnswer},
+             {"second opportunity", {.kind = FaultKind::ErrorResponse, .skip = 1}, kAnswer, "200201008101"}}) {
+        // clang-format on
         SCOPED_TRACE(name);
         RunningChip running;
         auto events = running.chip.follow();

@@ -17,21 +17,6 @@ struct Connected : RunningChip
     Phone phone;
 };
 
-TEST(Phone, WritesReachTheHostAndItsAnswersThePhone)
-{
-    Connected both;
-    EXPECT_TRUE(both.phone.writeCommand(Bytes{0x80, 0xAA}));
-    EXPECT_EQ(both.host->readPacket(), "a0090a02011a005200000280aa");
-    auto answer = std::async(std::launch::async, [&] { return both.phone.writeRequest(Bytes{7}); });
-    EXPECT_EQ(both.host->readPacket(), "a0080a02011a001300000107");
-    both.host->command(0x0A, 0x04, {1, 26, 0, 1});
-    EXPECT_EQ(answer.get(), 1);
-    auto value = std::async(std::launch::async, [&] { return both.phone.read(11); });
-    EXPECT_EQ(both.host->readPacket(), "a0060a01010b000a0000");
-    both.host->command(0x0A, 0x03, {1, 11, 0, 0, 2, 4, 5});
-    EXPECT_EQ(value.get(), (Bytes{4, 5}));
-}
-
 TEST(Phone, NotificationsAreRefusedUntilItSubscribesAndCheckedThen)
 {
     Connected both({.subscribe = false});

@@ -261,18 +261,6 @@ TEST_F(AdvData, TheTenthFragmentIsTheLast)
     EXPECT_EQ(sendNext().substr(0, 6), "00: 1B") << "what was built is kept";
 }
 
-TEST_F(AdvData, WithoutANameCallbackTheDefaultNameIsUsed)
-{
-    NCPManager_SetDeviceNameCallback(nullptr);
-    const LogLevelScope level("NCP_MANAGER", LogLevel::Debug);
-    const StdoutCapture log;
-    EXPECT_EQ(NCPManager_ADTypeLocalName(kScan, 1), 1u);
-    EXPECT_TRUE(
-        log.contains("<DEBUG> [NCP_MANAGER] [NCP_GetUserDeviceName] GBS_DeviceNameCallback is null. "
-                     "Used default name"));
-    EXPECT_EQ(send(kScan), "01: 0A 09 " + text("EFR32_NCP"));
-}
-
 // The caller blocks for ever in the field. Here the test gives it the semaphore that it waits for.
 TEST_F(AdvData, SplitManufacturerDataBlocksAtTheSecondPiece)
 {

@@ -18,20 +18,14 @@ TEST(LogTree, FindsNodesWithAndWithoutTheRootsName)
     LogNodeFactory tree;
     EXPECT_EQ(tree.findOrCreateNode("GLOBAL.a.b.c.rest", 12), tree.findOrCreateNode("a.b.c", -1));
     (void)tree.findOrCreateNode("[x][y]", -1);
-    for (const auto& [name, length, fullName] : Rows<int, const char*>{{"GLOBAL", -1, "GLOBAL"},
-                                                                       {"a", -1, "GLOBAL.a"},
-                                                                       {"GLOBAL.a", -1, "GLOBAL.a"},
-                                                                       {"a.b", -1, "GLOBAL.a.b"},
-                                                                       {"GLOBAL.a.b.c", 10, "GLOBAL.a.b"},
-                                                                       {"a.b.c", -1, "GLOBAL.a.b.c"},
-                                                                       {"[x][y]", -1, "GLOBAL.[x][y]"},
-                                                                       {"b", -1, nullptr},
-                                                                       {"a.b.c.d", -1, nullptr},
-                                                                       {"a.bb", -1, nullptr},
-                                                                       {"a.", -1, nullptr},
-                                                                       {"", -1, nullptr},
-                                                                       {"a.GLOBAL", -1, nullptr},
-                                                                       {"global", -1, nullptr}}) {
+    // clang-format off
+    for (const auto& [name, length, fullName] : Rows<int, const char*>{
+             {"GLOBAL", -1, "GLOBAL"}, {"a", -1, "GLOBAL.a"}, {"GLOBAL.a", -1, "GLOBAL.a"},
+             {"a.b", -1, "GLOBAL.a.b"}, {"GLOBAL.a.b.c", 10, "GLOBAL.a.b"}, {"a.b.c", -1, "GLOBAL.a.b.c"},
+             {"[x][y]", -1, "GLOBAL.[x][y]"}, {"b", -1, nullptr}, {"a.b.c.d", -1, nullptr},
+             {"a.bb", -1, nullptr}, {"a.", -1, nullptr}, {"", -1, nullptr}, {"a.GLOBAL", -1, nullptr},
+             {"global", -1, nullptr}}) {
+        // clang-format on
         SCOPED_TRACE(name);
         const LogNode* const found = tree.findNode(name, length);
         EXPECT_STREQ(found != nullptr ? found->fullName() : nullptr, fullName);

@@ -115,20 +115,6 @@ TEST_F(OwnedLine, FailsCommandsWithoutAByteWhileLetGo)
     EXPECT_EQ(pty.readAvailable(), "");
 }
 
-TEST_F(OwnedLine, KeepsThePumpSuspendedFromAResetToTheStartOfTheStack)
-{
-    LineOwner::resumeEvents();
-    EXPECT_TRUE(LineOwner::eventsActive());
-    take();
-    EXPECT_TRUE(LineOwner::eventsActive()) << "taking alone is no reset";
-    LineOwner::letGo();
-    EXPECT_FALSE(LineOwner::eventsActive());
-    take();
-    EXPECT_FALSE(LineOwner::eventsActive());
-    LineOwner::resumeEvents();
-    EXPECT_TRUE(LineOwner::eventsActive());
-}
-
 TEST_F(OwnedLine, ForgetsTheEventsOfTheChipThatIsReset)
 {
     pty.write(kEvent + kEvent);

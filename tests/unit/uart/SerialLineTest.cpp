@@ -22,19 +22,13 @@ protected:
 
 TEST_F(SerialLine, HasItsTermiosInForceAfterOpen)
 {
-    struct Row
-    {
-        const char* name;
-        std::uint32_t baud, flowControl;
-        std::int32_t timeoutMs;
-        speed_t speed;
-        unsigned vmin, vtime;
-    };
-    for (const Row& row : {Row{"as for the co-processor", 115200, 1, 100, B115200, 0, 1},
-                           Row{"blocking reads", 9600, 0, -1, B9600, 1, 0},
-                           Row{"reads that do not wait", 300, 1, 0, B300, 0, 0},
-                           Row{"the longest time-out", 57600, 0, 1000000, B57600, 0, 255}}) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, baud, flowControl, timeoutMs, speed, vmin, vtime] :
+         Rows<std::uint32_t, std::uint32_t, std::int32_t, speed_t, unsigned, unsigned>{
+             {"as for the co-processor", 115200, 1, 100, B115200, 0, 1},
+             {"blocking reads", 9600, 0, -1, B9600, 1, 0},
+             {"reads that do not wait", 300, 1, 0, B300, 0, 0},
+             {"the longest time-out", 57600, 0, 1000000, B57600, 0, 255}}) {
+        SCOPED_TRACE(name);
         termios found = {};
         ::tcgetattr(pty.slave(), &found);
         found.c_iflag = ICRNL | IXON | ISTRIP;
@@ -43,19 +37,19 @@ TEST_F(SerialLine, HasItsTermiosInForceAfterOpen)
         found.c_cflag |= CSTOPB | CRTSCTS;
         ::tcsetattr(pty.slave(), TCSANOW, &found);
 
-        ASSERT_EQ(uartOpen(pty.slavePath().c_str(), row.baud, row.flowControl, row.timeoutMs), 0);
+        ASSERT_EQ(uartOpen(pty.slavePath().c_str(), baud, flowControl, timeoutMs), 0);
 
         ::tcgetattr(pty.slave(), &found);
         EXPECT_EQ(found.c_iflag, tcflag_t{IGNBRK});
         EXPECT_EQ(found.c_oflag, 0U);
         EXPECT_EQ(found.c_lflag, 0U);
-        const tcflag_t flow = row.flowControl != 0 ? CRTSCTS : 0;
+        const tcflag_t flow = flowControl != 0 ? CRTSCTS : 0;
         EXPECT_EQ(found.c_cflag & (PARENB | CSTOPB | CSIZE | CREAD | CLOCAL | CRTSCTS),
                   CS8 | CREAD | CLOCAL | flow);
-        EXPECT_EQ(::cfgetispeed(&found), row.speed);
-        EXPECT_EQ(::cfgetospeed(&found), row.speed);
-        EXPECT_EQ(found.c_cc[VMIN], row.vmin);
-        EXPECT_EQ(found.c_cc[VTIME], row.vtime);
+        EXPECT_EQ(::cfgetispeed(&found), speed);
+        EXPECT_EQ(::cfgetospeed(&found), speed);
+        EXPECT_EQ(found.c_cc[VMIN], vmin);
+        EXPECT_EQ(found.c_cc[VTIME], vtime);
     }
 }
 
@@ -103,16 +97,6 @@ TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
     EXPECT_EQ(std::string(std::begin(bytes), std::end(bytes)), "abcd");
     EXPECT_EQ(uartRxNonBlocking(4, bytes), 1);
     EXPECT_EQ(uartRxNonBlocking(4, bytes), 0) << "the time-out of one read";
-}
-
-TEST_F(SerialLine, IsClosedOnce)
-{
-    open();
-    const StdoutCapture log;
-    EXPECT_EQ(uartClose(), 0);
-    EXPECT_EQ(uartClose(), -1);
-    EXPECT_THAT(log.logLines(),
-                ElementsAre("<ERROR> [serial_brisca] Error opening serial port - Bad file descriptor(9)."));
 }
 
 TEST_F(SerialLine, RxAllTakesWhatWaitsWithinItsBounds)
