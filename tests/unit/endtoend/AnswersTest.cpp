@@ -7,55 +7,7 @@ namespace {
 using endtoend::Bytes;
 using endtoend::message;
 
-class Answers : public StationFixture
-{
-protected:
-    /// What the phone must see of an answer, cut by the simulator's own encoder.
-    static std::vector<Bytes> fragmentsOf(const Bytes& answer, std::uint8_t frameNumber)
-    {
-        Bytes whole = {static_cast<std::uint8_t>(answer.size() >> 8),
-                       static_cast<std::uint8_t>(answer.size())};
-        whole.insert(whole.end(), answer.begin(), answer.end());
-        efr32sim::FragmentEncoder encoder(efr32sim::kStationFrame);
-        encoder.setNextFrame(frameNumber);
-        return encoder.encode(whole);
-    }
-
-    /// Number of the next frame: one more than that of an answer sent for the purpose.
-    std::uint8_t nextFrame()
-    {
-        application().answer(Bytes{0});
-        const auto sent = notifications(1);
-        return sent.empty() ? 0 : ((sent[0][0] >> 4) + 1) & 7;
-    }
-};
-
-struct OddRow
-{
-    std::size_t answer;     // bytes; the message is 2 longer
-    std::size_t announced;  // bytes of the last notification: (message + 1) modulo 256
-    bool sent = true;       // not when it exceeds the MTU (247) less 3, or is 253 to 255
-};
-
-TEST_F(Answers, WhoseLastFrameIsOneFragmentAnnounceTooMuchAndEndInZeroes)
-{
-    expectService();
-    std::uint8_t frame = nextFrame();
-    for (const OddRow& row :
-         {OddRow{1119, 98}, {2239, 194}, {2290, 245, false}, {2301, 0}, {3427, 102}, {2298, 253, false}}) {
-        SCOPED_TRACE(row.answer);
-        const Bytes answer = message(row.answer, 1);
-        application().answer(answer);
-        std::vector<Bytes> expected = fragmentsOf(answer, frame);
-        frame = ((expected.back()[0] >> 4) + 1) & 7;
-        expected.back().resize(row.announced, 0);
-        if (!row.sent)
-            expected.pop_back();
-        EXPECT_EQ(notifications(expected.size()), expected);
-    }
-    // The last one was given up after its attempts; it has used its frame number up.
-    EXPECT_EQ(nextFrame(), (frame + 1) & 7);
-}
+using Answers = StationFixture;
 
 TEST_F(Answers, ToAPhoneThatHasGoneNeverReachTheNextOne)
 {

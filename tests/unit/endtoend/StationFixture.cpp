@@ -38,18 +38,6 @@ std::optional<Bytes> StationFixture::notification()
     return next;
 }
 
-std::vector<Bytes> StationFixture::notifications(std::size_t count)
-{
-    std::vector<Bytes> received;
-    while (received.size() < count) {
-        auto next = notification();
-        if (!next)
-            break;
-        received.push_back(std::move(*next));
-    }
-    return received;
-}
-
 Bytes StationFixture::waitAnswer()
 {
     constexpr std::size_t kLengthBytes = 2;

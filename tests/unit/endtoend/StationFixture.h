@@ -15,7 +15,6 @@ protected:
     /// The next notification. The station sends one again when the chip's response took longer than 10 ms,
     /// which happens on a busy machine: repetitions are left out here.
     std::optional<endtoend::Bytes> notification();
-    std::vector<endtoend::Bytes> notifications(std::size_t count);
     /// The payload of the next answer, put together from its notifications. Its length must be one that the
     /// frame format carries well.
     endtoend::Bytes waitAnswer();
