@@ -163,12 +163,7 @@ TEST_F(StuckUpload, LeavesTheLineToTheWorkerAlone)
 
 TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
 {
-    struct Row
-    {
-        const char* name;
-        std::function<void()> getStuck;
-    };
-    const std::vector<Row> rows = {
+    const Rows<std::function<void()>> rows = {
         {"a receiver that never asks", [] {}},
         {"a receiver that does not answer",
          [&] {
@@ -202,11 +197,11 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
     };
     LogFacade::setLevel("BriscaService.comm.xmodem", LogLevel::Debug);
     const std::size_t threads = threadCount();
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, getStuck] : rows) {
+        SCOPED_TRACE(name);
         log.clear();
         begin();
-        row.getStuck();
+        getStuck();
         reports.clear();
         client->close();
         EXPECT_THAT(reports, ElementsAre(false));

@@ -32,58 +32,45 @@ std::vector<std::pair<std::string, std::string>> tooManyBadBlocks()
 /// Short for a test, long for a machine that is busy with others.
 constexpr Milliseconds kShortStall{300};
 
-struct Upload
-{
-    const char* name;
-    std::vector<std::pair<std::string, std::string>> dialogue;  // what is sent, and the answer
-    std::optional<std::size_t> image;                           // bytes stored; none when it was aborted
-    std::vector<Fault> faults = {};
-    Milliseconds stall{60000};
-};
-
 TEST(StrictReceiver, AnswersEachBlockByTheRules)
 {
-    const Upload rows[] = {
-        {"two blocks", {{block(1), kAck}, {block(2), kAck}, {kEnd, kAck}}, 256},
-        {"block again is kept once", {{block(1), kAck}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        {"wrong complement", {{block(1, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        {"wrong crc", {{block(1, 254, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128},
-        {"block left out", {{block(1), kAck}, {block(3), kCancel}}, {}},
-        {"first block must be one", {{block(0), kCancel}}, {}},
-        {"cancelled by sender", {{block(1), kAck}, {"\x18\x18", kCancel}}, {}},
-        {"one cancel is not enough", {{"\x18" + block(1), kAck}, {kEnd, kAck}}, 128},
-        {"block broken off",
-         {{block(1).substr(0, 60), kNak}, {block(1), kAck}, {kEnd, kAck}},
-         128,
-         {},
-         kShortStall},
-        {"noise between blocks", {{"xyz", kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
-        {"too many bad blocks", tooManyBadBlocks(), {}},
-        {"corrupt on command",
-         {{block(1), kNak}, {block(1), kAck}, {kEnd, kAck}},
-         128,
-         {{.kind = FaultKind::CorruptBlock}}},
-        {"any answer on command",
-         {{block(1), "?"}, {block(1), kAck}, {kEnd, kAck}},
-         128,
-         {{.kind = FaultKind::XmodemAnswer, .bytes = {'?'}}}},
-    };
-    for (const Upload& row : rows) {
-        SCOPED_TRACE(row.name);
-        Chip chip({.checkLine = false, .xmodemPing = Milliseconds(60000), .xmodemStall = row.stall});
+    using Dialogue = std::vector<std::pair<std::string, std::string>>;  // what is sent, and the answer
+    const Milliseconds never{60000};
+    const Fault corrupt{.kind = FaultKind::CorruptBlock};
+    const Fault nonsense{.kind = FaultKind::XmodemAnswer, .bytes = {'?'}};
+    constexpr int kAborted = -1;
+    // clang-format off
+    for (const auto& [name, dialogue, stored, fault, stall] :
+         Rows<Dialogue, int, std::optional<Fault>, Milliseconds>{
+             {"two blocks", {{block(1), kAck}, {block(2), kAck}, {kEnd, kAck}}, 256, {}, never},
+             {"block again is kept once", {{block(1), kAck}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, never},
+             {"wrong complement", {{block(1, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, never},
+             {"wrong crc", {{block(1, 254, 1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, never},
+             {"block left out", {{block(1), kAck}, {block(3), kCancel}}, kAborted, {}, never},
+             {"first block must be one", {{block(0), kCancel}}, kAborted, {}, never},
+             {"cancelled by sender", {{block(1), kAck}, {"\x18\x18", kCancel}}, kAborted, {}, never},
+             {"one cancel is not enough", {{"\x18" + block(1), kAck}, {kEnd, kAck}}, 128, {}, never},
+             {"block broken off", {{block(1).substr(0, 60), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
+             {"noise between blocks", {{"xyz", kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, {}, kShortStall},
+             {"too many bad blocks", tooManyBadBlocks(), kAborted, {}, never},
+             {"corrupt on command", {{block(1), kNak}, {block(1), kAck}, {kEnd, kAck}}, 128, corrupt, never},
+             {"any answer on command", {{block(1), "?"}, {block(1), kAck}, {kEnd, kAck}}, 128, nonsense, never}}) {
+        // clang-format on
+        SCOPED_TRACE(name);
+        Chip chip({.checkLine = false, .xmodemPing = Milliseconds(60000), .xmodemStall = stall});
         chip.start();
-        for (const Fault& fault : row.faults)
-            chip.inject(fault);
+        if (fault)
+            chip.inject(*fault);
         HostLine host(chip.slavePath());
         host.send("1");
         host.readUntil("begin upload\r\nC");
-        for (const auto& [sent, answer] : row.dialogue) {
+        for (const auto& [sent, answer] : dialogue) {
             host.send(sent);
             ASSERT_EQ(host.read(answer.size()), answer);
         }
-        EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, row.image.has_value());
-        EXPECT_EQ(chip.imageCount(), row.image ? 1U : 0U);
-        EXPECT_EQ(chip.image().size(), row.image.value_or(0));
+        EXPECT_EQ(host.readUntil("BL >").find("complete") != std::string::npos, stored != kAborted);
+        EXPECT_EQ(chip.imageCount(), stored != kAborted ? 1U : 0U);
+        EXPECT_EQ(std::ssize(chip.image()), std::max(stored, 0));
     }
 }
 
