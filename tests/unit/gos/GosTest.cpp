@@ -25,40 +25,33 @@ extern "C" int __wrap_usleep(useconds_t microseconds)
 namespace {
 TEST(Gos, DelaysInSecondsAndTheRestInMicroseconds)
 {
-    struct Row
-    {
-        unsigned milliseconds;
-        const char* calls;
-    };
-    const Row rows[] = {{0, ""},
-                        {2, "usleep 2000 "},
-                        {999, "usleep 999000 "},
-                        {1000, "sleep 1 "},
-                        {2500, "sleep 2 usleep 500000 "},
-                        {4294967295, "sleep 4294967 usleep 295000 "}};
-    for (const Row& row : rows) {
+    for (const auto& [calls, milliseconds] : Rows<unsigned>{{"", 0},
+                                                            {"usleep 2000 ", 2},
+                                                            {"usleep 999000 ", 999},
+                                                            {"sleep 1 ", 1000},
+                                                            {"sleep 2 usleep 500000 ", 2500},
+                                                            {"sleep 4294967 usleep 295000 ", 4294967295}}) {
         delays.clear();
-        EXPECT_EQ(GOS_WaitForDelay(row.milliseconds), 1);
-        EXPECT_EQ(delays, row.calls);
+        EXPECT_EQ(GOS_WaitForDelay(milliseconds), 1);
+        EXPECT_EQ(delays, calls);
     }
 }
 
 TEST(Gos, MeasuresStringsUpToALimit)
 {
-    struct Row
-    {
-        const char* text;
-        std::uint16_t limit;
-        std::uint16_t length;
-    };
     const std::string longText(70000, 'x');
-    const Row rows[] = {{"abc", 1, 2},      {"abc", 0, 1},
-                        {"abc", 2, 3},      {"abc", 3, 3},
-                        {"abc", 31, 3},     {"", 0, 0},
-                        {nullptr, 5, 0},    {"abc", 0xFFFF, 0},
-                        {"abc", 0xFFFE, 3}, {longText.c_str(), 0xFFFE, 0xFFFF}};
-    for (const Row& row : rows)
-        EXPECT_EQ(StrLenMax(row.text, row.limit), row.length) << row.limit;
+    for (const auto& [text, limit, length] :
+         Rows<std::uint16_t, std::uint16_t>{{"abc", 1, 2},
+                                            {"abc", 0, 1},
+                                            {"abc", 2, 3},
+                                            {"abc", 3, 3},
+                                            {"abc", 31, 3},
+                                            {"", 0, 0},
+                                            {nullptr, 5, 0},
+                                            {"abc", 0xFFFF, 0},
+                                            {"abc", 0xFFFE, 3},
+                                            {longText.c_str(), 0xFFFE, 0xFFFF}})
+        EXPECT_EQ(StrLenMax(text, limit), length) << limit;
 }
 
 TEST(Gos, LocksEachNumberedSemaphoreByItself)

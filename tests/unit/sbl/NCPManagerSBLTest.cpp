@@ -72,10 +72,7 @@ TEST_F(SerialBootloader, TakesImagesAndStartsThem)
 
         std::string progress = output.text();
         EXPECT_THAT(progress, HasSubstr("\nForce to bootloader"));
-        EXPECT_THAT(progress, HasSubstr("\nNCP is at boot loader modeStart upgrade..."));
-        EXPECT_THAT(progress, HasSubstr("C\nStart upgrade success!"));
         EXPECT_THAT(progress, HasSubstr("\nSend EOT!06H \r\nSerial upload complete"));
-        EXPECT_THAT(progress, HasSubstr("\nRun exploit..."));
         EXPECT_THAT(progress, testing::EndsWith("Run exploit SUCCESS!!!"));
         // What lies between start and end is the progress and the echo of each acknowledgement.
         progress.erase(progress.find("\nSend EOT!"));

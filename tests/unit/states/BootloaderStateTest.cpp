@@ -27,37 +27,29 @@ class Bootloader : public testing::Test, protected Station
 
 TEST(BootloaderEntry, EndsAsItsAttemptsDeserve)
 {
-    struct Row
-    {
-        const char* name;
-        const char* attempts;
-        BriscaState end;
-        int opens;
-        int pulses;
-        const char* lastLine;
-    };
-    for (const Row& row : {
-             Row{"prompt at the first attempt", "P", BOOTLOADER, 1, 1, "Success at retry number 0"},
-             Row{"prompt at the third attempt", "nnP", BOOTLOADER, 3, 3, "Success at retry number 2"},
-             Row{"a prompt at the fourth attempt is too late", "nnnP", ERROR, 4, 4, "to ERROR state"},
-             Row{"no prompt at all", "n", ERROR, 4, 4, "to ERROR state"},
-             Row{"carriage return not taken once", "cP", BOOTLOADER, 2, 2, "Success at retry number 1"},
-             Row{"port never opens", "x", ERROR, 4, 0, "to ERROR state"},
-             Row{"port opens at the third attempt", "xxP", BOOTLOADER, 3, 1, "Success at retry number 2"},
-             Row{"port opens at the fourth attempt", "xxxP", ERROR, 4, 1, "to ERROR state"},
-             Row{"port is lost after an attempt without prompt", "nx", ERROR, 4, 1, "to ERROR state"},
+    for (const auto& [name, attempts, end, opens, pulses, lastLine] :
+         Rows<const char*, BriscaState, int, int, const char*>{
+             {"prompt at the first attempt", "P", BOOTLOADER, 1, 1, "Success at retry number 0"},
+             {"prompt at the third attempt", "nnP", BOOTLOADER, 3, 3, "Success at retry number 2"},
+             {"a prompt at the fourth attempt is too late", "nnnP", ERROR, 4, 4, "to ERROR state"},
+             {"no prompt at all", "n", ERROR, 4, 4, "to ERROR state"},
+             {"carriage return not taken once", "cP", BOOTLOADER, 2, 2, "Success at retry number 1"},
+             {"port never opens", "x", ERROR, 4, 0, "to ERROR state"},
+             {"port opens at the third attempt", "xxP", BOOTLOADER, 3, 1, "Success at retry number 2"},
+             {"port opens at the fourth attempt", "xxxP", ERROR, 4, 1, "to ERROR state"},
+             {"port is lost after an attempt without prompt", "nx", ERROR, 4, 1, "to ERROR state"},
          }) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(name);
         Station station;
-        station.console.script(row.attempts);
+        station.console.script(attempts);
         station.manager.switchState(BOOTLOADER);
         const Calls& calls = station.calls;
-        EXPECT_EQ(station.manager.getCurrentState(), row.end);
-        EXPECT_EQ(std::count(calls.begin(), calls.end(), "open"), row.opens);
-        EXPECT_EQ(std::count(calls.begin(), calls.end(), "pulse"), row.pulses);
+        EXPECT_EQ(station.manager.getCurrentState(), end);
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "open"), opens);
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "pulse"), pulses);
         // The port stays open for the requests of this state, and for nobody else.
-        EXPECT_EQ(calls.back(), row.end == BOOTLOADER ? "pulse" : "close");
-        EXPECT_THAT(station.log.logLines().back(), HasSubstr(row.lastLine));
+        EXPECT_EQ(calls.back(), end == BOOTLOADER ? "pulse" : "close");
+        EXPECT_THAT(station.log.logLines().back(), HasSubstr(lastLine));
     }
 }
 

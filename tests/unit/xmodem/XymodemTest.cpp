@@ -114,17 +114,6 @@ TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
     }
 }
 
-TEST_F(XmodemSender, LogsTheReceiversWordsWhenItGivesUp)
-{
-    const StdoutCapture log;
-    start(directory.write("image", content(1)));
-    (void)play("C", k55 + "f");
-    EXPECT_EQ(sender.get(), -1);
-    const std::string head = "<DEBUG> [BriscaService.comm.xmodem] ";
-    EXPECT_EQ(log.count(head + "?\tanswer: !"), 55);
-    EXPECT_EQ(log.count(head + "Error: " + k55 + "f"), 1);
-}
-
 TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
 {
     const std::string path = directory.write("image", content(1000));
@@ -149,16 +138,12 @@ TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
 TEST_F(XmodemSender, SendsOnlyRegularFilesOverOpenLines)
 {
     ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
-    struct Row
-    {
-        std::string path;
-        int result;
-    };
-    for (const Row& row : {Row{directory.file("missing"), -ENOENT}, Row{directory.file("fifo"), -EINVAL},
-                           Row{directory.path(), -EINVAL}, Row{"/dev/null", -EINVAL}}) {
-        SCOPED_TRACE(row.path);
-        EXPECT_EQ(xymodem_send(line.slave(), row.path.c_str(), true), row.result);
-    }
+    for (const auto& [path, result] :
+         std::vector<std::pair<std::string, int>>{{directory.file("missing"), -ENOENT},
+                                                  {directory.file("fifo"), -EINVAL},
+                                                  {directory.path(), -EINVAL},
+                                                  {"/dev/null", -EINVAL}})
+        EXPECT_EQ(xymodem_send(line.slave(), path.c_str(), true), result) << path;
     EXPECT_EQ(xymodem_send(-1, directory.write("image", "x").c_str(), false), -EBADF);
     EXPECT_EQ(line.readAvailable(), "");
 }
