@@ -1,8 +1,12 @@
 // FIRMWARE and DISABLED: entry, traffic, restart, exit, and the ways in which an entry fails.
 #include "Station.h"
 
+#include <cstdlib>
+
 namespace {
+using efr32sim::CommandId;
 using efr32sim::EventKind;
+using efr32sim::FaultKind;
 using Firmware = Station;
 
 std::string step(const std::string& text)
@@ -62,6 +66,45 @@ TEST_F(Firmware, TellsAShortConnectionInOrder)
         EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
         EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
     }
+}
+
+TEST_F(Firmware, ServesOperatorsAndPhonesWhenTheLastByteOfAnEventIsLost)
+{
+    startService();
+    chip.inject({.kind = FaultKind::CutPacket, .command = CommandId{0x01, 0x00}, .length = 21});
+    client->send("startFirmwareApp");
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    efr32sim::Phone phone(chip);
+    ASSERT_TRUE(phone.connect());
+    EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
+    chip.inject({.kind = FaultKind::CutPacket, .command = CommandId{0x08, 0x01}, .length = 6});
+    phone.disconnect();
+    EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
+    EXPECT_EQ(client->call("getMacAddress").size(), 12U);
+    EXPECT_TRUE(phone.connect());
+    EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
+    client->send("BriscaRestart");
+    EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+}
+
+TEST_F(Firmware, WhoseChipFallsSilentIsEnteredAnewAndLeftToACommanderWhenThatFails)
+{
+    if (std::getenv("BRISCA_ROUNDS") == nullptr)
+        GTEST_SKIP() << "two minutes, for the long form";
+    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+    const auto logs = [this](const std::string& text) {
+        return testsupport::waitUntil([&] { return log().find(text) != std::string::npos; },
+                                      std::chrono::seconds(90));
+    };
+    chip.setReset(false);
+    chip.setReset(true);
+    EXPECT_TRUE(logs("The chip has answered nothing for 30 s"));
+    EXPECT_TRUE(logs("The chip is silent, FIRMWARE is entered anew"));
+    EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    chip.hangUp();
+    EXPECT_TRUE(logs("The chip did not come back."));
+    EXPECT_EQ(client->call("getBriscaState"), kError);
 }
 
 TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
