@@ -32,10 +32,8 @@ protected:
         EXPECT_TRUE(received.empty());
     }
 
-    int argc = 1;
-    char name[5] = "test";
-    char* argv[2] = {name, nullptr};
-    QCoreApplication application{argc, argv};
+    int argc = 0;
+    QCoreApplication application{argc, nullptr};
     TempDir directory;
     StdoutCapture log;
 };

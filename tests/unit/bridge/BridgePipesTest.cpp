@@ -2,7 +2,6 @@
 #include "GBSSlave.h"
 #include "NCP_Manager.h"
 #include "Testing.h"
-
 #include "facade/LogFacade.h"
 
 #include <sys/stat.h>
