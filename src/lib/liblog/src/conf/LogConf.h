@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 /// When another party sets this, readConf() stores the cleaned configuration text here, NUL-terminated.
 /// The buffer must hold the whole text. Null, and left null, in this service.
 extern char* LOG_SHARED_MEMORY_CONF_PTR;
@@ -16,6 +19,11 @@ public:
     static void readConf();
     /// The same for another file.
     static void readConf(const char* path);
+
+    /// What somebody should correct in a file: lines without a colon, words that are no level, names that
+    /// match no node there is, one text each with the number of its line ("line 3: ..."). Nothing is applied.
+    /// To be asked before readConf(), which makes a node of every name.
+    [[nodiscard]] static std::vector<std::string> check(const char* path);
 
     /// Removes spaces, tabs and the comment from a line in place; a comment leaves a line feed behind.
     /// @return the new length
