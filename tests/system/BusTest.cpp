@@ -42,7 +42,7 @@ protected:
         std::filesystem::remove(kBusSocket);
     }
     /// Waits until the event loop has turned once more.
-    [[nodiscard]] bool eventLoopTurns() const
+    [[nodiscard]] bool eventLoopTurns()
     {
         notify.drain();
         return notify.wait() == "WATCHDOG=1";
@@ -68,11 +68,11 @@ TEST_F(Bus, WhoseSuccessorsSayNothingIsLookedForAndItsReturnIsToldOnce)
         ASSERT_NO_FATAL_FAILURE(killBus());
         {
             SilentBus silent;
-            ASSERT_TRUE(waitAsSystemd([&] { return silent.isReached(); }));
+            ASSERT_TRUE(testsupport::waitUntil([&] { return silent.isReached(); }));
             EXPECT_TRUE(eventLoopTurns());
         }
         startBus();
-        ASSERT_TRUE(waitAsSystemd([&] { return linesWith({kReached}).size() >= round; }));
+        ASSERT_TRUE(testsupport::waitUntil([&] { return linesWith({kReached}).size() >= round; }));
         EXPECT_EQ(client->call("getBriscaState"), kBootloader);
         EXPECT_THAT(linesWith({kReached}), SizeIs(round));
         EXPECT_THAT(linesWith({kLost}), SizeIs(round));
@@ -87,7 +87,7 @@ TEST_F(Bus, ThatSaysNothingDoesNotKeepAStopWaiting)
     startService();
     ASSERT_NO_FATAL_FAILURE(killBus());
     SilentBus silent;
-    ASSERT_TRUE(waitAsSystemd([&] { return silent.isReached(); }));
+    ASSERT_TRUE(testsupport::waitUntil([&] { return silent.isReached(); }));
     service->kill(SIGTERM);
     EXPECT_EQ(service->waitEnd(kPatience), "exit 0");
     EXPECT_TRUE(waitLog("Service stopped"));

@@ -41,22 +41,48 @@ NotifySocket::NotifySocket() : m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOE
     std::strcpy(address.sun_path, kPath);
     if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("no notification socket");
+    m_reader = std::jthread([this](const std::stop_token& stop) { read(stop); });
 }
 
-std::string NotifySocket::wait(std::chrono::milliseconds limit) const
+void NotifySocket::read(const std::stop_token& stop)
 {
+    constexpr std::string_view kStatus = "STATUS=";
     pollfd entry = {m_socket.get(), POLLIN, 0};
-    char text[256];
-    if (::poll(&entry, 1, static_cast<int>(limit.count())) != 1)
-        return "";
-    const ssize_t length = ::recv(m_socket.get(), text, sizeof text, 0);
-    return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : "";
+    while (!stop.stop_requested()) {
+        char text[512];
+        if (::poll(&entry, 1, 50) != 1)
+            continue;
+        const ssize_t length = ::recv(m_socket.get(), text, sizeof text, 0);
+        const std::string_view told(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+        const std::lock_guard lock(m_lock);
+        if (told.starts_with(kStatus))
+            m_status = told.substr(kStatus.size());
+        else
+            m_notifications.emplace_back(told);
+        m_news.notify_all();
+    }
 }
 
-void NotifySocket::drain() const
+std::string NotifySocket::wait(std::chrono::milliseconds limit)
+{
+    std::unique_lock lock(m_lock);
+    if (!m_news.wait_for(lock, limit, [this] { return !m_notifications.empty(); }))
+        return "";
+    std::string first = m_notifications.front();
+    m_notifications.pop_front();
+    return first;
+}
+
+void NotifySocket::drain()
 {
     while (!wait(std::chrono::milliseconds(0)).empty()) {
     }
+}
+
+std::string NotifySocket::status()
+{
+    const std::lock_guard lock(m_lock);
+    return m_status;
 }
 
 Station::Station() : chip(chipOptions())

@@ -6,20 +6,41 @@
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
 
-/// The socket on which systemd is told that a service is ready.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// The socket on which systemd is told what becomes of a service. Read all the time, as systemd does: the
+/// kernel keeps about ten notifications, and the next one would block the service.
 class NotifySocket
 {
 public:
     static constexpr const char* kPath = "/tmp/notify";
 
     NotifySocket();
-    /// The next notification; "" when none came in time.
-    [[nodiscard]] std::string wait(std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
-    /// Throws away what has come. The kernel keeps about ten, and the next one blocks the service.
-    void drain() const;
+    /// The next notification that is no status; "" when none came in time.
+    [[nodiscard]] std::string wait(std::chrono::milliseconds limit = std::chrono::seconds(60));
+    /// Throws away what has come.
+    void drain();
+    /// What "systemctl status" would show.
+    [[nodiscard]] std::string status();
 
 private:
-    UniqueFd m_socket;
+    void read(const std::stop_token& stop);
+
+    testsupport::UniqueFd m_socket;
+    std::mutex m_lock;
+    std::condition_variable m_news;
+    std::deque<std::string> m_notifications;
+    std::string m_status;
+    std::jthread m_reader;  // ended before what it uses
 };
 
 /// A whole station in the sandbox of this test: a bus, a simulated chip, the stand-in of the CoAP application
@@ -49,16 +70,6 @@ protected:
     [[nodiscard]] std::size_t mark() const { return log().size(); }
     /// Waits until a text has been logged behind a mark.
     [[nodiscard]] bool waitLog(const std::string& text, std::size_t from = 0) const;
-    /// Waits until a condition holds and reads, as systemd does, what the service tells it meanwhile.
-    template <class Condition>
-    [[nodiscard]] bool waitAsSystemd(Condition condition, std::chrono::milliseconds limit = kPatience) const
-    {
-        const auto readAndAsk = [&] {
-            notify.drain();
-            return condition();
-        };
-        return waitUntil(readAndAsk, limit);
-    }
     /// Lines behind a mark that contain one of the texts, from their level on, in order.
     [[nodiscard]] std::vector<std::string> linesWith(const std::vector<std::string>& texts,
                                                      std::size_t from = 0) const;

@@ -13,18 +13,36 @@ const Verb kVerbs[] = {
     {"start", "", "start the chip's firmware: from BOOTLOADER to FIRMWARE", 60, start, {}},
     {"enable", "", "enable Bluetooth: from DISABLED to FIRMWARE", 60, enable, {}},
     {"disable", "", "disable Bluetooth: from FIRMWARE to DISABLED", 60, disable, {}},
-    {"restart", "", "reset the chip: enters FIRMWARE anew, from elsewhere BOOTLOADER", 60, restart,
+    {"restart",
+     "",
+     "reset the chip: enters FIRMWARE anew, from elsewhere BOOTLOADER",
+     60,
+     restart,
      {{"wait", "STATE", "wait until the service is in STATE"}}},
-    {"firmware", "", "print the information text of the chip's firmware (in BOOTLOADER)", 30, showFirmware, {}},
+    {"firmware",
+     "",
+     "print the information text of the chip's firmware (in BOOTLOADER)",
+     30,
+     showFirmware,
+     {}},
     {"mac", "", "print the BLE MAC address (in FIRMWARE)", 30, showMac, {}},
     {"name", "TEXT", "set the BLE name, 1 to 29 bytes, for the next start (in BOOTLOADER)", 30, rename, {}},
     {"disconnect", "", "drop the connected phone (in FIRMWARE)", 30, disconnectPhone, {}},
-    {"update", "FILE", "update the chip's firmware from FILE and wait for the end", 900, update,
+    {"update",
+     "FILE",
+     "update the chip's firmware from FILE and wait for the end",
+     900,
+     update,
      {{"start", "", "start the firmware after the update"},
       {"name", "TEXT", "set the BLE name for the next start"},
       {"yes", "", "do not ask before a phone is dropped"}}},
     {"monitor", "", "print signals and changes of state as they come", 0, monitor, {}},
-    {"health", "", "tell by the exit code whether the station works, for cron and agents", 30, showHealth, {}},
+    {"health",
+     "",
+     "tell by the exit code whether the station works, for cron and agents",
+     30,
+     showHealth,
+     {}},
     {"log check", "[FILE]", "check a log configuration, /evse/data/log.cfg by default", 30, checkLog, {}},
 };
 
@@ -95,10 +113,11 @@ QString optionHelp(std::span<const Option> options)
 
 QString generalHelp()
 {
-    QString text = "usage: briscactl [OPTION...] VERB [ARGUMENT]\n\nThe operator's tool of the Brisca service.\n\n";
+    QString text =
+        "usage: briscactl [OPTION...] VERB [ARGUMENT]\n\nThe operator's tool of the Brisca service.\n\n";
     for (const Verb& verb : kVerbs)
-        text += QString("  %1 %2\n").arg(QString("%1 %2").arg(verb.name, verb.argument).leftJustified(18),
-                                         verb.summary);
+        text += QString("  %1 %2\n")
+                    .arg(QString("%1 %2").arg(verb.name, verb.argument).leftJustified(18), verb.summary);
     return text + "\n" + optionHelp(kGlobalOptions);
 }
 

@@ -81,7 +81,8 @@ void checkAccess(const QString& path, const Station& station)
 {
     for (const QString& hidden : station.unit().hiddenDirectories())
         if (path.startsWith(hidden + "/"))
-            throw refused(path, QString("the service's unit does not see %1: copy it to /evse/data").arg(hidden));
+            throw refused(path,
+                          QString("the service's unit does not see %1: copy it to /evse/data").arg(hidden));
     const uid_t user = station.user();
     if (const std::string wall = user == 0 ? "" : obstacle(path.toStdString(), user); !wall.empty())
         throw refused(path, QString("the service's user %1 may not read %2: chmod o+%3 it")

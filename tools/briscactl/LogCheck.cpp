@@ -13,12 +13,14 @@ void checkLog(Command& command)
     // The service's own reader and the names of its own modules: no second list can be out of date.
     const QStringList findings =
         runServiceProgram({"--check-log", path}).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    const QString text = findings.isEmpty() ? path + ": every line is used" : findings.join(QLatin1Char('\n'));
+    const QString text =
+        findings.isEmpty() ? path + ": every line is used" : findings.join(QLatin1Char('\n'));
     const QJsonObject object = {{"file", path}, {"findings", QJsonArray::fromStringList(findings)}};
     if (findings.isEmpty()) {
         command.report.note(object, text);
         return;
     }
     command.report.result(object, text);
-    throw Failure{Exit::Failed, QString("%1: %2 to correct, then systemctl restart brisca").arg(path).arg(findings.size())};
+    throw Failure{Exit::Failed,
+                  QString("%1: %2 to correct, then systemctl restart brisca").arg(path).arg(findings.size())};
 }

@@ -96,10 +96,11 @@ void Monitor::lookAtStatus()
 void Monitor::askForState()
 {
     m_question = std::make_unique<QDBusPendingCallWatcher>(m_station.proxy().getBriscaState());
-    QObject::connect(m_question.get(), &QDBusPendingCallWatcher::finished, [this](QDBusPendingCallWatcher* done) {
-        takeState(*done);
-        m_question.release()->deleteLater();
-    });
+    QObject::connect(m_question.get(), &QDBusPendingCallWatcher::finished,
+                     [this](QDBusPendingCallWatcher* done) {
+                         takeState(*done);
+                         m_question.release()->deleteLater();
+                     });
 }
 
 void Monitor::takeState(const QDBusPendingReply<int>& reply)

@@ -106,8 +106,9 @@ void showFirmware(Command& command)
     station.require(BOOTLOADER);
     const QString text = firmwareText(station);
     if (text.isEmpty())
-        throw Failure{Exit::Failed, "the chip's console gives no text: wait for the end of an update, or "
-                                    "briscactl restart"};
+        throw Failure{Exit::Failed,
+                      "the chip's console gives no text: wait for the end of an update, or "
+                      "briscactl restart"};
     command.report.result({{"firmware", text}}, text);
 }
 

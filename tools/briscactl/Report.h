@@ -25,7 +25,6 @@ public:
     [[nodiscard]] static QString harmless(QString text);
 
 private:
-
     bool m_json;
     bool m_quiet;
     int m_percent = -1;  // printed last

@@ -62,8 +62,9 @@ uint Station::user() const
 void Station::prepare()
 {
     if (!isThere())
-        throw Failure{Exit::NoService, "the service is not on the bus: systemctl start brisca, then "
-                                       "systemctl status brisca"};
+        throw Failure{Exit::NoService,
+                      "the service is not on the bus: systemctl start brisca, then "
+                      "systemctl status brisca"};
     m_proxy.setTimeout(m_deadline.isForever()
                            ? INT_MAX
                            : static_cast<int>(std::clamp<qint64>(m_deadline.remainingTime(), 1, INT_MAX)));
@@ -109,8 +110,9 @@ BriscaState Station::sendAndWait(void (BriscaProxy::*request)())
         QObject::connect(&m_proxy, &BriscaProxy::bleIsStarted, [&isOnAir] { isOnAir = true; });
     const BriscaState reached = send(request);
     if (reached == FIRMWARE && !waitUntil([&isOnAir] { return isOnAir; }, QDeadlineTimer(kBootLimit)))
-        throw Failure{Exit::Failed, "in FIRMWARE, but the chip has not reported its start; see "
-                                    "journalctl -u brisca"};
+        throw Failure{Exit::Failed,
+                      "in FIRMWARE, but the chip has not reported its start; see "
+                      "journalctl -u brisca"};
     QObject::disconnect(connection);
     return reached;
 }

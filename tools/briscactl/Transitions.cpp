@@ -1,8 +1,8 @@
 // What takes the service from one state to another, and the short requests within one.
+#include "Transitions.h"
 #include "CommandLine.h"
 #include "Failure.h"
 #include "Station.h"
-#include "Transitions.h"
 
 #include <optional>
 
@@ -48,9 +48,9 @@ void checkName(const QString& name)
 {
     const auto bytes = name.toUtf8().size();
     if (bytes < 1 || bytes > kLongestName)
-        throw Failure{Exit::Usage, QString("a BLE name has 1 to %1 bytes of UTF-8, this one has %2")
-                                       .arg(kLongestName)
-                                       .arg(bytes)};
+        throw Failure{
+            Exit::Usage,
+            QString("a BLE name has 1 to %1 bytes of UTF-8, this one has %2").arg(kLongestName).arg(bytes)};
 }
 
 void setName(Station& station, const QString& name)

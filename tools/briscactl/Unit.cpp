@@ -16,8 +16,8 @@ Unit::Unit(const QDBusConnection& bus, const QString& service) : m_bus(bus)
     if (!process.isValid() || !m_bus.interface()->isServiceRegistered(kSystemd).value())
         return;
     // Not by the unit's name: a service that somebody runs in a shell has no status to show.
-    QDBusMessage question = QDBusMessage::createMethodCall(kSystemd, "/org/freedesktop/systemd1",
-                                                           "org.freedesktop.systemd1.Manager", "GetUnitByPID");
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", "GetUnitByPID");
     question << process.value();
     const QDBusReply<QDBusObjectPath> unit = m_bus.call(question, QDBus::Block, kLimitMs);
     if (unit.isValid())
@@ -46,8 +46,11 @@ QStringList Unit::hiddenDirectories() const
     QStringList hidden;
     const QString home = property("ProtectHome").toString();
     if (home == QLatin1String("yes") || home == QLatin1String("tmpfs"))
-        hidden << "/home" << "/root" << "/run/user";
+        hidden << "/home"
+               << "/root"
+               << "/run/user";
     if (property("PrivateTmp").toBool())
-        hidden << "/tmp" << "/var/tmp";
+        hidden << "/tmp"
+               << "/var/tmp";
     return hidden;
 }

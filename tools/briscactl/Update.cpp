@@ -50,8 +50,9 @@ void enterBootloader(Station& station, const Command& command)
         state = station.send(&BriscaProxy::disableBluetooth);
     }
     if (state != BOOTLOADER && station.send(&BriscaProxy::BriscaRestart) != BOOTLOADER)
-        throw Failure{Exit::Failed, "the chip's bootloader does not answer, nothing was sent; see "
-                                    "journalctl -u brisca"};
+        throw Failure{Exit::Failed,
+                      "the chip's bootloader does not answer, nothing was sent; see "
+                      "journalctl -u brisca"};
 }
 
 void showProgress(const Unit& unit, Report& report)
@@ -93,8 +94,9 @@ bool upload(Station& station, const QString& path, Report& report)
     });
     report.endProgress();
     if (!outcome)
-        throw Failure{Exit::Failed, "the service has ended during the update: see journalctl -u brisca, then "
-                                    "start the update again"};
+        throw Failure{Exit::Failed,
+                      "the service has ended during the update: see journalctl -u brisca, then "
+                      "start the update again"};
     return *outcome;
 }
 
@@ -126,8 +128,9 @@ void update(Command& command)
     if (command.line.isSet("start")) {
         state = station.sendAndWait(&BriscaProxy::startFirmwareApp);
         if (state != FIRMWARE)
-            throw Failure{Exit::Failed, "the update is done, but the firmware did not start: the service is in " +
-                                            name(state) + "; see journalctl -u brisca"};
+            throw Failure{Exit::Failed,
+                          "the update is done, but the firmware did not start: the service is in " +
+                              name(state) + "; see journalctl -u brisca"};
     }
     command.report.note({{"updated", path}, {"state", name(state)}}, "firmware update done, " + name(state));
 }

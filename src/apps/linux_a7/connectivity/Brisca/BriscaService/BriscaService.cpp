@@ -21,7 +21,8 @@ BriscaService::BriscaService(QObject* parent)
       m_errorState(m_stateManager),
       m_dbus(m_stateManager, m_bootloaderState, m_firmwareState, m_disabledState, m_errorState, nullptr),
       m_systemBus(m_dbus),
-      m_systemd(vitals())
+      m_systemd(vitals()),
+      m_statusLine(m_stateManager, m_bootloaderState, m_bootloader)
 {
     BluetoothManager::instance().setUartName(kUartPath);
 }
@@ -40,6 +41,12 @@ void BriscaService::init()
 void BriscaService::start()
 {
     m_stateManager.switchState(BOOTLOADER);
+}
+
+void BriscaService::tellReady()
+{
+    m_systemd.ready();
+    m_statusLine.start();
 }
 
 std::vector<Systemd::Vital> BriscaService::vitals() const

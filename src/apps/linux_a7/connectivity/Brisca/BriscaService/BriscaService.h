@@ -9,6 +9,7 @@
 #include "FirmwareState.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
+#include "StatusLine.h"
 #include "SystemBus.h"
 #include "Systemd.h"
 
@@ -31,7 +32,7 @@ public:
     /// Enters BOOTLOADER; returns when that entry has finished, whatever its outcome.
     void start();
     /// Tells systemd that the service is ready, and from now on that it is well, see Systemd.
-    void tellReady() { m_systemd.ready(); }
+    void tellReady();
 
 private:
     [[nodiscard]] std::vector<Systemd::Vital> vitals() const;
@@ -48,4 +49,5 @@ private:
     BriscaDbus m_dbus;
     SystemBus m_systemBus;
     Systemd m_systemd;
+    StatusLine m_statusLine;
 };

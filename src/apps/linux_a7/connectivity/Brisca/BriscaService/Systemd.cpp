@@ -46,6 +46,11 @@ void Systemd::stopping()
     sd_notify(0, "STOPPING=1");
 }
 
+void Systemd::status(const std::string& text)
+{
+    sd_notify(0, ("STATUS=" + text).c_str());
+}
+
 bool Systemd::eventFilter(QObject* /*receiver*/, QEvent* /*event*/)
 {
     const auto now = Clock::now();

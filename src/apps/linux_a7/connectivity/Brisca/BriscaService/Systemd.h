@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 /// The one place that talks to systemd, which need not be there. Main thread, but for stopping().
@@ -29,6 +30,8 @@ public:
     /// watchdog from now on, if systemd wants that: every quarter of its limit, and up to once a second while
     /// events come. Needs the application object.
     void ready();
+    /// Tells what "systemctl status" is to show: one line of UTF-8.
+    static void status(const std::string& text);
     /// Tells that the service is about to end. Any thread.
     static void stopping();
 

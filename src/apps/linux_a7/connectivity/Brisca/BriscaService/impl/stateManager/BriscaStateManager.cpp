@@ -29,7 +29,14 @@ void BriscaStateManager::switchState(const BriscaState& newState)
         return;
     if (StateHandlerI* const left = m_handlers[m_current])
         left->onExit();
+    enter(target);
+}
+
+void BriscaStateManager::enter(BriscaState target)
+{
     m_current = target;
+    m_observer(true);
     if (StateHandlerI* const entered = m_handlers[target])
         entered->onEnter();
+    m_observer(false);
 }

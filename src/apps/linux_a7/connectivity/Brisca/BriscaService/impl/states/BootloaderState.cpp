@@ -50,6 +50,7 @@ BootloaderState::BootloaderState(BriscaStateManagerI& stateManager, IoEfr32Manag
 
 void BootloaderState::onEnter()
 {
+    m_updateLog.forget();
     const bool isOpen = openAndFindPrompt();
     // A prompt at the last attempt still counts as a failure, deliberately: a chip that needs four resets is
     // not to be trusted with an upload.

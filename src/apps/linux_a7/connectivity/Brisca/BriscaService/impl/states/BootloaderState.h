@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 class An760;
 class BriscaStateManagerI;
@@ -45,6 +46,9 @@ public:
     /// While one runs, another is not started, and the result arrives once.
     /// @return false when the state is another one or @p filename is no regular file that can be read
     [[nodiscard]] bool startFwUpdate(const QString& filename);
+    /// Why the last update has failed, in the words of the log; empty when none has since this state was
+    /// entered.
+    [[nodiscard]] const std::string& updateFailure() const { return m_updateLog.failure(); }
     /// One reset pulse, one carriage return, then the wait for the prompt, which has no time-out.
     [[nodiscard]] bool resetEfr32AndWaitPrompt();
 

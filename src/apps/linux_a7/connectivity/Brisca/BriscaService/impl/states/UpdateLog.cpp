@@ -38,6 +38,7 @@ void UpdateLog::begin(const QString& filePath, qint64 bytes)
     m_time.start();
     m_quarters = 0;
     m_silent = false;
+    m_failure.clear();
     m_timer.start(kLookPeriod);
 }
 
@@ -99,6 +100,7 @@ void UpdateLog::fail(const std::string& reason)
 {
     if (!stop())
         return;
+    m_failure = reason;
     const UploadProgress& progress = m_bootloader.uploadProgress();
     BRISCA_ERROR(logNode, "Firmware update failed after %.1f s at block %lld of %lld, repeated %d times: %s",
                  seconds(), static_cast<long long>(progress.block()),

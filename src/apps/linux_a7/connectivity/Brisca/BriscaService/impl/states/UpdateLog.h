@@ -28,6 +28,10 @@ public:
     /// The upload could not be started. Does nothing when its end has been told already.
     void neverBegun();
 
+    /// Why the last update has failed; empty when it has not, or since forget().
+    [[nodiscard]] const std::string& failure() const { return m_failure; }
+    void forget() { m_failure.clear(); }
+
 private:
     [[nodiscard]] bool stop();
     void look();
@@ -42,4 +46,5 @@ private:
     QElapsedTimer m_time;
     int m_quarters = 0;  // told so far
     bool m_silent = false;
+    std::string m_failure;
 };
