@@ -13,5 +13,5 @@ case ${1:-} in
 esac
 scripts/setup.sh demo
 cmake --preset demo >/dev/null
-cmake --build --preset demo --target BriscaService efr32sim_program chp brisca-phone
+cmake --build --preset demo --target BriscaService briscactl efr32sim_program chp brisca-phone unit-stand-in
 exec tools/demo/tour.sh build/demo/bin "$@"

@@ -4,11 +4,13 @@
 #include "ServiceProgram.h"
 #include "Station.h"
 
-#include <optional>
+#include <chrono>
 
 namespace {
 constexpr const char* kUpdating = "firmware update: ";
 constexpr const char* kSilent = "has not answered";
+constexpr const char* kOffAir = "not on the air";
+constexpr std::chrono::seconds kAdvertisingLimit{3};  // a boot, or a phone that has just gone
 
 QString firmwareText(Station& station)
 {
@@ -59,9 +61,15 @@ struct Health
     QString reason;
 };
 
-Health healthInFirmware(Station& station, const QString& status)
+Health healthInFirmware(Station& station, QString status)
 {
-    if (status.contains(kSilent))
+    (void)Station::waitUntil(
+        [&] {
+            status = station.unit().statusText().value_or(status);
+            return !status.contains(kOffAir);
+        },
+        QDeadlineTimer(kAdvertisingLimit));
+    if (status.contains(kSilent) || status.contains(kOffAir))
         return {Exit::Failed, status};
     if (macAddress(station).isEmpty())
         return {Exit::Failed, "FIRMWARE: the chip does not answer, the service resets it after a minute"};

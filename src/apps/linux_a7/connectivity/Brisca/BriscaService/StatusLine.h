@@ -14,8 +14,8 @@ class BriscaStateManager;
 /// Tells systemd in a few words what the service is doing, which "systemctl status" shows: the state, the
 /// progress of a firmware update, who is connected, since when the chip is silent. Main thread only.
 ///
-/// What it tells, it reads four times a second, so that nothing on the way of a request waits for it. Only the
-/// beginning of an entry, which blocks the event loop, is told at once. At most ten texts a second.
+/// What it tells, it reads four times a second, so that nothing on the way of a request waits for it. Only
+/// the beginning of an entry, which blocks the event loop, is told at once. At most ten texts a second.
 class StatusLine
 {
 public:
