@@ -38,7 +38,7 @@ if [ "$arch" != "$native" ]; then
     cross=(env DEB_HOST_ARCH="$arch" DPKG_ADMINDIR="$(scripts/sysroot.sh)/var/lib/dpkg")
 fi
 cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" --target BriscaService briscactl brisca_changelog
+cmake --build --preset "$preset" --target BriscaService briscactl brisca_zipped
 (cd "build/$preset" && rm -rf ./*.deb ./*.ddeb _CPack_Packages && "${cross[@]}" cpack >/dev/null)
 package=$(echo "build/$preset"/brisca-service_*.deb)
 debug=${package/service_/service-dbgsym_}

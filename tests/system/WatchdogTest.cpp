@@ -54,6 +54,7 @@ TEST_F(Watchdog, IsNotFedWhileTheEventPumpHangs)
         return log().find("No sign of life of the event pump for 10 s, systemd's watchdog is not fed") !=
                std::string::npos;
     }));
+    notify.drain();
     EXPECT_EQ(notify.wait(std::chrono::seconds(2)), "");
     EXPECT_EQ(client->call("getBriscaState"), kFirmware) << "the event loop turns";
     ASSERT_EQ(::ptrace(PTRACE_DETACH, pump, nullptr, nullptr), 0);

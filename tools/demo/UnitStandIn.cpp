@@ -1,6 +1,5 @@
-// Stands in for systemd where there is none: takes the notifications of one service and shows its status on the
-// bus, as the unit's object does.
-// usage: unit-stand-in NOTIFY-SOCKET [private-tmp]
+// Stands in for systemd where there is none: takes the notifications of one service and shows its status on
+// the bus, as the unit's object does. usage: unit-stand-in NOTIFY-SOCKET [private-tmp]
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <systemd/sd-bus.h>
@@ -25,21 +24,23 @@ int getUnit(sd_bus_message* call, void*, sd_bus_error*)
     return sd_bus_reply_method_return(call, "o", kUnitPath);
 }
 
-int getText(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void* data, sd_bus_error*)
+int getText(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void* data,
+            sd_bus_error*)
 {
     const auto* const unit = static_cast<const Unit*>(data);
     const bool isStatus = std::strcmp(name, "StatusText") == 0;
     return sd_bus_message_append(reply, "s", isStatus ? unit->status.c_str() : "no");
 }
 
-int getPrivateTmp(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data, sd_bus_error*)
+int getPrivateTmp(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data,
+                  sd_bus_error*)
 {
     return sd_bus_message_append(reply, "b", static_cast<int>(static_cast<const Unit*>(data)->privateTmp));
 }
 
-const sd_bus_vtable kManager[] = {SD_BUS_VTABLE_START(0),
-                                  SD_BUS_METHOD("GetUnitByPID", "u", "o", getUnit, SD_BUS_VTABLE_UNPRIVILEGED),
-                                  SD_BUS_VTABLE_END};
+const sd_bus_vtable kManager[] = {
+    SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetUnitByPID", "u", "o", getUnit, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END};
 const sd_bus_vtable kService[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("StatusText", "s", getText, 0, 0),
                                   SD_BUS_PROPERTY("ProtectHome", "s", getText, 0, 0),
                                   SD_BUS_PROPERTY("PrivateTmp", "b", getPrivateTmp, 0, 0), SD_BUS_VTABLE_END};
@@ -49,7 +50,8 @@ int openSocket(const char* path)
     const int descriptor = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {AF_UNIX, {}};
     std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    return ::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? descriptor : -1;
+    return ::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? descriptor
+                                                                                                : -1;
 }
 
 void takeNotification(int descriptor, Unit& unit)
@@ -82,7 +84,8 @@ int main(int argc, char** argv)
     sd_bus* bus = nullptr;
     if (argc < 2 || sd_bus_open_system(&bus) < 0)
         return 1;
-    sd_bus_add_object_vtable(bus, nullptr, kManagerPath, "org.freedesktop.systemd1.Manager", kManager, nullptr);
+    sd_bus_add_object_vtable(bus, nullptr, kManagerPath, "org.freedesktop.systemd1.Manager", kManager,
+                             nullptr);
     sd_bus_add_object_vtable(bus, nullptr, kUnitPath, "org.freedesktop.systemd1.Service", kService, &unit);
     const int descriptor = openSocket(argv[1]);
     if (descriptor < 0 || sd_bus_request_name(bus, "org.freedesktop.systemd1", 0) < 0)

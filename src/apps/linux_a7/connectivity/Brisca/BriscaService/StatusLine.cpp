@@ -93,7 +93,7 @@ std::string StatusLine::firmwareText()
     const BluetoothManager& bluetooth = BluetoothManager::instance();
     if (const auto since = bluetooth.chipSilentSince())
         return "FIRMWARE: the chip has not answered for " + std::to_string(tensOfSeconds(*since)) + " s";
-    switch (bluetooth.getBleState()) {
+    switch (BluetoothManager::peekBleState()) {
         case kConnected:
             return "FIRMWARE: phone connected";
         case kAdvertising:

@@ -81,6 +81,11 @@ int BluetoothManager::getBleState() const
     return m_stack.getBriscaState();
 }
 
+int BluetoothManager::peekBleState()
+{
+    return GBSSlave_PeekState();
+}
+
 std::optional<std::chrono::system_clock::time_point> BluetoothManager::chipSilentSince() const
 {
     const std::chrono::milliseconds silence = m_stack.silence();

@@ -39,6 +39,8 @@ public:
     [[nodiscard]] QString getBleMacAddress() const;
     /// 0 disabled, 1 ready, 2 advertising, 4 connected, -1 unknown. Any thread.
     [[nodiscard]] int getBleState() const;
+    /// The same without waiting for a command of another task, whatever the chip does. Any thread.
+    [[nodiscard]] static int peekBleState();
 
     /// As Brisca::pumpSilence().
     [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence()
