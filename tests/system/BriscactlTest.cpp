@@ -41,10 +41,11 @@ protected:
     }
     static int run(const std::string& words, const std::string& prefix = "")
     {
-        return std::atoi(launch(words, prefix)->waitEnd(std::chrono::seconds(60)).value_or("exit 99").c_str() + 5);
+        return std::atoi(
+            launch(words, prefix)->waitEnd(std::chrono::seconds(60)).value_or("exit 99").c_str() + 5);
     }
-    static std::string out() { return testsupport::readFile(kOut); }
-    static std::string errors() { return testsupport::readFile(kErrors); }
+    static std::string out() { return readFile(kOut); }
+    static std::string errors() { return readFile(kErrors); }
     static QJsonObject object(const std::string& line)
     {
         QJsonParseError error;
@@ -52,7 +53,10 @@ protected:
         EXPECT_EQ(error.error, QJsonParseError::NoError) << line;
         return document.object();
     }
-    static std::string value(const char* key) { return object(out())[QLatin1String(key)].toString().toStdString(); }
+    static std::string value(const char* key)
+    {
+        return object(out())[QLatin1String(key)].toString().toStdString();
+    }
 
     /// A stand-in of systemd takes the service's status; its unit hides /tmp when asked to.
     void startUnit(const std::string& privateTmp = "")
@@ -61,10 +65,11 @@ protected:
         if (!privateTmp.empty())
             words.push_back(privateTmp);
         m_unit = std::make_unique<Process>(words, "/tmp/unit.log");
-        ASSERT_TRUE(testsupport::waitUntil([] { return std::filesystem::exists(kUnitSocket); }));
-        service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog,
-                                            Process::Environment{std::string("NOTIFY_SOCKET=") + kUnitSocket});
-        ASSERT_TRUE(testsupport::waitUntil([this] { return client->call("getBriscaState") == kBootloader; }));
+        ASSERT_TRUE(waitUntil([] { return std::filesystem::exists(kUnitSocket); }));
+        service =
+            std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog,
+                                      Process::Environment{std::string("NOTIFY_SOCKET=") + kUnitSocket});
+        ASSERT_TRUE(waitUntil([this] { return client->call("getBriscaState") == kBootloader; }));
     }
     static void writeImage(std::size_t bytes = 40'000) { std::ofstream(kImage) << std::string(bytes, 'f'); }
 
@@ -74,7 +79,8 @@ protected:
 TEST_F(Briscactl, TakesTheServiceThroughItsStates)
 {
     startUnit();
-    for (const auto& [words, code, output, error] : std::vector<std::tuple<std::string, int, std::string, std::string>>{
+    for (const auto& [words, code, output, error] :
+         std::vector<std::tuple<std::string, int, std::string, std::string>>{
              {"status", Done, "state:    BOOTLOADER\n", ""},
              {"health", WrongState, "", "briscactl start"},
              {"firmware", Done, "EFR32MG12 application", ""},
@@ -109,7 +115,8 @@ TEST_F(Briscactl, TakesTheServiceThroughItsStates)
              {"status --bus unix:path=/tmp/none", NoService, "", "no bus"}}) {
         SCOPED_TRACE(words);
         EXPECT_EQ(run(words), code);
-        EXPECT_THAT(out(), code == Done && !output.empty() ? HasSubstr(output) : testing::Matcher<std::string>(output));
+        EXPECT_THAT(out(), code == Done && !output.empty() ? HasSubstr(output)
+                                                           : testing::Matcher<std::string>(output));
         EXPECT_THAT(errors(), error.empty() ? testing::Matcher<std::string>("")
                                             : AllOf(StartsWith("briscactl: "), HasSubstr(error)));
     }
@@ -129,7 +136,7 @@ TEST_F(Briscactl, TellsAFailureAndAServiceThatIsNotThereOrHangs)
     EXPECT_EQ(run("status --timeout 1"), TimeOut);
     const auto waiting = launch("status");
     service.reset();
-    EXPECT_EQ(waiting->waitEnd(testsupport::kPatience), "exit 5");
+    EXPECT_EQ(waiting->waitEnd(kPatience), "exit 5");
 }
 
 TEST_F(Briscactl, UpdatesFromFirmwareAndPutsTheStationBackOnTheAir)
@@ -151,7 +158,7 @@ TEST_F(Briscactl, UpdatesFromFirmwareAndPutsTheStationBackOnTheAir)
     }
     EXPECT_GE(percent, 0) << "the second of silence shows in the status";
     EXPECT_EQ(state, "FIRMWARE");
-    EXPECT_TRUE(testsupport::waitUntil([] { return run("health") == Done && out().find("Links") != std::string::npos; }));
+    EXPECT_TRUE(waitUntil([] { return run("health") == Done && out().find("Links") != std::string::npos; }));
 }
 
 TEST_F(Briscactl, SaysWhyAnUpdateFailsAndBringsTheBootloaderBack)
@@ -166,9 +173,9 @@ TEST_F(Briscactl, SaysWhyAnUpdateFailsAndBringsTheBootloaderBack)
     auto events = chip.follow();
     const auto tool = launch(std::string("update ") + kImage);
     ASSERT_TRUE(events.waitFor(efr32sim::EventKind::UploadStarted));
-    EXPECT_TRUE(testsupport::waitUntil([] { return out().find("firmware update: ") != std::string::npos; }));
+    EXPECT_TRUE(waitUntil([] { return out().find("firmware update: ") != std::string::npos; }));
     service->kill(SIGKILL);
-    EXPECT_EQ(tool->waitEnd(testsupport::kPatience), "exit 1");
+    EXPECT_EQ(tool->waitEnd(kPatience), "exit 1");
     EXPECT_THAT(errors(), HasSubstr("the service has ended during the update"));
 }
 
@@ -193,7 +200,7 @@ TEST_F(Briscactl, MonitorsSignalsStatesAndAServiceThatGoes)
              {[] {}, R"("status":"FIRMWARE: on the air as Voltra")"},
              {[this] { service.reset(); }, R"("service":false)"}}) {
         action();
-        EXPECT_TRUE(testsupport::waitUntil([&line] { return out().find(line) != std::string::npos; })) << line;
+        EXPECT_TRUE(waitUntil([&line] { return out().find(line) != std::string::npos; })) << line;
     }
     std::istringstream lines(out());
     for (std::string line; std::getline(lines, line);)
@@ -202,7 +209,8 @@ TEST_F(Briscactl, MonitorsSignalsStatesAndAServiceThatGoes)
 
 TEST_F(Briscactl, ChecksALogConfigurationWithoutAService)
 {
-    std::ofstream(kImage) << "GLOBAL : NOTICE\nBriscaService.comm.An761 : TRACE\nBTP_CORE : LOUD # x\nGLOBAL\n";
+    std::ofstream(kImage)
+        << "GLOBAL : NOTICE\nBriscaService.comm.An761 : TRACE\nBTP_CORE : LOUD # x\nGLOBAL\n";
     EXPECT_EQ(run(std::string("log check --json ") + kImage), Failed);
     EXPECT_THAT(out(), AllOf(HasSubstr("line 2: 'BriscaService.comm.An761'"), HasSubstr("line 3: 'LOUD'"),
                              HasSubstr("line 4: no colon")));
@@ -215,7 +223,7 @@ TEST_F(Briscactl, TellsAnOutsiderThatTheAccessIsDenied)
     if (::getuid() != 0)
         GTEST_SKIP() << "needs root to act as another user";
     bus->kill(SIGKILL);
-    ASSERT_TRUE(bus->waitEnd(testsupport::kPatience));
+    ASSERT_TRUE(bus->waitEnd(kPatience));
     std::filesystem::remove("/tmp/bus");
     std::ofstream("/tmp/policy.conf") << R"(<busconfig><type>system</type><listen>unix:path=/tmp/bus</listen>
         <policy context="default"><allow user="*"/><deny own="*"/><deny send_type="method_call"/>
@@ -225,14 +233,15 @@ TEST_F(Briscactl, TellsAnOutsiderThatTheAccessIsDenied)
         <allow send_destination="org.freedesktop.DBus"/></policy><include>)"
                                       << INSTALLED_POLICY << R"(</include>
         <policy user="root"><allow own="org.voltra.brisca"/></policy></busconfig>)";
-    bus.emplace(std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile", "--config-file=/tmp/policy.conf"},
-                "/tmp/bus.log");
+    bus.emplace(
+        std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile", "--config-file=/tmp/policy.conf"},
+        "/tmp/bus.log");
     client.emplace();
     ASSERT_NO_FATAL_FAILURE(startService());
     writeImage();
     EXPECT_EQ(run("status"), Done) << errors();
-    for (const std::string words : {"status", "health", "start", "disable", "restart", "mac", "firmware", "name x",
-                                    "disconnect", "monitor", "update /tmp/image.gbl"}) {
+    for (const std::string words : {"status", "health", "start", "disable", "restart", "mac", "firmware",
+                                    "name x", "disconnect", "monitor", "update /tmp/image.gbl"}) {
         EXPECT_EQ(run(words, "setpriv --reuid=65534 --regid=65534 --clear-groups"), AccessDenied) << words;
         EXPECT_THAT(errors(), HasSubstr("brisca-clients")) << words;
     }

@@ -68,11 +68,11 @@ TEST_F(Bus, WhoseSuccessorsSayNothingIsLookedForAndItsReturnIsToldOnce)
         ASSERT_NO_FATAL_FAILURE(killBus());
         {
             SilentBus silent;
-            ASSERT_TRUE(testsupport::waitUntil([&] { return silent.isReached(); }));
+            ASSERT_TRUE(waitUntil([&] { return silent.isReached(); }));
             EXPECT_TRUE(eventLoopTurns());
         }
         startBus();
-        ASSERT_TRUE(testsupport::waitUntil([&] { return linesWith({kReached}).size() >= round; }));
+        ASSERT_TRUE(waitUntil([&] { return linesWith({kReached}).size() >= round; }));
         EXPECT_EQ(client->call("getBriscaState"), kBootloader);
         EXPECT_THAT(linesWith({kReached}), SizeIs(round));
         EXPECT_THAT(linesWith({kLost}), SizeIs(round));
@@ -87,7 +87,7 @@ TEST_F(Bus, ThatSaysNothingDoesNotKeepAStopWaiting)
     startService();
     ASSERT_NO_FATAL_FAILURE(killBus());
     SilentBus silent;
-    ASSERT_TRUE(testsupport::waitUntil([&] { return silent.isReached(); }));
+    ASSERT_TRUE(waitUntil([&] { return silent.isReached(); }));
     service->kill(SIGTERM);
     EXPECT_EQ(service->waitEnd(kPatience), "exit 0");
     EXPECT_TRUE(waitLog("Service stopped"));

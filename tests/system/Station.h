@@ -35,7 +35,7 @@ public:
 private:
     void read(const std::stop_token& stop);
 
-    testsupport::UniqueFd m_socket;
+    UniqueFd m_socket;
     std::mutex m_lock;
     std::condition_variable m_news;
     std::deque<std::string> m_notifications;

@@ -50,7 +50,7 @@ TEST_F(Watchdog, IsNotFedWhileTheEventPumpHangs)
     const pid_t pump = threads.at(threads.size() - 3);  // the last of five tasks but two; one has ended
     ASSERT_EQ(::ptrace(PTRACE_SEIZE, pump, nullptr, nullptr), 0);
     ASSERT_EQ(::ptrace(PTRACE_INTERRUPT, pump, nullptr, nullptr), 0);
-    ASSERT_TRUE(testsupport::waitUntil([this] {
+    ASSERT_TRUE(waitUntil([this] {
         return log().find("No sign of life of the event pump for 10 s, systemd's watchdog is not fed") !=
                std::string::npos;
     }));
@@ -71,7 +71,7 @@ TEST_F(Watchdog, IsNotFedWhileAnUploadHearsNothing)
     ASSERT_EQ(client->call("startFirmwareUpdate", kImage), "true");
     ASSERT_TRUE(events.waitFor(EventKind::UploadStarted));
     chip.setReset(false);
-    ASSERT_TRUE(testsupport::waitUntil(
+    ASSERT_TRUE(waitUntil(
         [this] {
             return log().find("No sign of life of the chip during the upload for 60 s") != std::string::npos;
         },

@@ -65,12 +65,14 @@ void Station::prepare()
         throw Failure{Exit::NoService,
                       "the service is not on the bus: systemctl start brisca, then "
                       "systemctl status brisca"};
+    m_owner = m_bus.interface()->serviceOwner(kService).value();
     m_proxy.setTimeout(m_deadline.isForever()
                            ? INT_MAX
                            : static_cast<int>(std::clamp<qint64>(m_deadline.remainingTime(), 1, INT_MAX)));
 }
 
-// Both a time-out and a service that ends meanwhile are "no reply" to the bus.
+// Both a time-out and a service that ends meanwhile are "no reply" to the bus; the one leaves the owner of
+// the name as it was.
 void Station::fail(const QDBusError& error) const
 {
     switch (error.type()) {
@@ -80,7 +82,7 @@ void Station::fail(const QDBusError& error) const
         case QDBusError::NoReply:
         case QDBusError::Timeout:
         case QDBusError::TimedOut:
-            if (m_deadline.hasExpired())
+            if (m_bus.interface()->serviceOwner(kService).value() == m_owner)
                 throw Failure{Exit::TimeOut, kTimeOut};
             [[fallthrough]];
         case QDBusError::ServiceUnknown:

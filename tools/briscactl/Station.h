@@ -69,6 +69,7 @@ private:
     QDBusConnection m_bus;
     QDeadlineTimer m_deadline;
     BriscaProxy m_proxy;
+    QString m_owner;  // of the service's name when it was asked last
 };
 
 [[nodiscard]] QString name(BriscaState state);
