@@ -139,7 +139,7 @@ TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
             chip.inject({.kind = efr32sim::FaultKind::SilentReset});
         service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog, notified());
         if (late) {
-            EXPECT_TRUE(testsupport::waitUntil([&] { return said("timed out"); }));
+            EXPECT_TRUE(waitUntil([&] { return said("timed out"); }));
             chip.sendRaw(efr32sim::Bytes{'B', 'L', ' ', '>'});
         }
         ASSERT_EQ(notify.wait(), "READY=1");
@@ -151,7 +151,7 @@ TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
         service->kill(SIGKILL);
         (void)service->waitEnd(kPatience);
     }
-    EXPECT_TRUE(testsupport::waitUntil([&] { return said("on the air", 2); }));
+    EXPECT_TRUE(waitUntil([&] { return said("on the air", 2); }));
 }
 
 TEST_F(Interface, ServesTheRequestsOfFirmware)

@@ -148,6 +148,9 @@ TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
     GBSSlave_ResumeEvents();
     GBSSlave_TreatEvent();
     EXPECT_EQ(boots, 1) << "the boot event has been kept";
+    EXPECT_EQ(NCPManager_StartAdvertising(4, 2), 1u);
+    ASSERT_EQ(GBSSlave_Init(line.slavePath().c_str()), 1u);
+    EXPECT_EQ(GBSSlave_GetState(), GBS_LINK_DISABLED) << "of the stack's next run";
     GBSSlave_SetEventCallback(nullptr);
     GBSSlave_LetGoLine();
 }

@@ -84,7 +84,7 @@ TEST_F(OwnedLine, IsTakenAnewAnyNumberOfTimesWithoutLeaking)
         take();
     }
     {
-        const testsupport::StdoutCapture log;
+        const StdoutCapture log;
         LineOwner::letGo();
         LineOwner::letGo();
         EXPECT_FALSE(log.contains("<WARN >")) << "there is nothing to wait for";
