@@ -7,6 +7,7 @@
 #include <coap3/coap.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -96,10 +97,8 @@ public:
     {
         coap_pdu_t* const pdu =
             coap_new_pdu(COAP_MESSAGE_CON, static_cast<coap_pdu_code_t>(method), m_session);
-        std::uint8_t token[8];
-        std::size_t tokenSize = 0;
-        coap_session_new_token(m_session, &tokenSize, token);
-        coap_add_token(pdu, tokenSize, token);
+        coap_prng(m_token, sizeof m_token);
+        coap_add_token(pdu, sizeof m_token, m_token);
         const std::string_view path = target.substr(0, target.find('?'));
         addParts(pdu, COAP_OPTION_URI_PATH, path, '/');
         if (path.size() < target.size())
@@ -131,6 +130,9 @@ private:
                                       const coap_mid_t)
     {
         auto* const self = static_cast<CoapExchange*>(coap_get_app_data(coap_session_get_context(session)));
+        const coap_bin_const_t token = coap_pdu_get_token(received);
+        if (!std::equal(token.s, token.s + token.length, self->m_token, std::end(self->m_token)))
+            return COAP_RESPONSE_OK;  // of an earlier request: on a busy machine an answer may come twice
         const unsigned code = coap_pdu_get_code(received);
         char head[16];
         (void)std::snprintf(head, sizeof head, "%u.%02u ", code >> 5, code & 31);
@@ -146,6 +148,7 @@ private:
 
     coap_context_t* m_context = nullptr;
     coap_session_t* m_session = nullptr;
+    std::uint8_t m_token[8] = {};
     std::optional<std::string> m_answer;
 };
 
