@@ -12,7 +12,7 @@ export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$shared/bus
 sed "s|@LISTEN@|$DBUS_SYSTEM_BUS_ADDRESS|" "$(dirname "$0")/bus.conf" >/tmp/bus.conf
 dbus-daemon --config-file=/tmp/bus.conf --nofork --nopidfile 2>"$shared/bus.log" &
 "$binaries/efr32sim" --tty /dev/evse/tty_efr32 --reset /dev/evse/io_efr32_reset \
-    --control "$shared/chip" </dev/null >"$shared/chip.log" 2>&1 &
+    --control "$shared/chip" --pace </dev/null >"$shared/chip.log" 2>&1 &
 until [ -S "$shared/bus" ] && [ -S "$shared/chip" ]; do sleep 0.05; done
 
 # In systemd's place, which shows what the service tells about itself.

@@ -6,7 +6,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 binaries=$(cd "$1" && pwd)
 stay=${2:-}
 logs=$(dirname "$binaries")/logs
-readonly kImageSize=300000 kPatience=30
+readonly kImageSize=150000 kPatience=30
 
 shared=$(mktemp -d /tmp/brisca-demo.XXXXXX)
 chmod 755 "$shared"
@@ -20,8 +20,8 @@ bold() {
 }
 note() { printf '   %.96s\n' "$*"; } # no more than a terminal's line
 phone() { "$binaries/brisca-phone" "$shared/chip" "$@"; }
-brisca() { busctl --system call org.voltra.brisca / brisca.service "$@"; }
-state() { brisca getBriscaState | cut -d' ' -f2; }
+operator() { "$binaries/briscactl" "$@"; }
+firmware_version() { operator firmware | grep -m 1 .; }
 
 finish() {
     if kill -0 "$station" 2>/dev/null && [ -p "$shared/stop" ]; then
@@ -58,7 +58,7 @@ within() { # within COMMAND...: true as soon as the command is, for a while
         sleep 0.1
     done
 }
-in_state() { [ "$(state)" = "$1" ]; }
+in_state() { operator status | grep -q "^state: *$1"; }
 signalled() { [ "$(grep -c "$1" "$shared/signals")" -ge "${2:-1}" ]; }
 on_air() { phone scan | grep -q "name=\"\?$1"; }
 answers() { # answers START COMMAND...: shows the output, whose start is checked
@@ -68,16 +68,6 @@ answers() { # answers START COMMAND...: shows the output, whose start is checked
     [[ $output == "$1"* ]]
 }
 
-update_progress() {
-    local blocks=$(((kImageSize + 127) / 128)) sent=0
-    until signalled fwUpdateComplete; do
-        sent=$(grep -c 'answer: ' "$shared/service.log" || true)
-        printf '\r   %3d %% sent' $((100 * sent / blocks))
-        [ "$SECONDS" -lt "$((start + kPatience))" ] || return 1
-        sleep 0.2
-    done
-    printf '\r   %3d %% sent\n' $((100 * $(grep -c 'answer: ' "$shared/service.log") / blocks))
-}
 same_image() {
     phone image "$shared/stored" >/dev/null
     cmp -n "$kImageSize" "$shared/firmware" "$shared/stored"
@@ -91,23 +81,23 @@ BRISCA_SANDBOX_BIND=$shared "$here/../../tests/support/sandbox.sh" "$here/statio
 station=$!
 
 bold "The station starts: it resets the chip and waits for its bootloader"
-check "the service is in BOOTLOADER" within in_state 1
-gdbus monitor --system --dest org.voltra.brisca --object-path / >"$shared/signals" &
+check "the service is in BOOTLOADER" within in_state BOOTLOADER
+operator monitor >"$shared/signals" &
 monitor=$!
-within signalled "The name"
+within signalled "on the bus"
 
 if [ "$stay" = --stay ]; then
-    brisca startFirmwareApp >/dev/null
-    check "Bluetooth has started" within signalled bleIsStarted
+    check "the station is on the air" answers FIRMWARE operator start
     cat <<TEXT
 
 The station runs. In another terminal:
 
   export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SYSTEM_BUS_ADDRESS
-  busctl --system call org.voltra.brisca / brisca.service getBriscaState
-  busctl --system call org.voltra.brisca / brisca.service getMacAddress
+  export PATH=$binaries:\$PATH
+  briscactl status                  what the station does
+  briscactl monitor                 what happens
+  briscactl --help                  everything an operator can do
   busctl --system introspect org.voltra.brisca / brisca.service
-  gdbus monitor --system --dest org.voltra.brisca
 
   phone() { $binaries/brisca-phone $shared/chip "\$@"; }
   phone scan                        what is on the air
@@ -121,7 +111,7 @@ The station runs. In another terminal:
   tail -f $shared/chip.log          what the chip sees
 
 Your own application: put it in place of $shared/chp and restart with
-  busctl --system call org.voltra.brisca / brisca.service BriscaRestart
+  briscactl restart
 
 Ctrl-C ends the station.
 TEXT
@@ -130,23 +120,20 @@ TEXT
 fi
 
 bold "An operator asks for the chip's firmware"
-check "the chip's information text is read" answers s brisca getFirmwareVersion
+check "the chip's information text is read" answers EFR32 firmware_version
 
 bold "The operator updates the firmware from a file of $kImageSize bytes"
 head -c "$kImageSize" /dev/urandom >"$shared/firmware"
-cp "$shared/firmware" "$shared/firmware.bin"
-chmod 644 "$shared/firmware.bin"
-start=$SECONDS
-check "the upload is accepted" answers "b true" brisca startFirmwareUpdate s "$shared/firmware.bin"
-check "the upload ends" update_progress
-check "fwUpdateComplete reports success" signalled "fwUpdateComplete (true"
+chmod 644 "$shared/firmware"
+check "briscactl tells the success" operator update "$shared/firmware"
+check "fwUpdateComplete is signalled" within signalled "fwUpdateComplete true"
 check "the chip holds the file byte by byte" same_image
 
 bold "The operator starts the firmware; the station goes on the air"
-brisca startFirmwareApp >/dev/null
+check "the service is in FIRMWARE" answers FIRMWARE operator start
 check "bleIsStarted is signalled" within signalled bleIsStarted
-check "the service is in FIRMWARE" within in_state 2
-check "the MAC address is known" answers s brisca getMacAddress
+check "the MAC address is known" answers 0 operator mac
+operator status | sed 's/^/   /'
 
 bold "A phone discovers the station, connects and asks the application"
 check "the phone finds \"Voltra\"" within on_air Voltra
@@ -162,19 +149,16 @@ check "GET blob?2000, an answer of many fragments" answers "2.05 Content  abc" p
 check "GET nowhere" answers 4.04 phone get nowhere
 
 bold "The operator disables Bluetooth and renames the station"
-brisca disableBluetooth >/dev/null
-check "the service is in DISABLED" within in_state 3
-brisca BriscaRestart >/dev/null
-check "a restart leads to BOOTLOADER" within in_state 1
-brisca changeBleName s "Garage left" >/dev/null
-brisca startFirmwareApp >/dev/null
+check "the service is in DISABLED" answers DISABLED operator disable
+check "a restart leads to BOOTLOADER" answers BOOTLOADER operator restart
+check "the name is taken" answers Garage operator name "Garage left"
+check "the service is in FIRMWARE" answers FIRMWARE operator start
 check "the phone finds \"Garage left\"" within on_air "Garage left"
 note "$(phone scan)"
 
 bold "Disabled and enabled again, the station serves the phone as before"
-brisca disableBluetooth >/dev/null
-check "the service is in DISABLED" within in_state 3
-brisca enableBluetooth >/dev/null
+check "the service is in DISABLED" answers DISABLED operator disable
+check "the service is in FIRMWARE" answers FIRMWARE operator enable
 check "the phone connects" within phone connect 1000
 phone subscribe on >/dev/null
 check "GET status" answers 2.05 phone get status
