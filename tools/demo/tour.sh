@@ -82,7 +82,7 @@ station=$!
 
 bold "The station starts: it resets the chip and waits for its bootloader"
 check "the service is in BOOTLOADER" within in_state BOOTLOADER
-operator monitor >"$shared/signals" &
+"$binaries/briscactl" monitor >"$shared/signals" &
 monitor=$!
 within signalled "on the bus"
 
