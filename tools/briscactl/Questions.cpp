@@ -10,7 +10,7 @@ namespace {
 constexpr const char* kUpdating = "firmware update: ";
 constexpr const char* kSilent = "has not answered";
 constexpr const char* kOffAir = "not on the air";
-constexpr std::chrono::seconds kAdvertisingLimit{3};  // a boot, or a phone that has just gone
+constexpr std::chrono::seconds kAdvertisingLimit{12};  // the service itself mends it after 10 s
 
 QString firmwareText(Station& station)
 {
