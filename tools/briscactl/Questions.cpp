@@ -8,8 +8,8 @@
 
 namespace {
 constexpr const char* kUpdating = "firmware update: ";
-constexpr const char* kSilent = "has not answered";
-constexpr const char* kOffAir = "not on the air";
+constexpr const char* kSilent = "FIRMWARE: the chip has not answered";
+constexpr const char* kOffAir = "FIRMWARE: not on the air";
 constexpr std::chrono::seconds kAdvertisingLimit{12};  // the service itself mends it after 10 s
 
 QString firmwareText(Station& station)
@@ -17,9 +17,18 @@ QString firmwareText(Station& station)
     return station.ask([](BriscaProxy& proxy) { return proxy.getFirmwareVersion(); });
 }
 
+/// Empty only when the chip stays silent: one response that comes late is lost for the service.
 QString macAddress(Station& station)
 {
-    return station.ask([](BriscaProxy& proxy) { return proxy.getMacAddress(); });
+    constexpr std::chrono::seconds kLimit{2};
+    QString mac;
+    (void)Station::waitUntil(
+        [&] {
+            mac = station.ask([](BriscaProxy& proxy) { return proxy.getMacAddress(); });
+            return !mac.isEmpty();
+        },
+        QDeadlineTimer(kLimit));
+    return mac;
 }
 
 /// The first line that says something: the chip's menu begins with empty ones.
@@ -66,10 +75,10 @@ Health healthInFirmware(Station& station, QString status)
     (void)Station::waitUntil(
         [&] {
             status = station.unit().statusText().value_or(status);
-            return !status.contains(kOffAir);
+            return !status.startsWith(kOffAir);
         },
         QDeadlineTimer(kAdvertisingLimit));
-    if (status.contains(kSilent) || status.contains(kOffAir))
+    if (status.startsWith(kSilent) || status.startsWith(kOffAir))
         return {Exit::Failed, status};
     if (macAddress(station).isEmpty())
         return {Exit::Failed, "FIRMWARE: the chip does not answer, the service resets it after a minute"};
