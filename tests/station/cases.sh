@@ -100,6 +100,10 @@ U
     systemctl enable --now chip || exit 1
 }
 
+documented() {
+    systemctl show --value -p Documentation brisca |
+        sed -E 's,man:([^ ]+)\((.)\),/usr/share/man/man\2/\1.\2.gz,; s,file:,,' | xargs stat
+}
 first_install() {
     check "the package installs" install_package
     check "a first install answers on the bus within 10 s, in BOOTLOADER" within 10 in_state 1
@@ -108,8 +112,7 @@ first_install() {
         not says "brisca.service:.*(Unknown|not a device|deprecated|Failed)" journalctl -b _PID=1 --no-pager
     check "it is enabled" says "^enabled" systemctl is-enabled brisca
     check "its status shows it active" says "Active: active \(running\)" systemctl status --no-pager brisca
-    check "its status leads to a document that is there" \
-        test -e "$(systemctl show --value -p Documentation brisca | sed 's/^file://')"
+    check "its status leads to documents that are there" documented
     check "it does not run as root" says "^brisca$" stat -c %U "/proc/$(main_pid)"
 }
 
@@ -122,6 +125,8 @@ who_may_call() {
         check "a call by ${row%%:*} gives ${row#*:}" says "${row#*:}" runuser -u "${row%%:*}" -- \
             busctl --system call org.voltra.brisca / brisca.service getBriscaState
     done
+    check "a member sees the unit's status" says "status: +BOOTLOADER" runuser -u member -- briscactl status
+    check "an outsider is told the group" says brisca-clients runuser -u outsider -- briscactl status
     check "a member may introspect" says getBriscaState runuser -u member -- \
         busctl --system introspect org.voltra.brisca / brisca.service
     for pattern in member outsider; do
@@ -134,16 +139,19 @@ serves_a_phone() {
     check "startFirmwareApp leads to FIRMWARE" within 20 in_state 2
     check "the phone connects" says ^ok phone connect 20000
     phone subscribe on >/dev/null
+    check "the unit's status tells of it" within 20 says 'Status: "FIRMWARE: phone connected"' \
+        systemctl status --no-pager brisca
     check "the phone is answered by the application" within 20 says ^2.05 phone get status
     check "the application's pipes are in the unit's own /tmp" not test -e /tmp/ttyBleRx
 }
 
 updates() {
     head -c 20000 /dev/urandom >/evse/data/firmware
-    in_state 1 || { call BriscaRestart; call disableBluetooth; call BriscaRestart; }
-    check "an update is accepted" says "^b true" call startFirmwareUpdate s /evse/data/firmware
-    check "the chip holds the file" within 30 stored
-    rm -f /evse/data/firmware
+    cp /evse/data/firmware /tmp/firmware
+    check "a file that the unit hides is refused" says "does not see /tmp" briscactl update --yes /tmp/firmware
+    check "an update is done, from FIRMWARE" says "done, BOOTLOADER" briscactl update --yes /evse/data/firmware
+    check "the chip holds the file" stored
+    rm -f /evse/data/firmware /tmp/firmware
 }
 stored() { phone image /run/stored >/dev/null && cmp -n 20000 /evse/data/firmware /run/stored; }
 
