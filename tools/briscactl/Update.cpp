@@ -55,9 +55,14 @@ void enterBootloader(Station& station, const Command& command)
                       "journalctl -u brisca"};
 }
 
+QRegularExpressionMatch progressOf(const Unit& unit)
+{
+    return QRegularExpression(kProgress).match(unit.statusText().value_or(QString()));
+}
+
 void showProgress(const Unit& unit, Report& report)
 {
-    const auto match = QRegularExpression(kProgress).match(unit.statusText().value_or(QString()));
+    const auto match = progressOf(unit);
     if (match.hasMatch())
         report.progress(match.captured(1).toInt());
 }
@@ -97,6 +102,8 @@ bool upload(Station& station, const QString& path, Report& report)
         throw Failure{Exit::Failed,
                       "the service has ended during the update: see journalctl -u brisca, then "
                       "start the update again"};
+    // The status follows the signal; until then whoever asks next would see an update that runs.
+    (void)Station::waitUntil([&unit] { return !progressOf(unit).hasMatch(); }, QDeadlineTimer(1s));
     return *outcome;
 }
 
