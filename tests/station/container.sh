@@ -91,7 +91,7 @@ boot() {
 shut_down() {
     inside systemctl poweroff 2>/dev/null || true
     wait "$nspawn" || true
-    }
+}
 
 failed=0
 for phase in installed booted; do
