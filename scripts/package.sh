@@ -59,7 +59,7 @@ dpkg-deb -R "build/$preset"/brisca-service-dbgsym_*.ddeb "$content"
 dpkg-deb --root-owner-group -b "$content" "$debug" >/dev/null
 rm -rf "${content:?}"/* "build/$preset"/*.ddeb
 
-# Both packages belong to the architecture, and so do the program, its dependencies and its debug information.
+# Both packages belong to the architecture, and so do programs, dependencies and debug information.
 for deb in "$package" "$debug"; do
     [ "$(dpkg-deb -f "$deb" Architecture)" = "$arch" ] || fail "$deb is not for $arch"
     dpkg-deb -x "$deb" "$content"
@@ -71,13 +71,14 @@ depends=$(dpkg-deb -f "$package" Depends)
 for library in libc6 libgcc-s1 libqt5core5a libqt5dbus5 libstdc++6 libsystemd0; do
     [[ ", $depends," =~ ", $library"(,| \(>= ) ]] || fail "no dependency on $library in: $depends"
 done
-program=$content/usr/libexec/brisca/BriscaService
-elf=$(readelf -Whdn "$program")
-for word in $machine DYN BIND_NOW; do
-    [[ $elf == *$word* ]] || fail "$program: no $word in its ELF headers"
+for program in "$content"/usr/libexec/brisca/BriscaService "$content"/usr/bin/briscactl; do
+    elf=$(readelf -Whdn "$program")
+    for word in $machine DYN BIND_NOW; do
+        [[ $elf == *$word* ]] || fail "$program: no $word in its ELF headers"
+    done
+    id=$(sed -n 's/.*Build ID: //p' <<<"$elf")
+    [[ $(readelf -WS "$content/usr/lib/debug/.build-id/${id::2}/${id:2}.debug" 2>&1) == *.debug_info* ]] ||
+        fail "no debug information of build $id in $debug"
 done
-id=$(sed -n 's/.*Build ID: //p' <<<"$elf")
-[[ $(readelf -WS "$content/usr/lib/debug/.build-id/${id::2}/${id:2}.debug" 2>&1) == *.debug_info* ]] ||
-    fail "no debug information of build $id in $debug"
 lintian --fail-on error "$package" "$debug"
 printf 'package: %s\n' "$package" "$debug"
