@@ -140,7 +140,7 @@ part_cases() {
     local phase rules=/etc/udev/rules.d/50-board.rules
     on_board "mv $rules /root/board.rules; udevadm control --reload; udevadm trigger --settle /dev/vport0p1"
     for phase in installed booted; do
-        on_board BRISCA_STATION_PACE=4 /opt/station/cases.sh $phase | tee "$work/$phase" || row "tests/station, $phase" FAILED
+        on_board BRISCA_STATION_PACE=4 /opt/station/cases.sh $phase | tee "$work/$phase" || true
         row "tests/station, $phase" "$(grep -c '^ok ' "$work/$phase") passed, $(grep -c '^FAILED' "$work/$phase" || true) failed"
         [ $phase = booted ] || reboot_board
     done
@@ -213,7 +213,7 @@ part_unit() {
         return
     fi
     row 'unit tests' "$(sed -n 's/.*passed, \(.*\) tests failed out of \(.*\)/\1 of \2 failed/p' "$work/unit")"
-    on_board "$ctest --rerun-failed" >"$work/unit" || { tail -n 50 "$work/unit"; row 'those that failed, one by one' FAILED; }
+    on_board "$ctest --rerun-failed" >"$work/unit" || tail -n 50 "$work/unit"
     row 'those that failed, one by one' "$(sed -n 's/.*passed, \(.*\) tests failed out of \(.*\)/\1 of \2 failed/p' "$work/unit")"
 }
 
