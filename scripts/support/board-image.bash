@@ -102,7 +102,7 @@ image_configure() { # ROOT
     echo 'LABEL=station / ext4 defaults 0 1' >"$1/etc/fstab"
     printf '[Match]\nName=e*\n[Network]\nDHCP=ipv4\n' >"$1/etc/systemd/network/board.network"
     cat >"$1/etc/udev/rules.d/50-board.rules" <<'RULES'
-SUBSYSTEM=="tty", KERNEL=="ttyUSB0", SYMLINK+="evse/tty_efr32"
+SUBSYSTEM=="tty", KERNEL=="ttyUSB*", SYMLINK+="evse/tty_efr32"
 SUBSYSTEM=="virtio-ports", ATTR{name}=="reset", SYMLINK+="evse/io_efr32_reset"
 RULES
     for unit in apt-daily.timer apt-daily-upgrade.timer e2scrub_all.timer e2scrub_reap.service fstrim.timer \
