@@ -7,8 +7,7 @@
 #   unit    all unit tests
 # --stay: leaves the station running, and says how to get in.
 # Disk and kernel are made once, in two to three minutes, and kept in brisca-service/armhf/board in
-# $XDG_CACHE_HOME (~/.cache); each run starts from them unchanged. Times are those of an emulation: a shared core
-# of this machine runs it some thirty times slower than itself.
+# $XDG_CACHE_HOME (~/.cache); each run starts from them unchanged. Times are those of an emulation.
 set -euo pipefail
 . "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
