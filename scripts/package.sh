@@ -1,15 +1,18 @@
 #!/bin/bash
 # Builds the Debian package of the service and the one of its debug information, checks what is in them, also
 # with lintian, and prints where they lie.
-# usage: scripts/package.sh [--arch amd64|armhf]
+# usage: scripts/package.sh [--arch amd64|armhf | --try]
 # --arch: for that processor instead of this machine's own; armhf is a station's Cortex-A7.
+# --try (as root): then installs, upgrades and purges it on a real systemd, in a container (tests/station).
 set -euo pipefail
 . "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
 native=$(dpkg --print-architecture)
+trial=(:)
 case ${1:-} in
     '') arch=$native ;;
+    --try) arch=$native trial=(scripts/test.sh release -L station --verbose) ;;
     --arch) arch=${2:-} ;;
     *) refuse ;;
 esac
@@ -82,3 +85,4 @@ for program in "$content"/usr/libexec/brisca/BriscaService "$content"/usr/bin/br
 done
 lintian --fail-on error "$package" "$debug"
 printf 'package: %s\n' "$package" "$debug"
+"${trial[@]}"

@@ -52,19 +52,19 @@ trap finish EXIT
 end_container # of a run that was killed
 mkdir -p "$cgroup"
 mount -t tmpfs station "$work"
-mkdir "$work"/{upper,lower,root,udev}
-mount -t overlay station -o "lowerdir=$root,upperdir=$work/upper,workdir=$work/lower" "$work/root" ||
+mkdir "$work"/{upper,lower,system,udev}
+mount -t overlay station -o "lowerdir=$root,upperdir=$work/upper,workdir=$work/lower" "$work/system" ||
     skip "needs an overlay file system"
 
-station=$work/root/opt/station
+station=$work/system/opt/station
 mkdir "$station"
 cp "$here/cases.sh" "$build"/bin/{efr32sim,brisca-phone,chp} "$station"
 cpack --config "$build/CPackConfig.cmake" -B "$work/package" >"$work/cpack.log" || { cat "$work/cpack.log"; exit 1; }
 mv "$work"/package/brisca-service_*.deb "$station/brisca-service.deb"
-echo station >"$work/root/etc/hostname"
+echo station >"$work/system/etc/hostname"
 # Not of the container's business: the host's kernel settings and devices.
 for unit in systemd-sysctl systemd-udev-trigger; do
-    ln -s /dev/null "$work/root/etc/systemd/system/$unit.service"
+    ln -s /dev/null "$work/system/etc/systemd/system/$unit.service"
 done
 
 inside() { nsenter -t "$init" -m -u -i -n -p -C env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
@@ -77,7 +77,7 @@ boot() {
     (
         echo $BASHPID >"$cgroup/cgroup.procs"
         SYSTEMD_NSPAWN_API_VFS_WRITABLE=1 SYSTEMD_NSPAWN_UNIFIED_HIERARCHY=1 exec systemd-nspawn --boot \
-            --directory="$work/root" --machine=station --register=no --keep-unit --private-network \
+            --directory="$work/system" --machine=station --register=no --keep-unit --private-network \
             --bind="$work/udev:/run/udev" --capability=CAP_BPF --system-call-filter=bpf --console=pipe
     ) </dev/null >"$work/boot.log" 2>&1 &
     nspawn=$!
