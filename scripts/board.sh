@@ -139,7 +139,7 @@ cases() { on_board BRISCA_STATION_PACE=4 /opt/station/cases.sh "$1" | tee "$work
 # The cases of tests/station inside, on a chip simulated there.
 part_cases() {
     local phase rules=/etc/udev/rules.d/50-board.rules
-    on_board "mv $rules /root/board.rules; udevadm control --reload; udevadm trigger --settle /dev/vport0p1"
+    on_board "mv $rules /var/tmp/board.rules; udevadm control --reload; udevadm trigger --settle /dev/vport0p1"
     for phase in installed booted; do
         try "tests/station, $phase" cases $phase
         row "tests/station, $phase: passed" "$(grep -c '^ok ' "$work/$phase")"
@@ -148,7 +148,7 @@ part_cases() {
     done
     on_board 'systemctl disable --now chip; dpkg -P brisca-service; rm -rf /etc/systemd/system/chip.service /run/systemd/system/brisca.service.d \
         /etc/systemd/system/dev-evse-tty_efr32.device.d; systemctl daemon-reload' >>"$work/log" 2>&1
-    on_board "mv /root/board.rules $rules; udevadm control --reload
+    on_board "mv /var/tmp/board.rules $rules; udevadm control --reload
         udevadm trigger --settle --subsystem-match=tty --subsystem-match=virtio-ports"
 }
 

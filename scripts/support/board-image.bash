@@ -113,7 +113,7 @@ RULES
     ssh-keygen -q -t ed25519 -N '' -f "$image.new/key"
     rm -f "$1"/etc/ssh/ssh_host_*
     ssh-keygen -q -t ed25519 -N '' -f "$1/etc/ssh/ssh_host_ed25519_key"
-    install -D -m 600 "$image.new/key.pub" "$1/root/.ssh/authorized_keys"
+    install -D -m 600 "$image.new/key.pub" "$1/root"/.ssh/authorized_keys
 }
 
 make_image() (
