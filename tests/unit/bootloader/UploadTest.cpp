@@ -12,8 +12,14 @@ constexpr std::size_t kPacketLength = 133;
 
 std::size_t threadCount()
 {
-    // ThreadSanitizer adds a thread of its own with the first one of the program.
-    [[maybe_unused]] static const bool warm = (std::thread([] {}).join(), true);
+    // ThreadSanitizer adds a thread of its own with the first one of the program; and a thread that has been
+    // joined is listed for another moment.
+    [[maybe_unused]] static const bool warm = [] {
+        pid_t first = 0;
+        std::thread([&] { first = gettid(); }).join();
+        return waitUntil(
+            [&] { return ::access(("/proc/self/task/" + std::to_string(first)).c_str(), F_OK) != 0; });
+    }();
     return entriesOf("/proc/self/task");
 }
 
