@@ -209,6 +209,7 @@ part_unit() {
     local ctest="cd $PWD && ctest --test-dir build/armhf -L unit --no-tests=error --output-on-failure"
     on_board "mountpoint -q $PWD || mount LABEL=tests $PWD"
     on_board "$ctest -j 3" >"$work/unit" || true
+    grep -q 'tests passed' "$work/unit" || { row 'unit tests' FAILED; return; }
     row 'unit tests, three at a time' "$(sed -n 's/.*passed, \(.*\) tests failed out of \(.*\)/\1 of \2 have not passed/p' "$work/unit")"
     on_board "test -s $PWD/build/armhf/Testing/Temporary/LastTestsFailed.log" || return 0
     try 'those, one by one' unit_again "$ctest --rerun-failed"
