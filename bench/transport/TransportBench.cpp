@@ -52,7 +52,7 @@ std::int32_t memoryInput(std::uint32_t length, std::uint8_t* buffer)
 
 std::int32_t memoryPeek()
 {
-    return waiting;
+    return waiting == 0 ? 0 : static_cast<std::int32_t>(source.size() - position);
 }
 
 /// The chip answers in no time.
