@@ -1,7 +1,6 @@
 // What a log statement costs, beside the same statement of spdlog: when its level is off, and when it writes
 // one line to /dev/null and flushes it.
 
-#include "AllocationCount.h"
 #include "PeerRatios.h"
 #include "facade/Log.h"
 
@@ -60,31 +59,18 @@ void disabledSpdlog(benchmark::State& state)
 }
 BENCHMARK(disabledSpdlog)->Name("disabled/spdlog");
 
-/// Runs a statement that writes one line, and counts what it takes from the heap after the first one.
+/// Runs a statement that writes one line.
 template <class Statement>
-long writeLines(benchmark::State& state, Statement statement)
+void writeLines(benchmark::State& state, Statement statement)
 {
     const DiscardOutput discard;
-    statement();
-    const long before = allocationCount();
     for (auto _ : state)
         statement();
-    const long allocations = allocationCount() - before;
-    state.counters["allocations_per_line"] =
-        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
-    return allocations;
-}
-
-template <class Statement>
-void writeOurLines(benchmark::State& state, Statement statement)
-{
-    if (writeLines(state, statement) != 0)
-        state.SkipWithError("a line took memory from the heap");
 }
 
 void argumentsBrisca(benchmark::State& state)
 {
-    writeOurLines(state, [] { BRISCA_INFO(logNode, "%d bytes on handle %d for '%s'", 69, handle, task); });
+    writeLines(state, [] { BRISCA_INFO(logNode, "%d bytes on handle %d for '%s'", 69, handle, task); });
 }
 BENCHMARK(argumentsBrisca)->Name("arguments/brisca");
 
@@ -98,7 +84,7 @@ BENCHMARK(argumentsSpdlog)->Name("arguments/spdlog");
 
 void plainBrisca(benchmark::State& state)
 {
-    writeOurLines(state, [] { BRISCA_INFO(logNode, "Bootloader prompt found."); });
+    writeLines(state, [] { BRISCA_INFO(logNode, "Bootloader prompt found."); });
 }
 BENCHMARK(plainBrisca)->Name("plain/brisca");
 

@@ -1,7 +1,7 @@
-// What a packet and a command cost on the co-processor's line. Every figure stands beside its floor: the copy
-// of the bytes from memory, the system calls on a terminal, the pause that a command has to make.
+// What a packet and a command cost on the co-processor's line: a packet from memory, packets from a terminal
+// beside the system calls that they take, a command with the 10 ms that it pauses before its response.
 
-#include "GOS.h"
+#include "MemoryLine.h"
 #include "NCPDriver.h"
 #include "NCP_Manager.h"
 #include "PeerRatios.h"
@@ -15,62 +15,19 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <vector>
 
 namespace {
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = MemoryLine::Bytes;
 
-constexpr unsigned kDelayMs = 10;  // between a command and the first look for its response
 constexpr std::size_t kFragmentSize = 70;
 constexpr int kBatch = 32;  // packets that fit the terminal's input queue
+constexpr std::array<std::uint8_t, 6> kStopped = {0x20, 0x02, 0x03, 0x15, 0, 0};
 
-/// The event that carries a fragment of the phone: a write without response of @p size bytes.
-Bytes writeEvent(std::size_t size)
+Bytes fragmentEvent()
 {
-    const std::array<std::uint8_t, 11> head = {
-        0xA0, static_cast<std::uint8_t>(size + 7), 0x0A, 0x02, 1, 26, 0, 0x52, 0,
-        0,    static_cast<std::uint8_t>(size)};
-    Bytes packet(head.size() + size, 0x5A);
-    std::copy(head.begin(), head.end(), packet.begin());
-    return packet;
-}
-
-// A line in memory on which the same packet comes again and again.
-Bytes source;
-std::size_t position;
-std::int32_t waiting;
-
-std::int32_t memoryInput(std::uint32_t length, std::uint8_t* buffer)
-{
-    std::copy_n(source.begin() + static_cast<std::ptrdiff_t>(position), length, buffer);
-    position = (position + length) % source.size();
-    return static_cast<std::int32_t>(length);
-}
-
-std::int32_t memoryPeek()
-{
-    return waiting == 0 ? 0 : static_cast<std::int32_t>(source.size() - position);
-}
-
-/// The chip answers in no time.
-std::int32_t memoryOutput(std::uint32_t length, const std::uint8_t*)
-{
-    waiting = 1;
-    return static_cast<std::int32_t>(length);
-}
-
-void useMemory(Bytes bytes)
-{
-    source = std::move(bytes);
-    position = 0;
-    waiting = 1;
-    bglib_output = memoryOutput;
-    bglib_input = memoryInput;
-    bglib_peek = memoryPeek;
-    gecko_discard_events();
+    return MemoryLine::writeEvent(Bytes(kFragmentSize, 0x5A));
 }
 
 std::uint64_t delivered;
@@ -88,30 +45,19 @@ void expectDelivered(benchmark::State& state, std::uint64_t count)
         state.SkipWithError("packets were lost");
 }
 
-void copyInMemory(benchmark::State& state)
-{
-    useMemory(writeEvent(kFragmentSize));
-    Bytes packet(source.size());
-    for (auto _ : state) {
-        memoryInput(static_cast<std::uint32_t>(packet.size()), packet.data());
-        benchmark::DoNotOptimize(packet.data());
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(copyInMemory)->Name("packet_in_memory/copy_alone");
-
 void dispatchFromMemory(benchmark::State& state)
 {
-    useMemory(writeEvent(kFragmentSize));
+    const Bytes packet = fragmentEvent();
+    MemoryLine::use();
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
+        MemoryLine::toHost = packet;
         NCPManager_EventHandler();
+    }
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()));
-    state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(dispatchFromMemory)->Name("packet_in_memory/brisca");
+BENCHMARK(dispatchFromMemory)->Name("a packet in memory/brisca");
 
 /// A pseudo-terminal whose far side the benchmark plays.
 struct Terminal
@@ -147,7 +93,7 @@ void readFromTerminal(benchmark::State& state)
 {
     const Terminal terminal;
     const int fd = ::open(terminal.path, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const Bytes packet = writeEvent(kFragmentSize);
+    const Bytes packet = fragmentEvent();
     std::array<std::uint8_t, sizeof(gecko_cmd_packet)> buffer;
     for (auto _ : state) {
         state.PauseTiming();
@@ -161,14 +107,13 @@ void readFromTerminal(benchmark::State& state)
         }
     }
     ::close(fd);
-    state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(readFromTerminal)->Name("packet_on_terminal/system_calls_alone");
+BENCHMARK(readFromTerminal)->Name("32 packets on a terminal/system calls");
 
 void dispatchFromTerminal(benchmark::State& state)
 {
     const Terminal terminal;
-    const Bytes packet = writeEvent(kFragmentSize);
+    const Bytes packet = fragmentEvent();
     NCPManager_SetGATTWriteCallback(onWrite);
     delivered = 0;
     for (auto _ : state) {
@@ -179,26 +124,23 @@ void dispatchFromTerminal(benchmark::State& state)
             NCPManager_EventHandler();
     }
     expectDelivered(state, static_cast<std::uint64_t>(state.iterations()) * kBatch);
-    state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(dispatchFromTerminal)->Name("packet_on_terminal/brisca");
-
-void pauseAlone(benchmark::State& state)
-{
-    for (auto _ : state)
-        GOS_WaitForDelay(kDelayMs);
-}
-BENCHMARK(pauseAlone)->Name("command/pause_alone")->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(dispatchFromTerminal)->Name("32 packets on a terminal/brisca");
 
 void roundTrip(benchmark::State& state)
 {
-    useMemory({0x20, 0x02, 0x03, 0x15, 0, 0});
+    MemoryLine::use();
+    MemoryLine::toHost = {};
+    MemoryLine::response = kStopped;
     for (auto _ : state) {
         if (NCPManager_StopAdvertising() != 1)
             state.SkipWithError("a response was lost");
     }
 }
-BENCHMARK(roundTrip)->Name("command/brisca")->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(roundTrip)
+    ->Name("a command, 10 ms of it its pause/brisca")
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 int main(int argc, char** argv)

@@ -1,7 +1,8 @@
-// Upload of a 256 kB image to the simulated chip: our sender beside lrzsz's sx and beside the floor, each in
-// a process of its own, to the same receiver, in one run. The time runs from the chip's being asked for the
-// upload to its having the whole image. The floor is the least that a sender of this protocol can do, which
-// sends one block at a time: packets made beforehand, one write and one blocking read for each, nothing else.
+// Upload of a 256 kB image to the simulated chip: our sender beside lrzsz's sx and beside a bare sender, each
+// in a process of its own, to the same receiver, in one run. The time runs from the chip's being asked for
+// the upload to its having the whole image. The floor is the time that the bytes take on the line; an instant
+// line has none. The bare sender does the least that this protocol takes, which sends one block at a time:
+// packets made beforehand, one write and one blocking read for each, nothing else.
 
 #include "ImageFile.h"
 #include "crc16.h"
@@ -43,7 +44,7 @@ constexpr double kBaud = 230400;
 constexpr auto kSenderStart = 500ms;  // until a sender has set up its line and waits for the chip
 constexpr auto kUploadLimit = 120s;
 constexpr const char* kSendMode = "--send";
-constexpr const char* kFloorMode = "--floor";
+constexpr const char* kBareMode = "--bare";
 
 struct Result
 {
@@ -200,7 +201,7 @@ std::vector<std::array<unsigned char, kPacketSize>> packetsOf(const std::string&
     return packets;
 }
 
-int sendFloor(const char* path)
+int sendBare(const char* path)
 {
     std::ifstream in(path, std::ios::binary);
     const auto packets = packetsOf(std::string(std::istreambuf_iterator<char>(in), {}));
@@ -222,8 +223,8 @@ int main(int argc, char** argv)
 {
     if (argc == 3 && std::strcmp(argv[1], kSendMode) == 0)
         return sendOnly(argv[2]);
-    if (argc == 3 && std::strcmp(argv[1], kFloorMode) == 0)
-        return sendFloor(argv[2]);
+    if (argc == 3 && std::strcmp(argv[1], kBareMode) == 0)
+        return sendBare(argv[2]);
     const int runs = argc > 1 ? std::atoi(argv[1]) : 10;
     const int pacedRuns = argc > 2 ? std::atoi(argv[2]) : 1;
 
@@ -238,7 +239,7 @@ int main(int argc, char** argv)
     const std::vector<Sender> senders = {
         {"ours", {self, kSendMode, path}},
         {"sx", {"sx", "--quiet", "--binary", path}},
-        {"floor", {self, kFloorMode, path}},
+        {"bare", {self, kBareMode, path}},
     };
     if (runs > 0)
         compare("unpaced line", false, runs, senders, image);
