@@ -2,6 +2,9 @@
 include_guard()
 include(GoogleTest)
 find_package(GTest REQUIRED)
+# The programs of one kind of tests, and what they run.
+add_custom_target(unit_tests)
+add_custom_target(system_tests)
 
 # brisca_test(<target> SOURCES <file>... [FLOORS <floor>...] [LIBS <library>...] [LABEL unit|system]
 #             [SANDBOX] [SERIAL] [TIMEOUT <seconds>] [QT])
@@ -16,6 +19,7 @@ function(brisca_test target)
         set(ARG_TIMEOUT 120)
     endif()
     add_executable(${target} ${ARG_SOURCES})
+    add_dependencies(${ARG_LABEL}_tests ${target})
     if(BRISCA_SANITIZER STREQUAL "thread")
         target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/ThreadSanitizerOptions.cpp")
     endif()

@@ -8,6 +8,8 @@ cd "$(dirname "$0")/.."
 preset=${1:-release}
 [ $# -eq 0 ] || shift
 scripts/setup.sh test
+targets=()
+[[ " $* " != *" -L unit "* ]] || targets=(--target unit_tests)
 cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset"
+cmake --build --preset "$preset" "${targets[@]}"
 ctest --preset "$preset" -j "$(nproc)" "$@"

@@ -1,15 +1,43 @@
 #!/bin/bash
 # Runs clang-tidy, warnings as errors, over every source of the service and its tools, or over those that are named.
 # usage: scripts/tidy.sh [FILE...]
+#        scripts/tidy.sh --changed SECONDS
+# --changed: the sources that the commits since $BRISCA_BASE have touched, or without it those of the day that ends
+# with the newest commit; a header stands for the source of its name. The one changed last comes first, and what is
+# not begun within that time is left out.
 set -euo pipefail
 . "$(dirname "$0")/support/usage.bash"
 cd "$(dirname "$0")/.."
 
-files=("$@")
-[ $# -gt 0 ] || mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp')
+changed() {
+    local commits=(HEAD "--since=$(($(git log -1 --format=%ct) - 86400))")
+    [ -z "${BRISCA_BASE:-}" ] || commits=("$BRISCA_BASE..HEAD")
+    git log --format= --name-only "${commits[@]}" -- src tools | sed -n 's/\.\(cpp\|h\)$/.cpp/p' | awk '!seen[$0]++' |
+        while read -r file; do [ ! -e "$file" ] || echo "$file"; done
+}
+
+deadline=
+case ${1:-} in
+    --changed)
+        deadline=$((EPOCHSECONDS + ${2:?$usage}))
+        mapfile -t files < <(changed)
+        ;;
+    '') mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp') ;;
+    *) files=("$@") ;;
+esac
 scripts/setup.sh
 cmake --preset release >/dev/null
+
 # The option: sources that unit suites compile, too, carry warning options that only GCC knows.
-printf '%s\0' "${files[@]}" | xargs -0 -P "$(nproc)" -n 1 \
-    clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option
-echo "tidy: ${#files[@]} files are in order"
+tidy_one() { # FILE
+    if [ -n "$deadline" ] && [ "$EPOCHSECONDS" -ge "$deadline" ]; then
+        echo "tidy: no time for $1"
+    else
+        clang-tidy -p build/release --quiet --extra-arg=-Wno-unknown-warning-option "$1"
+    fi
+}
+export -f tidy_one
+export deadline
+log=build/release/tidy.log
+printf '%s\0' "${files[@]}" | xargs -0 -r -P "$(nproc)" -n 1 bash -c 'tidy_one "$1"' tidy | tee "$log"
+echo "tidy: no finding in $((${#files[@]} - $(grep -c '^tidy: no time for' "$log"))) of ${#files[@]} sources"
