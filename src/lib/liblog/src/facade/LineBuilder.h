@@ -42,10 +42,6 @@ public:
     [[nodiscard]] std::string_view text() const { return {m_text.data(), m_length}; }
 
 private:
-    bool appendSimple(const char* format, va_list arguments);
-    template <class Integer>
-    void appendDecimal(Integer value);
-
     std::size_t m_limit = kTextLimit;
     std::size_t m_length = 0;
     std::array<char, 1024> m_text;
