@@ -27,6 +27,7 @@ unsigned sleepsOfTurn = kNever;  // the one after these ends the turn
 std::jmp_buf endOfTurn;
 }  // namespace
 
+// These two stand in the C library's place.
 extern "C" int clock_gettime(clockid_t, timespec* now) noexcept
 {
     *now = {};
@@ -46,6 +47,7 @@ extern "C" [[gnu::noinline]] void counted(void (*run)());
 namespace {
 using Bytes = MemoryLine::Bytes;
 
+constexpr const char* kManagerTask = "BTP_Manager_Process";
 constexpr const char* kAnswerPipe = "/tmp/ttyBleTx";
 constexpr const char* kRequestPipe = "/tmp/ttyBleRx";
 constexpr std::size_t kAnswerFragments = 68;
@@ -78,9 +80,8 @@ void turn(void (*task)(), unsigned sleeps)
 /// The stack without running tasks, a connected phone, and the application's ends of the pipes.
 void setUpStack()
 {
-    for (const char* const task : {"BTP_Manager_Process", "BTPtoCoAP"})
-        GOS_CreateTask(
-            task, [] {}, 4);
+    GOS_CreateTask(
+        kManagerTask, [] {}, 4);
     BTP_Frame_Init();
     BTP_LowLevel_callback_Init(GBSSlave_GATTNotification);
     BTP_OS_Callback_Init(BTP_Process_Rx_Signal, GOS_WaitForDelay, GOS_WaitForSemaphore, GOS_ReleaseSemaphore);
@@ -138,7 +139,7 @@ constexpr Subject kSubjects[] = {
          require(::write(answers, frame.data(), frame.size()) == static_cast<ssize_t>(frame.size()),
                  "no answer");
          char sent[4] = {1};  // what the manager task mails when it has sent the message
-         GOS_RequestSendMail(GOS_GetTaskID("BTP_Manager_Process"), sent);
+         GOS_RequestSendMail(GOS_GetTaskID(kManagerTask), sent);
          MemoryLine::commands = 0;
      },
      [] {
