@@ -1,11 +1,11 @@
 #!/bin/bash
-# The service on an emulated station: a whole Cortex-A7 with Debian for armhf, its own kernel, systemd, bus and
+# The service on emulated stations: each a whole Cortex-A7 with Debian for armhf, its own kernel, systemd, bus and
 # udev. Installs the armhf package there and ends with a table of what was tried and of figures; root only.
 # usage: scripts/board.sh [--stay] [PART...]     every part when none is named
 #   cases   the cases of tests/station, on a simulated chip inside
 #   line    the chip on a real tty (a USB serial line that is unplugged and plugged in), a boot, figures
 #   unit    all unit tests
-# --stay: leaves the station running, and says how to get in.
+# The cases have a station of their own, at the same time. --stay: leaves the others' running, says how to get in.
 # Disk and kernel are made once, in two to three minutes, and kept in brisca-service/armhf/board in
 # $XDG_CACHE_HOME (~/.cache); each run starts from them unchanged. Times are those of an emulation.
 set -euo pipefail
@@ -29,7 +29,6 @@ done
 readonly kBootSeconds=900 kFigureSeconds=30
 work=$(mktemp -d)
 pids=()
-table=$work/table
 finish() {
     kill "${pids[@]}" 2>/dev/null || true
     wait
@@ -37,10 +36,10 @@ finish() {
 }
 trap finish EXIT
 
-row() { printf '%-62s %s\n' "$1" "$2" | tee -a "$table"; } # row WHAT RESULT
-on_board() { ssh -F "$work/ssh" board "$@"; }
+row() { printf '%-62s %s\n' "$1" "$2" | tee -a "$station/table"; } # row WHAT RESULT
+on_board() { ssh -F "$station/ssh" board "$@"; }
 chip() { build/release/bin/brisca-phone "$work/control" "$@"; }
-monitor() { echo "$*" | socat - "UNIX:$work/monitor" >/dev/null; }
+monitor() { echo "$*" | socat - "UNIX:$station/monitor" >/dev/null; }
 call() { on_board busctl --system --timeout=60 call org.voltra.brisca / brisca.service "$@"; }
 within() { # within SECONDS COMMAND...: it succeeds before that time is over
     local end=$((SECONDS + $1))
@@ -50,6 +49,7 @@ within() { # within SECONDS COMMAND...: it succeeds before that time is over
     done
 }
 in_state() { [ "$(call getBriscaState)" = "i $1" ]; }
+wanted() { [[ " ${parts[*]} " == *" $1 "* ]]; }
 try() { # try WHAT COMMAND...: a row of the table
     local since=$SECONDS result=ok
     "${@:2}" || result=FAILED
@@ -60,7 +60,7 @@ build() {
     scripts/setup.sh board
     scripts/package.sh --arch armhf
     local targets=(efr32sim_program brisca-phone chp)
-    [[ " ${parts[*]} " != *' unit '* ]] || targets=(all)
+    ! wanted unit || targets=(all)
     cmake --build --preset armhf --target "${targets[@]}"
     cmake --preset release >/dev/null
     cmake --build --preset release --target efr32sim_program brisca-phone
@@ -85,10 +85,12 @@ start_chip() { # outside, at this machine's own speed; speed and flow control do
     within 10 test -S "$work/control"
 }
 
+# start_board [QEMU's ARGUMENTS...]: the station of the folder $station
 start_board() {
     local port
+    mkdir "$station"
     port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-    cat >"$work/ssh" <<S
+    cat >"$station/ssh" <<S
 Host board
 HostName 127.0.0.1
 Port $port
@@ -101,26 +103,23 @@ ConnectTimeout 60
 ServerAliveInterval 15
 ServerAliveCountMax 4
 ControlMaster auto
-ControlPath $work/ssh.sock
+ControlPath $station/ssh.sock
 ControlPersist yes
 S
     qemu-system-arm -M virt,highmem=off -cpu cortex-a7 -m 1024 -smp 2 -accel tcg,thread=multi \
         -kernel "$image/vmlinuz" -initrd "$image/initrd.gz" -append "console=ttyAMA0 mitigations=off" \
         -drive "file=$image/disk,if=none,id=disk,format=raw,snapshot=on" -device virtio-blk-device,drive=disk \
-        -drive "file=$work/tests.ext4,if=none,id=tests,format=raw" -device virtio-blk-device,drive=tests \
+        -drive "file=$work/tests.ext4,if=none,id=tests,format=raw,snapshot=on" -device virtio-blk-device,drive=tests \
         -device virtio-rng-device \
         -netdev "user,id=net,restrict=on,hostfwd=tcp:127.0.0.1:$port-:22" -device virtio-net-device,netdev=net \
-        -device qemu-xhci -chardev "serial,id=chip,path=$(realpath "$work/tty")" \
-        -device virtio-serial-device -chardev "file,id=reset,path=$work/reset" \
-        -device virtserialport,chardev=reset,name=reset \
-        -display none -serial "file:$work/console" -monitor "unix:$work/monitor,server=on,wait=off" &
+        -display none -serial "file:$station/console" -monitor "unix:$station/monitor,server=on,wait=off" "$@" &
     pids+=($!)
 }
 
-install_package() { on_board dpkg -i /opt/station/brisca-service.deb >>"$work/log" 2>&1; }
+install_package() { on_board dpkg -i /opt/station/brisca-service.deb >>"$station/log" 2>&1; }
 restart_board() {
     on_board 'systemctl reboot' 2>/dev/null || true
-    ssh -F "$work/ssh" -O exit board 2>/dev/null || true
+    ssh -F "$station/ssh" -O exit board 2>/dev/null || true
     within $kBootSeconds booted_since "$1"
 }
 boot_id() { on_board cat /proc/sys/kernel/random/boot_id; }
@@ -134,22 +133,17 @@ fill_board() {
         cp $PWD/build/armhf/brisca-service_*.deb /opt/station/brisca-service.deb"
 }
 
-cases() { on_board BRISCA_STATION_PACE=4 /opt/station/cases.sh "$1" | tee "$work/$1"; }
+cases() { on_board BRISCA_STATION_PACE=4 /opt/station/cases.sh "$1" | tee "$station/$1"; }
 
 # The cases of tests/station inside, on a chip simulated there.
 part_cases() {
-    local phase rules=/etc/udev/rules.d/50-board.rules
-    on_board "mv $rules /var/tmp/board.rules; udevadm control --reload; udevadm trigger --settle /dev/vport0p1"
+    local phase
     for phase in installed booted; do
         try "tests/station, $phase" cases $phase
-        row "tests/station, $phase: passed" "$(grep -c '^ok ' "$work/$phase")"
+        row "tests/station, $phase: passed" "$(grep -c '^ok ' "$station/$phase")"
         # The cases have led the links to devices that are there from the boot on.
-        [ $phase = booted ] || { on_board rm $rules; reboot_board; }
+        [ $phase = booted ] || { on_board rm /etc/udev/rules.d/50-board.rules; reboot_board; }
     done
-    on_board 'systemctl disable --now chip; dpkg -P brisca-service; rm -rf /etc/systemd/system/chip.service /run/systemd/system/brisca.service.d \
-        /etc/systemd/system/dev-evse-tty_efr32.device.d; systemctl daemon-reload' >>"$work/log" 2>&1
-    on_board "mv /var/tmp/board.rules $rules; udevadm control --reload
-        udevadm trigger --settle --subsystem-match=tty --subsystem-match=virtio-ports"
 }
 
 plug() { monitor device_add usb-serial,chardev=chip,id=chip; }
@@ -159,7 +153,7 @@ devices_given() { [ "$(on_board stat -Lc %G%a /dev/evse/tty_efr32 /dev/evse/io_e
 served() {
     call startFirmwareApp
     within 60 in_state 2 && chip connect 60000 && chip subscribe on && within 60 answered
-} >>"$work/log"
+} >>"$station/log"
 property() { on_board systemctl show --value -p "$1" brisca; }
 microseconds() { echo $(($(property "$2") - $(property "$1"))); }
 
@@ -208,28 +202,46 @@ part_line() {
 part_unit() {
     local ctest="cd $PWD && ctest --test-dir build/armhf -L unit --no-tests=error --output-on-failure"
     on_board "mountpoint -q $PWD || mount LABEL=tests $PWD"
-    on_board "$ctest -j 3" >"$work/unit" || true
-    grep -q 'tests passed' "$work/unit" || { row 'unit tests' FAILED; return; }
-    row 'unit tests, three at a time' "$(sed -n 's/.*passed, \(.*\) tests failed out of \(.*\)/\1 of \2 have not passed/p' "$work/unit")"
+    on_board "$ctest -j 3" >"$station/unit" || true
+    grep -q 'tests passed' "$station/unit" || { row 'unit tests' FAILED; return; }
+    row 'unit tests, three at a time' "$(sed -n 's/.*passed, \(.*\) tests failed out of \(.*\)/\1 of \2 have not passed/p' "$station/unit")"
     on_board "test -s $PWD/build/armhf/Testing/Temporary/LastTestsFailed.log" || return 0
     try 'those, one by one' unit_again "$ctest --rerun-failed"
-    sed -n '/tests FAILED:/,$p' "$work/again"
+    sed -n '/tests FAILED:/,$p' "$station/again"
 }
-unit_again() { on_board "$1" >"$work/again"; }
+unit_again() { on_board "$1" >"$station/again"; }
+
+# on_station PART...: those of them that are wanted
+on_station() {
+    local part
+    try 'the station boots' within $kBootSeconds booted
+    fill_board
+    for part; do
+        ! wanted "$part" || "part_$part"
+    done
+}
 
 build
 make_tests_disk
-start_chip
-start_board
-try 'the station boots' within $kBootSeconds booted
-fill_board
-for part in cases line unit; do
-    [[ " ${parts[*]} " != *" $part "* ]] || "part_$part"
-done
+inside=
+if wanted cases; then
+    station=$work/inside
+    start_board
+    on_station cases &
+    inside=$!
+fi
+if wanted line || wanted unit || [ -n "$stay" ]; then
+    start_chip
+    station=$work/line
+    start_board -device qemu-xhci -chardev "serial,id=chip,path=$(realpath "$work/tty")" -device virtio-serial-device \
+        -chardev "file,id=reset,path=$work/reset" -device virtserialport,chardev=reset,name=reset
+    on_station line unit
+fi
+[ -z "$inside" ] || wait "$inside"
 echo
-cat "$table"
+cat "$work"/*/table
 if [ -n "$stay" ]; then
-    echo "the station runs until Enter: ssh -F $work/ssh board, brisca-phone $work/control scan"
+    echo "the station runs until Enter: ssh -F $station/ssh board, brisca-phone $work/control scan"
     read -r
 fi
-! grep -q FAILED "$table"
+! grep -q FAILED "$work"/*/table
