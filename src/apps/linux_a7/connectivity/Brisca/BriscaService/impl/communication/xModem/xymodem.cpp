@@ -119,7 +119,7 @@ int sendUntilAcknowledged(TransferLine& line, const Packet& packet, UploadProgre
 int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progress)
 {
     unsigned char number = kFirstBlock;
-    for (off_t position = 0; position < image.size(); position += kDataLength) {
+    for (off_t position = 0; position < image.size(); position += off_t{kDataLength}) {
         Packet packet;
         if (const int result = fillPacket(packet, number++, image, position); result != 0)
             return result;
