@@ -74,24 +74,6 @@ TEST(StrictReceiver, AnswersEachBlockByTheRules)
     }
 }
 
-TEST(Upload, TakesWhatLrzszSends)
-{
-    const TempDir directory;
-    for (const std::size_t size : {129, 32'773}) {
-        SCOPED_TRACE(size);
-        std::string image = testsupport::content(size);
-        Chip chip({.checkLine = false});
-        chip.start();
-        HostLine(chip.slavePath()).send("1");
-        Process sender({"sh", "-c", "exec sx --quiet --binary $1 <$2 >$2 2>/dev/null", "sh",
-                        directory.write("image", image), chip.slavePath()},
-                       "/dev/null");
-        EXPECT_EQ(sender.waitEnd(kPatience), "exit 0");
-        image.resize((size + 127) / 128 * 128, '\x1A');
-        EXPECT_TRUE(chip.image() == Bytes(image.begin(), image.end()));
-    }
-}
-
 TEST(Upload, ThatBrokeOffLeavesNoFirmwareWhereItErases)
 {
     Chip chip({.checkLine = false, .uploadErases = true});
