@@ -60,8 +60,7 @@ struct EventCase
     const char* name;
     const char* id;
     const char* payload;
-    Lines log = {};  ///< "<level> text" of this event, above TRACE
-    bool wakes = false;
+    Lines log = {};        ///< "<level> text" of this event, above TRACE
     Lines callbacks = {};  ///< before the event callback
     const char* answer = "";
     std::string (*state)() = [] { return std::string(); };
@@ -72,13 +71,13 @@ struct EventCase
 // clang-format off
 const std::vector<EventCase> kEventCases = {
     {"a boot stores both versions", "01 00", "02 01 0D 00 03 00 40 01 09 07 0B 01 05 00",
-     {"<DEBUG> Event: NCP boot up. version:258.13.3, build=320, bootloader=0X010B0709, hw=5"}, false, {}, "",
+     {"<DEBUG> Event: NCP boot up. version:258.13.3, build=320, bootloader=0X010B0709, hw=5"}, {}, "",
      versions, "02 0D 03 01 0B 07"},
     {"a boot too short for its versions changes nothing", "01 00", "09 09 09 09 09 09 09 09 09 09 09",
-     {"<WARN > Event: EventId=0X000100A0 has 11 bytes, needs 12. Ignored."}, false, {}, "",
+     {"<WARN > Event: EventId=0X000100A0 has 11 bytes, needs 12. Ignored."}, {}, "",
      versions, "02 0D 03 01 0B 07"},
-    {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, false, {}, "", linkState, "4 linked"},
-    {"a closed connection", "08 01", "16 02 01", {"<NOTIC> Event: Connect closed."}, false, {}, "", linkState, "1"},
+    {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, {}, "", linkState, "4 linked"},
+    {"a closed connection", "08 01", "16 02 01", {"<NOTIC> Event: Connect closed."}, {}, "", linkState, "1"},
     {"connection parameters", "08 02", "01 18 00 02 00 C8 00 01 FB 00"},
     {"connection parameters cut short", "08 02", "01 18 00 02"},
     {"RSSI", "08 03", "01 00 BF"},
@@ -88,18 +87,18 @@ const std::vector<EventCase> kEventCases = {
     {"MTU", "09 00", "01 F7 00"},
     {"an attribute value", "0A 00", "01 1A 00 12 00 01 02 AA BB"},
     {"an attribute value whose count passes the packet", "0A 00", "01 1A 00 12 00 00 FF AA"},
-    {"a read is answered with the callback's value", "0A 01", "01 1A 00 0C 05 00", {}, false, {"read 26"}, "0A 03: 01 1A 00 00 02 AA BB"},
-    {"a read that the callback refuses", "0A 01", "01 1A 00 0A 00 00", {}, false, {"read 26"}, "0A 03: 01 1A 00 8C 00", [] { return std::string(); }, "", 0},
-    {"a write request is answered", "0A 02", "01 1A 00 13 00 00 03 01 02 03", {}, false, {"write 26: 01 02 03"}, "0A 04: 01 1A 00 00"},
-    {"a write request that the callback refuses", "0A 02", "01 1A 00 13 00 00 00", {}, false, {"write 26: "}, "0A 04: 01 1A 00 01", [] { return std::string(); }, "", 2},
-    {"a write command is not answered, its count clamped", "0A 02", "01 1A 00 52 00 00 FF 01", {}, false, {"write 26: 01"}},
+    {"a read is answered with the callback's value", "0A 01", "01 1A 00 0C 05 00", {}, {"read 26"}, "0A 03: 01 1A 00 00 02 AA BB"},
+    {"a read that the callback refuses", "0A 01", "01 1A 00 0A 00 00", {}, {"read 26"}, "0A 03: 01 1A 00 8C 00", [] { return std::string(); }, "", 0},
+    {"a write request is answered", "0A 02", "01 1A 00 13 00 00 03 01 02 03", {}, {"write 26: 01 02 03"}, "0A 04: 01 1A 00 00"},
+    {"a write request that the callback refuses", "0A 02", "01 1A 00 13 00 00 00", {}, {"write 26: "}, "0A 04: 01 1A 00 01", [] { return std::string(); }, "", 2},
+    {"a write command is not answered, its count clamped", "0A 02", "01 1A 00 52 00 00 FF 01", {}, {"write 26: 01"}},
     {"a write without its count reaches nobody", "0A 02", "01 1A 00 13 00 00",
      {"<WARN > Event: EventId=0X020A00A0 has 6 bytes, needs 7. Ignored."}},
     {"a characteristic status", "0A 03", "01 1A 00 01 01 00"},
-    {"a finished direct test", "0E 00", "01 00 2A 01", {}, true},
-    {"a passkey to display", "0F 00", "01 0C 00 00 00", {}, false, {"display 12"}},
+    {"a finished direct test", "0E 00", "01 00 2A 01"},
+    {"a passkey to display", "0F 00", "01 0C 00 00 00", {}, {"display 12"}},
     {"a passkey request", "0F 01", "01"},
-    {"a passkey to confirm", "0F 02", "01 40 E2 01 00", {}, false, {"confirm 123456"}},
+    {"a passkey to confirm", "0F 02", "01 40 E2 01 00", {}, {"confirm 123456"}},
     {"bonded", "0F 03", "01 02"},
     {"bonding failed", "0F 04", "01 05 03"},
     {"a bond", "0F 05", "07 01 02 03 04 05 06 01"},
@@ -159,81 +158,38 @@ std::string eventName(std::string id)
 }
 }  // namespace
 
-// While each event is handled a task waits in a direct test, so that its wake-up shows.
 TEST_F(Events, AreStoredLoggedAnsweredAndPassedOn)
 {
     const LogLevelScope ncp("NCP_MANAGER", LogLevel::Debug);
-    const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
     StdoutCapture log;
     for (const EventCase& row : kEventCases) {
         SCOPED_TRACE(row.name);
-        auto waiting = onTask([] { return std::to_string(NCPManager_DTMTestRx(1, 1)); });
-        ASSERT_TRUE(waitUntil([&] { return log.contains("WaitForSignal"); }));
-        m_chip.takeCommands();
         journal.clear();
         log.clear();
         callbackResult = row.callbackResult;
-
         handle(event(row.id, row.payload));
         EXPECT_EQ(ncpLines(log), row.log);
-        EXPECT_EQ(log.contains("'worker' SendSignal '2'"), row.wakes);
         EXPECT_EQ(m_chip.takeCommands(), row.answer);
         EXPECT_EQ(row.state(), row.expectedState);
         Lines expected = row.callbacks;
         expected.push_back(eventName(row.id));
         EXPECT_EQ(journal, expected);
-
-        if (!row.wakes)
-            handle(event("0E 00", "00 00 00 00"));
-        EXPECT_EQ(pumpUntilDone(waiting), "1");
-        log.clear();
     }
 }
 
-TEST_F(Events, OfAnyLengthDoNoHarm)
+TEST_F(Events, OfAnyLengthDoNoHarmAlsoWithoutCallbacks)
 {
     const StdoutCapture log;
-    for (const EventCase& row : kEventCases) {
-        SCOPED_TRACE(row.name);
-        for (std::size_t length = 0; length <= 256; length = length < 20 ? length + 1 : length + 59) {
-            journal.clear();
-            const std::string payload = toHex(std::string(length, '\xFF'));
-            handle(event(row.id, payload));
-            ASSERT_FALSE(journal.empty());
-            EXPECT_EQ(journal.back(), eventName(row.id));
+    for (const bool called : {true, false}) {
+        for (const EventCase& row : kEventCases) {
+            SCOPED_TRACE(row.name);
+            for (std::size_t length = 0; length <= 256; length = length < 20 ? length + 1 : length + 59)
+                handle(event(row.id, toHex(std::string(length, '\xFF'))));
+            EXPECT_EQ(gecko_event_pending(), 0);
         }
+        EXPECT_EQ(m_chip.takeCommands().empty(), !called);
+        setCallbacks(nullptr, nullptr, nullptr, nullptr, nullptr);
     }
-}
-
-TEST_F(Events, WithoutCallbacksAreLoggedAsUnprocessedAndNotAnswered)
-{
-    setCallbacks(nullptr, nullptr, nullptr, nullptr, nullptr);
-    const LogLevelScope level("NCP_MANAGER", LogLevel::Trace);
-    StdoutCapture log;
-    for (const EventCase& row : kEventCases) {
-        SCOPED_TRACE(row.name);
-        log.clear();
-        handle(event(row.id, row.payload));
-        EXPECT_EQ(
-            log.count("<TRACE> [NCP_MANAGER] Event: Unprocess EventId=0X" + eventName(row.id).substr(6)), 1);
-    }
-    EXPECT_EQ(m_chip.takeCommands(), "");
-}
-
-TEST_F(Events, AReadOfMoreThanAPacketHoldsIsNotAnswered)
-{
-    static std::uint8_t length = 0;
-    NCPManager_SetGATTReadCallback([](std::uint16_t, std::uint8_t* out, std::uint8_t* data) -> std::uint16_t {
-        std::fill_n(data, 255, std::uint8_t{0x11});
-        *out = length;
-        return 1;
-    });
-    length = 251;
-    handle(event("0A 01", "01 1A 00 0A 00 00"));
-    EXPECT_EQ(m_chip.takeCommands(), "0A 03: 01 1A 00 00 FB " + toHex(std::string(251, '\x11')));
-    length = 252;
-    handle(event("0A 01", "01 1A 00 0A 00 00"));
-    EXPECT_EQ(m_chip.takeCommands(), "");
 }
 
 TEST_F(Events, ThatWereLostAreToldWhenTheChipIsAskedForItsConnection)
