@@ -30,29 +30,6 @@ protected:
     }
 };
 
-TEST_F(Threads, DeliverEveryFrameOfAPhoneThatAwaitsItsAnswers)
-{
-    constexpr unsigned kFrames = 3000;
-    std::atomic<unsigned> answered{0};
-    std::thread phone([&] {
-        for (unsigned number = 0; number < kFrames; ++number) {
-            send(number, counting(1 + number * 37 % 1104, number));
-            while (answered <= number)
-                std::this_thread::yield();
-        }
-    });
-    Bytes buffer(kBtpMessageLength + kBtpSlotCapacity);
-    for (unsigned number = 0; number < kFrames; ++number) {
-        unsigned available = 0;
-        while ((available = BTP_RxBytesAvailable()) == 0)
-            std::this_thread::yield();
-        const unsigned length = BTP_Receive(buffer.data(), available, 10);
-        EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + length), counting(1 + number * 37 % 1104, number));
-        ++answered;
-    }
-    phone.join();
-}
-
 TEST_F(Threads, SurviveAPhoneThatFloodsAndALinkThatFlaps)
 {
     std::atomic<bool> done{false};

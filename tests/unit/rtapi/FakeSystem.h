@@ -27,6 +27,4 @@ public:
     NanosecondsAre(const NanosecondsAre&) = delete;
     NanosecondsAre& operator=(const NanosecondsAre&) = delete;
 };
-/// How many timed waits of the process were refused with EINVAL.
-int refusedDeadlines();
 }  // namespace fakesystem

@@ -52,20 +52,6 @@ TEST_F(SignalHandlerTest, AddsTheTimeoutWithoutCarry)
     EXPECT_EQ(fakesystem::deadline.tv_nsec, 1'998'999'999);
 }
 
-TEST_F(SignalHandlerTest, SpinsOnADeadlineThatCannotBeExpressedUntilABitComes)
-{
-    SignalHandler handler("spin");
-    const int refusedBefore = fakesystem::refusedDeadlines();
-    auto received = std::async(std::launch::async, [&] {
-        const fakesystem::NanosecondsAre now(kEndOfSecond);
-        return handler.WaitForSignal(0x6, 1);
-    });
-    EXPECT_TRUE(waitUntil([&] { return fakesystem::refusedDeadlines() > refusedBefore + 10; }));
-    handler.SendSignal(0x1);
-    handler.SendSignal(0x2);
-    EXPECT_EQ(received.get(), 0x3u);
-}
-
 TEST_F(SignalHandlerTest, LosesNoBitOfManySenders)
 {
     SignalHandler handler("many");
