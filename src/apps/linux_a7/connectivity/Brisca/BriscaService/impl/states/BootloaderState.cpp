@@ -2,9 +2,9 @@
 
 #include "An760.h"
 #include "BluetoothManager.h"
-#include "BriscaStateManagerI.h"
 #include "ImageFile.h"
 #include "IoEfr32ManagerI.h"
+#include "StateRequest.h"
 #include "facade/Log.h"
 #include "facade/LogText.h"
 
@@ -92,14 +92,6 @@ bool BootloaderState::resetEfr32AndWaitPrompt()
     return found;
 }
 
-bool BootloaderState::accepts(const char* request) const
-{
-    if (m_stateManager.getCurrentState() == BOOTLOADER)
-        return true;
-    BRISCA_WARN(logNode, "%s - Wrong state for this request.", request);
-    return false;
-}
-
 void BootloaderState::restart()
 {
     leave("BriscaRestart", BOOTLOADER);
@@ -114,14 +106,14 @@ void BootloaderState::leave(const char* request, BriscaState state)
 QString BootloaderState::getFwVersion()
 {
     QString version;
-    if (accepts("getFwVersion"))
+    if (accepts(BOOTLOADER, m_stateManager, logNode, "getFwVersion"))
         (void)m_bootloader.getFirmwareVersion(version);  // leaves the text empty when it fails
     return version;
 }
 
 void BootloaderState::setBleName(const QString& name)
 {
-    if (!accepts("setBleName"))
+    if (!accepts(BOOTLOADER, m_stateManager, logNode, "setBleName"))
         return;
     const QByteArray kept = cutToBytes(name.toUtf8(), kMaxNameBytes);
     if (kept.isEmpty() || kept.size() > kMaxNameBytesOnAir) {
@@ -133,13 +125,13 @@ void BootloaderState::setBleName(const QString& name)
 
 void BootloaderState::startFirmware()
 {
-    if (accepts("startFirmware"))
+    if (accepts(BOOTLOADER, m_stateManager, logNode, "startFirmware"))
         leave("startFirmwareApp", FIRMWARE);
 }
 
 bool BootloaderState::startFwUpdate(const QString& filename)
 {
-    if (!accepts("startFwUpdate"))
+    if (!accepts(BOOTLOADER, m_stateManager, logNode, "startFwUpdate"))
         return false;
     auto image = std::make_unique<ImageFile>();
     if (const int result = image->open(QFile::encodeName(filename).constData()); result != 0) {

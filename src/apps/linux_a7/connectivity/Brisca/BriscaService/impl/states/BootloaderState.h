@@ -56,7 +56,6 @@ Q_SIGNALS:
     void fwUpdateCompleteStatus(bool success);
 
 private:
-    [[nodiscard]] bool accepts(const char* request) const;
     /// @return whether the last attempt could open the serial port
     bool openAndFindPrompt();
     void startUpload(const QString& filename, std::unique_ptr<ImageFile> image);

@@ -2,8 +2,8 @@
 
 #include "An760I.h"
 #include "BluetoothManager.h"
-#include "BriscaStateManagerI.h"
 #include "IoEfr32ManagerI.h"
+#include "StateRequest.h"
 #include "facade/Log.h"
 
 #include <cstdlib>
@@ -103,14 +103,6 @@ void FirmwareState::onExit()
     m_bluetoothManager->resetBleStartedFlag();
 }
 
-bool FirmwareState::accepts(const char* request) const
-{
-    if (m_stateManager.getCurrentState() == FIRMWARE)
-        return true;
-    BRISCA_WARN(logNode, "%s - Wrong state for this request.", request);
-    return false;
-}
-
 void FirmwareState::restart()
 {
     m_stateManager.switchState(FIRMWARE);
@@ -138,11 +130,13 @@ void FirmwareState::disable()
 
 QString FirmwareState::getBleMacAddress()
 {
-    return accepts("getBleMacAddress") ? m_bluetoothManager->getBleMacAddress() : QString();
+    return accepts(FIRMWARE, m_stateManager, logNode, "getBleMacAddress")
+               ? m_bluetoothManager->getBleMacAddress()
+               : QString();
 }
 
 void FirmwareState::forceDeviceDisconnection()
 {
-    if (accepts("forceDeviceDisconnection"))
+    if (accepts(FIRMWARE, m_stateManager, logNode, "forceDeviceDisconnection"))
         m_bluetoothManager->disconnectDevice();
 }

@@ -33,7 +33,6 @@ public:
 
 private:
     void recover();
-    [[nodiscard]] bool accepts(const char* request) const;
     [[nodiscard]] bool reachPrompt();
     [[nodiscard]] bool initBle();
     [[nodiscard]] bool startApplication();
