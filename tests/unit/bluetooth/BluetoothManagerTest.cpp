@@ -195,4 +195,12 @@ TEST_F(BluetoothManagerTest, AResetThatOvertakesABootEventDoesNotBlockTheNextSta
     EXPECT_TRUE(signals.waitForLast("bleIsStarted"));
 }
 
+TEST_F(BluetoothManagerTest, AReceiverOnTheEmittingThreadMayReset)
+{
+    signals.onSignal([&](const std::string&) { manager.resetBleStartedFlag(); });
+    for (std::size_t boots = 1; boots <= 2; ++boots) {
+        BluetoothManager::bleEventCallback(kGbsEventBoot, nullptr);
+        EXPECT_EQ(signals.names().size(), boots) << "each is the first since a reset";
+    }
+}
 }  // namespace

@@ -18,9 +18,8 @@ BluetoothManager::BluetoothManager() : m_bleName(QStringLiteral("Voltra")), m_ma
 
 BluetoothManager& BluetoothManager::instance()
 {
-    // The event task outlives it: an ordinary end of the process runs no static destructors. The one of a
-    // crash does, possibly on a thread that holds a lock of the stack, so the destructor must not call into
-    // that.
+    // Only the exit() of a crash destroys it, perhaps on a thread that holds a lock of the stack: the
+    // destructor must not call into that.
     static BluetoothManager singleton;
     return singleton;
 }
@@ -46,7 +45,7 @@ bool BluetoothManager::initBleCom()
 
 bool BluetoothManager::start()
 {
-    if (m_bleStarted) {
+    if (m_boot == Boot::Announced) {
         BRISCA_WARN(logNode, "BLE communication already started.");
         return false;
     }
@@ -60,7 +59,7 @@ bool BluetoothManager::start()
 
 void BluetoothManager::stop()
 {
-    if (m_bleStarted.exchange(false))
+    if (m_boot.exchange(Boot::Awaited) == Boot::Announced)
         BRISCA_DEBUG(logNode, "Stop the BLE stack");
 }
 
@@ -98,9 +97,7 @@ void BluetoothManager::resetBleStartedFlag()
 {
     // First the line: no event that begins after this is of the chip's former life.
     GBSSlave_LetGoLine();
-    const std::lock_guard lock(m_resetLock);
-    ++m_resets;
-    m_bleStarted = false;
+    m_boot = Boot::Awaited;
 }
 
 unsigned int BluetoothManager::disconnectDevice()
@@ -124,17 +121,8 @@ void BluetoothManager::onConnectionStatusChanged(bool connected)
 
 void BluetoothManager::bleIsReady()
 {
-    m_bleStarted = true;
+    m_boot = Boot::Announced;
     Q_EMIT bleIsStarted();
-}
-
-void BluetoothManager::announceBoot(unsigned resets)
-{
-    // A reset on the main thread may have overtaken this boot event; the flag that it cleared stays cleared
-    // then, or the next start() would be refused.
-    const std::lock_guard lock(m_resetLock);
-    if (resets == m_resets && !m_bleStarted)
-        bleIsReady();
 }
 
 void BluetoothManager::advertise()
@@ -143,45 +131,35 @@ void BluetoothManager::advertise()
     m_stack.startAdvertising(kAdvertiseUntilStopped);
 }
 
-void BluetoothManager::onBoot(unsigned resets)
+void BluetoothManager::onBoot()
 {
+    Boot expected = Boot::Awaited;
+    m_boot.compare_exchange_strong(expected, Boot::Begun);
     // A chip that has just booted has no link. One that was reset under a connection never reports its end.
     onConnectionStatusChanged(false);
     m_stack.configureSecurity();
-    announceBoot(resets);
+    // After a reset that has come meanwhile on the main thread, the next boot is awaited already.
+    expected = Boot::Begun;
+    if (m_boot.compare_exchange_strong(expected, Boot::Announced))
+        Q_EMIT bleIsStarted();
     advertise();
-}
-
-void BluetoothManager::onConnectionOpened(unsigned /*resets*/)
-{
-    onConnectionStatusChanged(true);
-}
-
-void BluetoothManager::onConnectionClosed(unsigned /*resets*/)
-{
-    advertise();
-    onConnectionStatusChanged(false);
 }
 
 void BluetoothManager::bleEventCallback(unsigned int eventId, gecko_cmd_packet* /*packet*/)
 {
-    struct EventRow
-    {
-        unsigned id;
-        void (BluetoothManager::*handler)(unsigned resets);
-    };
-    static constexpr EventRow kEvents[] = {
-        {kGbsEventBoot, &BluetoothManager::onBoot},
-        {kGbsEventConnectionOpened, &BluetoothManager::onConnectionOpened},
-        {kGbsEventConnectionClosed, &BluetoothManager::onConnectionClosed},
-    };
     BluetoothManager& manager = instance();
-    unsigned resets = 0;
-    {
-        const std::lock_guard lock(manager.m_resetLock);
-        resets = manager.m_resets;
+    switch (eventId) {
+        case kGbsEventBoot:
+            manager.onBoot();
+            break;
+        case kGbsEventConnectionOpened:
+            manager.onConnectionStatusChanged(true);
+            break;
+        case kGbsEventConnectionClosed:
+            manager.advertise();
+            manager.onConnectionStatusChanged(false);
+            break;
+        default:
+            break;
     }
-    for (const EventRow& row : kEvents)
-        if (row.id == eventId)
-            (manager.*row.handler)(resets);
 }

@@ -6,7 +6,6 @@
 #include <QString>
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <optional>
 
 /// The one object through which the rest of the service reaches the BLE stack.
@@ -81,11 +80,14 @@ private:
     BluetoothManager();
     ~BluetoothManager() override = default;
 
-    /// Handlers of the chip's events; each gets the number of resets that came before its event.
-    void onBoot(unsigned resets);
-    void onConnectionOpened(unsigned resets);
-    void onConnectionClosed(unsigned resets);
-    void announceBoot(unsigned resets);
+    /// How far the announcement of the chip's boot is.
+    enum class Boot {
+        Awaited,    // since the last reset or stop
+        Begun,      // the boot event is being handled
+        Announced,  // the stack has started
+    };
+
+    void onBoot();
     void advertise();
 
     QString m_uartName;
@@ -93,7 +95,5 @@ private:
     Brisca::ManufacturerData m_manufacturerData;
     Brisca m_stack;
     std::atomic<bool> m_connected{false};
-    std::atomic<bool> m_bleStarted{false};  // set under m_resetLock
-    std::mutex m_resetLock;
-    unsigned m_resets = 0;  // guarded by m_resetLock
+    std::atomic<Boot> m_boot{Boot::Awaited};
 };
