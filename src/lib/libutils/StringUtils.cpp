@@ -27,4 +27,15 @@ std::vector<std::string> split(std::string_view text, char delimiter)
     BRISCA_TRACE(logNode, "split into %zu pieces at '%c'", pieces.size(), delimiter);
     return pieces;
 }
+
+std::string joinPath(const std::string& dir, const std::string& name)
+{
+    const bool dirEnds = endsWith(dir, "/");
+    const bool nameStarts = startsWith(name, "/");
+    if (!dirEnds && !nameStarts)
+        return dir + "/" + name;
+    if (dirEnds && nameStarts)
+        return dir.substr(0, dir.size() - 1) + name;
+    return dir + name;
+}
 }  // namespace StringUtils

@@ -12,4 +12,6 @@ namespace StringUtils {
 [[nodiscard]] bool endsWith(std::string_view text, std::string_view suffix);
 /// The non-empty pieces of @p text between runs of one delimiter character, in order.
 [[nodiscard]] std::vector<std::string> split(std::string_view text, char delimiter);
+/// A directory and a name with exactly one '/' between.
+[[nodiscard]] std::string joinPath(const std::string& dir, const std::string& name);
 }  // namespace StringUtils

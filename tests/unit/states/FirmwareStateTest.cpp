@@ -1,5 +1,4 @@
 // What the tests with the real executable cannot reach.
-#include "CoapProcess.h"
 #include "DisabledState.h"
 #include "ErrorState.h"
 #include "Fakes.h"
@@ -60,13 +59,5 @@ TEST(SmallStates, AreLeftForBootloaderByARestart)
     ErrorState(manager).restart();
     EXPECT_EQ(manager.getCurrentState(), BOOTLOADER);
     EXPECT_TRUE(calls.empty());
-}
-
-TEST(JoinPath, PutsExactlyOneSlashBetween)
-{
-    for (const char* const dir : {"/evse/app/bin", "/evse/app/bin/"}) {
-        for (const char* const name : {"chp", "/chp"})
-            EXPECT_EQ(joinPath(dir, name), "/evse/app/bin/chp") << dir << " and " << name;
-    }
 }
 }  // namespace

@@ -15,4 +15,12 @@ TEST(StringUtils, SplitsAtRunsOfOneCharacter)
     for (const Row& row : rows)
         EXPECT_EQ(StringUtils::split(row.text, ','), row.pieces) << row.text;
 }
+
+TEST(StringUtils, JoinsWithExactlyOneSlash)
+{
+    for (const char* const dir : {"/evse/app/bin", "/evse/app/bin/"}) {
+        for (const char* const name : {"chp", "/chp"})
+            EXPECT_EQ(StringUtils::joinPath(dir, name), "/evse/app/bin/chp") << dir << " and " << name;
+    }
+}
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <string>
 
 BRISCA_LOG_NODE(logNode, "BriscaService.states.FirmwareState");
 
@@ -21,17 +22,6 @@ constexpr const char* kProgramDirectory = "/app/bin";
 constexpr const char* kProgramName = "/chp";
 constexpr const char* kArgument = "coap+ser://tmp/EV3";
 }  // namespace
-
-std::string joinPath(const std::string& dir, const std::string& name)
-{
-    const bool dirEnds = StringUtils::endsWith(dir, "/");
-    const bool nameStarts = StringUtils::startsWith(name, "/");
-    if (!dirEnds && !nameStarts)
-        return dir + "/" + name;
-    if (dirEnds && nameStarts)
-        return dir.substr(0, dir.size() - 1) + name;
-    return dir + name;
-}
 
 CoapProcess::CoapProcess()
 {
@@ -53,7 +43,8 @@ CoapProcess::~CoapProcess()
 bool CoapProcess::launch(int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
-    const std::string program = joinPath(std::string(kRootDirectory) + kProgramDirectory, kProgramName);
+    const std::string program =
+        StringUtils::joinPath(std::string(kRootDirectory) + kProgramDirectory, kProgramName);
     if (!waitForEnd(deadline)) {
         BRISCA_ERROR(logNode, "%s: the application before it has not ended yet", program.c_str());
         return false;

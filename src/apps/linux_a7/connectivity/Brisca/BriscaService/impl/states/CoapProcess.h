@@ -4,11 +4,6 @@
 
 #include <sys/types.h>
 
-#include <string>
-
-/// Joins a directory and a name with exactly one '/'.
-[[nodiscard]] std::string joinPath(const std::string& dir, const std::string& name);
-
 class QDeadlineTimer;
 
 /// The CoAP application as a child process with a session of its own, which ends with it. It writes to the
