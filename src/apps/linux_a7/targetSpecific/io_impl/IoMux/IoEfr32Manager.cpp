@@ -7,7 +7,7 @@
 #include <chrono>
 #include <thread>
 
-// Never written to; it stands in the log tree because a station's log.cfg may name it.
+// Never written to; the configuration and the tree print know the name.
 [[maybe_unused]] BRISCA_LOG_NODE(logNode, "BriscaService.io.IoEfr32Manager");
 
 namespace {

@@ -20,8 +20,7 @@ void BriscaStateManager::registerStateHandler(const BriscaState& state, StateHan
 
 void BriscaStateManager::switchState(const BriscaState& newState)
 {
-    // An entry that fails switches to ERROR from inside onEnter(), with a reference that may be gone or
-    // changed when it returns.
+    // A copy: the reference may be gone or changed when onEnter() has switched once more.
     const BriscaState target = newState;
     BRISCA_NOTIC(logNode, "Brisca service switch from %s state to %s state", to_string(m_current).c_str(),
                  to_string(target).c_str());

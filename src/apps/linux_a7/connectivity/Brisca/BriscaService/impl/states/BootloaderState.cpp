@@ -52,8 +52,7 @@ void BootloaderState::onEnter()
 {
     m_updateLog.forget();
     const bool isOpen = openAndFindPrompt();
-    // A prompt at the last attempt still counts as a failure, deliberately: a chip that needs four resets is
-    // not to be trusted with an upload.
+    // A prompt at the last attempt still counts as a failure: part of the state's behaviour.
     if (!isOpen || m_retryNumber >= kMaxRetryNumber) {
         m_stateManager.switchState(ERROR);
         return;

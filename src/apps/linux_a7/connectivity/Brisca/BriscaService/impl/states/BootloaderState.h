@@ -42,8 +42,7 @@ public:
     /// Switches to FIRMWARE; refused with one line in another state.
     void startFirmware();
     /// Starts the upload of a firmware image on a thread of its own; its result arrives as
-    /// fwUpdateCompleteStatus().
-    /// While one runs, another is not started, and the result arrives once.
+    /// fwUpdateCompleteStatus(). While one runs, another is not started, and the result arrives once.
     /// @return false when the state is another one or @p filename is no regular file that can be read
     [[nodiscard]] bool startFwUpdate(const QString& filename);
     /// Why the last update has failed, in the words of the log; empty when none has since this state was

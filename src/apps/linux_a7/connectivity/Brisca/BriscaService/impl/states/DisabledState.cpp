@@ -4,7 +4,7 @@
 #include "IoEfr32ManagerI.h"
 #include "facade/Log.h"
 
-// Never written to; it is there so that the configuration and the tree print know the name.
+// Never written to; the configuration and the tree print know the name.
 [[maybe_unused]] BRISCA_LOG_NODE(logNode, "BriscaService.states.DisabledState");
 
 DisabledState::DisabledState(BriscaStateManagerI& stateManager, IoEfr32ManagerI& ioEfr32Manager)

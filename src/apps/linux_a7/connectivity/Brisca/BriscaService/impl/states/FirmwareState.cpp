@@ -38,8 +38,7 @@ void FirmwareState::onEnter()
         failEntry();
         return;
     }
-    // Deliberate: a start command that cannot be sent leaves the state FIRMWARE with nothing running, and
-    // only a restart or another request gets the service out of it.
+    // Deliberately silent: FIRMWARE with nothing running, which only a request ends.
     if (!m_bootloader.startFirmware())
         return;
     m_bootloader.close();  // the BLE stack opens the same device
@@ -72,7 +71,7 @@ bool FirmwareState::startApplication()
     BRISCA_NOTIC(logNode, "Coap started: %s", toText(started));
     if (!started) {
         BRISCA_ERROR(logNode, "Fail to start the CoAP aaplication.");
-        // Deliberate: the failed entry then switches once more, and the log shows both transitions.
+        // Deliberate: the failed entry switches once more.
         m_stateManager.switchState(ERROR);
     }
     return started;
@@ -97,9 +96,8 @@ void FirmwareState::onExit()
     if (m_coapProcess.killIfRunning())
         BRISCA_NOTIC(logNode, "coAp killed");
     m_bluetoothManager->stop();
-    // The stack lets the serial line go now, not only with the next reset pulse: no command may fall into the
-    // console that the pulse starts, and ERROR, which resets nothing, must leave the line, which is
-    // exclusive, to the bootloader client of a restart.
+    // The serial line goes now, not with the next reset pulse: no command may fall into the console that the
+    // pulse starts, and ERROR, which resets nothing, must leave the line to the bootloader client.
     m_bluetoothManager->resetBleStartedFlag();
 }
 

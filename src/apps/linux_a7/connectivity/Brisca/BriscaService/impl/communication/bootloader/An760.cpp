@@ -172,7 +172,7 @@ void An760::uploadImage(const QString& filePath, std::unique_ptr<ImageFile> imag
     BRISCA_DEBUG(logNode, "Start firmware update");
     m_cancel = std::move(cancel);
     startUpload(filePath, std::move(image));
-    // Written when the upload has only begun; those who read the log know it as the start's last line.
+    // The upload has only begun; the wording is part of the log's interface.
     BRISCA_DEBUG(logNode, "New version of firmware is correctly uploaded");
 }
 

@@ -12,7 +12,7 @@
 BRISCA_LOG_NODE(logNode, "BriscaService.comm.SerialPort");
 
 namespace {
-constexpr cc_t kQuietLineDs = 5;  // a read of several bytes ends when the line has been quiet for 0.5 s
+constexpr cc_t kInterbyteDs = 5;  // without effect at VMIN 1: a read ends with whatever is there
 
 bool isComplete(ssize_t transferred, int length)
 {
@@ -87,7 +87,7 @@ void SerialPort::fillSettings()
         m_settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB);
     m_settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
     m_settings.c_lflag = 0;
-    m_settings.c_cc[VTIME] = kQuietLineDs;
+    m_settings.c_cc[VTIME] = kInterbyteDs;
 }
 
 void SerialPort::fillParity()

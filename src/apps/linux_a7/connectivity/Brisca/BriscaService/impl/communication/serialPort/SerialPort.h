@@ -38,9 +38,9 @@ enum class Parity : int {
 
 /// One serial line in raw mode, without flow control, for blocking use.
 ///
-/// A read waits without limit for its first byte (VMIN 1) and returns what has arrived by then; the line's
-/// VTIME of half a second bounds the wait for more. Every failure is one ERROR line and a false (or -1)
-/// result; nothing is retried. There is no lock: one thread at a time uses the port.
+/// A read waits without limit for its first byte and returns what has arrived by then (VMIN 1, whatever
+/// VTIME says). Every failure is one ERROR line and a false (or -1) result; nothing is retried. There is no
+/// lock: one thread at a time uses the port.
 class SerialPort
 {
 public:
