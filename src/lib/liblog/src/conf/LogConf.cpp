@@ -20,8 +20,7 @@ namespace {
 constexpr const char* kConfigurationPath = "/evse/data/log.cfg";
 constexpr int kLineBufferSize = 255;  // a longer line is handled in pieces, each as a line of its own
 
-// No station names a tenth of this. What lies beyond would only delay the start: every line walks over the
-// nodes, and every node is printed.
+// Bounds on how long a file can delay the start: every line walks over the nodes, and every node is printed.
 constexpr unsigned kMaxLines = 4000;
 constexpr unsigned kMaxNewNodes = 1000;
 

@@ -61,9 +61,8 @@ void write(const char* text, const char* end)
     fwrite_unlocked(text, 1, static_cast<std::size_t>(end - text), stdout);
 }
 
-// The finished text is a format once more, and statements that write "%%%%" for a percent sign count on it.
-// Only the two conversions that take no argument are honoured: the text may hold a file name or a phone's
-// words.
+// The finished text is a format once more: part of the interface. Only the two conversions that take no
+// argument are honoured, because the text may hold a file name or a phone's words.
 void writeExpanded(const char* text, const char* end)
 {
     const int error = errno;

@@ -22,7 +22,7 @@ const char* level_to_string(LogLevel level);
 /// otherwise the first level in ascending order that level_strcmp() accepts; LogLevel::None when none does.
 LogLevel level_from_string(const char* text);
 
-/// Whether level_from_string() knows this text; otherwise its LogLevel::None is the want of a better answer.
+/// Whether the text names a level, or level_from_string() gives LogLevel::None for want of one.
 bool is_level(const char* text);
 
 /// 0 when the words agree up to the end of the shorter one, non-zero otherwise. Case-sensitive.

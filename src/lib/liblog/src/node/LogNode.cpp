@@ -9,7 +9,7 @@
 namespace {
 LogNode* const liblogNode = LogFacade::inst().findOrCreateNode("liblog", -1);
 
-// Log analysers of the fleet match the tree print by these source lines, so they are part of the output.
+// Source lines that the tree print shows, wherever the statements stand: part of the log's format.
 constexpr int kTreeTitleLine = 27;
 constexpr int kTreeNodeLine = 29;
 }  // namespace

@@ -13,8 +13,7 @@
 class LogNode
 {
 public:
-    /// @param parent node that this one is appended to and inherits its level from; null makes a root at
-    /// NOTIC
+    /// @param parent appended to, and the level inherited from it; null makes a root at NOTIC
     /// @param name   own component of the name; need not be NUL-terminated
     /// @param length its length in characters; -1 takes it as NUL-terminated
     LogNode(LogNode* parent, const char* name, int length = -1);

@@ -12,8 +12,9 @@ namespace {
 constexpr int kMillisecondsPerSecond = 1000;
 constexpr long kNanosecondsPerMillisecond = 1000000;
 
-// The nanoseconds are not carried over into the seconds. When they reach 1,000,000,000 every timed wait fails
-// at once with EINVAL, and the waiter spins until a matching bit comes. The tasks above are tuned to this.
+// The nanoseconds are not carried over into the seconds: part of the interface. When they reach 1,000,000,000
+// every timed wait fails at once with EINVAL, and the waiter spins until a matching bit comes. The waits of
+// this service are whole seconds, which never get there.
 timespec deadlineIn(int timeoutMs)
 {
     timespec deadline = {};

@@ -66,7 +66,7 @@ void Thread::Exit()
     pthread_exit(nullptr);
 }
 
-// The two words are the reverse of the outcome; those who read the fleet's logs know them this way.
+// The two words are the reverse of the outcome: part of the log's interface.
 void Thread::Kill()
 {
     const int result = m_joinable ? pthread_kill(GetId(), SIGPIPE) : ESRCH;

@@ -32,7 +32,7 @@ public:
     [[nodiscard]] const std::string& name() const { return m_name; }
 
 protected:
-    /// Keeps its place in the table of virtual functions; no role in this service.
+    /// Part of the interface; nothing calls it.
     virtual void Reserved() {}
     /// Runs first on the new thread.
     virtual void Setup() {}
