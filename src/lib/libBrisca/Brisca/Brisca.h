@@ -18,7 +18,7 @@ class Brisca
 {
 public:
     /// What the station advertises besides its address. On the air the first value is little-endian and the
-    /// second big-endian: scanners of this system read them so.
+    /// second big-endian.
     struct ManufacturerData
     {
         std::uint16_t first = 0;

@@ -8,7 +8,7 @@
 #include <span>
 
 // The two frame formats between the bridge and the CoAP application. Their length fields differ in byte
-// order; the applications in the field are written for that.
+// order.
 //
 //   application to bridge                          bridge to application
 //   offset size                                    offset size

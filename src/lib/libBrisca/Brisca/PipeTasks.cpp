@@ -24,8 +24,8 @@ static_assert(kAnswerLengthSize + kMaxAnswerSize <= kBtpMessageLength, "the larg
 /// alone.
 std::uint32_t s_writtenLink = 0;  // the event task alone
 
-/// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: that is how the
-/// readers of these traces know long messages.
+/// Lines of 20 bytes. Every line after the first starts behind its own end and so shows none: part of the
+/// log's format.
 template <class LogLine>
 void dumpMessage(std::span<const std::uint8_t> bytes, LogLine logLine)
 {
@@ -46,8 +46,7 @@ void dumpMessage(std::span<const std::uint8_t> bytes, LogLine logLine)
 
 // ---- Phone to application ---------------------------------------------------------------------------------
 
-/// Passes on what waits in the transport as one frame: @p available bytes whatever the read delivers, because
-/// the header that the application relies on was announced so.
+/// Passes on what waits in the transport as one frame: @p available bytes whatever the read delivers.
 void forwardRequest(BridgePipes& pipes, std::uint32_t link, std::size_t available)
 {
     const std::span<std::uint8_t> buffer = pipes.payload();

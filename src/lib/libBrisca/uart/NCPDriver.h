@@ -26,7 +26,7 @@ std::int32_t NCPDriver_Tx(std::uint32_t length, const std::uint8_t* bytes);
 /// @return bytes read; 0 when nothing is waiting, no line is open or the read fails
 [[nodiscard]] std::uint32_t NCPDriver_RxAll(std::uint8_t* buffer, std::uint32_t capacity = kRxAllCapacity);
 
-// Nothing to do on a terminal; part of the interface that other platforms of the stack implement.
+// Nothing to do on a terminal; part of the interface.
 void NCPDriver_Enable();
 void NCPDriver_Disable();
 void NCPDriver_ClearRXBuffer();

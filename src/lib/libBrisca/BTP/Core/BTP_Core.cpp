@@ -64,7 +64,7 @@ constexpr unsigned ceilDivide(unsigned value, unsigned divisor)
 
 /// The short piece of a frame travels first. A frame of one fragment announces the length of the whole
 /// message: right up to 69 bytes, too much for the 207 longer messages that leave 1 to 69 bytes to their last
-/// frame (1121 to 1189, 2241 to 2309, 3361 to 3429). Phones know the rule. Of such a length the low 8 bits
+/// frame (1121 to 1189, 2241 to 2309, 3361 to 3429): part of the format. Of such a length the low 8 bits
 /// reach the air, and what the frame does not fill is zero.
 unsigned announcedPayload(const Message& message, unsigned frameLength, unsigned count, unsigned index)
 {

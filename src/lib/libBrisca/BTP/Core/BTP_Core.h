@@ -94,7 +94,7 @@ void call_back_BTP_Receive(const std::uint8_t* data, unsigned length);
 /// Frames are chosen by their completion stamps, and looking at a stamp uses it up unless it is older than
 /// every stamp before it. Of several complete frames, those that were looked at in vain wait until they are
 /// replaced by a newer frame, or until the link drops (slot 0 alone is found without its stamp); meanwhile a
-/// call that asked for their bytes goes on waiting. The phones send one frame and await its answer.
+/// call that asked for their bytes goes on waiting. So a phone is to send one frame and await its answer.
 /// @param timeoutSeconds counted in whole seconds, and only while nothing is available
 /// @return bytes copied; 0 also when a partly read frame was dropped
 [[nodiscard]] unsigned BTP_Receive(void* buffer, unsigned maxLength, unsigned timeoutSeconds);

@@ -22,7 +22,7 @@ constexpr unsigned kBtpHeaderLength = 1;
 /// Longest fragment on the air.
 constexpr unsigned kBtpFragmentLength = kBtpHeaderLength + kBtpFragmentPayload;
 /// A full frame takes 17 fragments, one more than the fragment number counts and the receiver holds: its
-/// first fragment carries number 0. The phones in the field know this frame size.
+/// first fragment carries number 0.
 constexpr unsigned kBtpFrameLength = 1120;
 /// Longest message: four full frames.
 constexpr unsigned kBtpMessageLength = 4480;

@@ -253,9 +253,8 @@ void judgeSlot(unsigned index)
 
 // ---- Frames are read --------------------------------------------------------------------------------------
 
-/// Looking at a stamp uses it up unless it is older than all before it: the order in which several complete
-/// frames are (or are not) found is known to the phones, which send one frame at a time. A stamp that is
-/// given while we look is not used up.
+/// Looking at a stamp uses it up unless it is older than all before it: part of the interface, see
+/// BTP_Receive. A stamp that is given while we look is not used up.
 unsigned chooseSlot()
 {
     unsigned candidate = 0;

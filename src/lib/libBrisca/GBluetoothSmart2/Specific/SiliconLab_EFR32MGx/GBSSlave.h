@@ -182,8 +182,7 @@ std::uint32_t GBSSlave_ADTypeConnectionInterval(tGBS_ADTypeUsage usage, std::uin
 std::uint32_t GBSSlave_ADTypePublicAddress(tGBS_ADTypeUsage usage, const std::uint8_t* address);
 /// Advertising interval, in units of 0.625 ms: 32 to 16384.
 std::uint32_t GBSSlave_ADTypeAdvInterval(tGBS_ADTypeUsage usage, std::uint16_t interval);
-/// LE Bluetooth device address. The type byte goes in front of the address: this system's scanners expect it
-/// there, while the CSS puts it behind.
+/// LE Bluetooth device address. The type byte goes in front of the address, where the CSS puts it behind.
 std::uint32_t GBSSlave_ADTypeLeDeviceAddress(tGBS_ADTypeUsage usage, const std::uint8_t* address,
                                              std::uint8_t type);
 /// Manufacturer-specific data; see the record for what the call changes in it. Advertising data that does not

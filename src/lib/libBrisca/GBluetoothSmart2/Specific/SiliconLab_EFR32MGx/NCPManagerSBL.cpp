@@ -143,7 +143,7 @@ std::uint32_t sendImage(std::span<const std::uint8_t> image)
     for (std::size_t sent = 0; sent < image.size();) {
         const auto piece = image.subspan(sent, std::min(data.size(), image.size() - sent));
         auto* const end = std::copy(piece.begin(), piece.end(), data.begin());
-        // One pad byte only, by design; behind it stays what the block before left there.
+        // One pad byte only, as the header says.
         if (end != data.end())
             *end = kPad;
         sent += piece.size();

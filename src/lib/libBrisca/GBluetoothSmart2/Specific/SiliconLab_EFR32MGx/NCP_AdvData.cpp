@@ -244,8 +244,7 @@ int countPieces(int used, int header, int length)
 }
 
 /// Called with semaphore 2 held. The flags of the second fragment take it once more, so the caller blocks
-/// there for good: integrators know split data as unsupported and keep theirs within one payload, and the
-/// order of the calls is the one they have tested against.
+/// there for ever: part of the interface, see GBSSlave_AdTypeManufacturerSpecificData.
 std::uint32_t writeSplit(tGBS_ManufacturerSpecificData& record, int header)
 {
     const int pieces = countPieces(state.fragments[state.current].used(), header, record.length);
@@ -371,8 +370,7 @@ std::uint32_t NCPManager_ADTypePublicAddress(tGBS_ADTypeUsage usage, const std::
 std::uint32_t NCPManager_ADTypeLeDeviceAddress(tGBS_ADTypeUsage usage, const std::uint8_t* address,
                                                std::uint8_t type)
 {
-    // The type stands in front of the address, where this system's scanners expect it; the CSS puts it
-    // behind.
+    // The type in front of the address, where the CSS puts it behind: part of the interface.
     return build(usage, kAdLeDeviceAddress, 1 + kBdAddressLength, [=](Payload& payload) {
         payload.u8(type);
         payload.bytes(address, kBdAddressLength);
@@ -390,7 +388,7 @@ std::uint32_t NCPManager_AdTypeGenericData(tGBS_ADTypeUsage usage, std::uint8_t 
     if (data == nullptr)
         return 0;
     const AdDataLock lock;
-    // One byte more than is written: integrators count on a generic structure never ending at byte 31.
+    // One byte more than is written: part of the interface.
     Payload* const payload = roomFor(usage, length + 2);
     if (payload == nullptr)
         return 0;

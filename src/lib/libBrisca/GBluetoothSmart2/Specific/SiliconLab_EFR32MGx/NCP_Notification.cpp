@@ -32,7 +32,7 @@ std::uint32_t NCPManager_SendNotification(std::uint8_t connection, std::uint16_t
     BRISCA_DEBUG(logNode, "[Send Notification] NCP->UART Data %s",
                  log_table2str_impl<unsigned char>(data, readable, 0, text, sizeof text, kLogTableHexByte));
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-        // A length that no packet holds goes unsent through all attempts: callers rely on the time it takes.
+        // A length that no packet holds goes unsent through all attempts: part of the interface.
         const auto result = notifyOnce({u8(connection), u16(characteristic), array(length, data)});
         if (result) {
             BRISCA_INFO(logNode, "[Send Notification] Attempt %d : Notification result %d", attempt, *result);
