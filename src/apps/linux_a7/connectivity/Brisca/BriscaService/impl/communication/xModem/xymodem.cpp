@@ -119,14 +119,14 @@ int sendUntilAcknowledged(TransferLine& line, const Packet& packet, UploadProgre
 int sendBlocks(TransferLine& line, const ImageFile& image, UploadProgress& progress)
 {
     unsigned char number = kFirstBlock;
-    for (off_t position = 0; position < image.size(); position += off_t{kDataLength}) {
+    for (off_t position = 0; position < image.size(); position += kDataLength) {
         Packet packet;
         if (const int result = fillPacket(packet, number++, image, position); result != 0)
             return result;
         if (const int result = sendUntilAcknowledged(line, packet, progress); result != 0)
             return result;
         progress.repeats = 0;
-        progress.acknowledgedBytes = std::min<off_t>(position + kDataLength, image.size());
+        progress.acknowledgedBytes = std::min(position + off_t{kDataLength}, image.size());
     }
     return 0;
 }
