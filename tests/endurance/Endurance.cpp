@@ -33,32 +33,6 @@ Footprint Footprint::of(const Process& process)
             valueOf(status, "VmRSS:")};
 }
 
-bool Requests::isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts,
-                          efr32sim::Milliseconds limit)
-{
-    const std::string expected = "echo:" + request;
-    m_expected.insert(expected);
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        m_repeated += attempt > 0 ? 1 : 0;
-        if (!phone.writeMessage(request))
-            return false;
-        while (const auto message = phone.waitMessage(limit)) {
-            const std::string answer(message->begin(), message->end());
-            if (answer == expected)
-                return true;
-            // The answer to a repeated request may come twice, or late.
-            if (!m_expected.contains(answer))
-                m_strangers.push_back(answer);
-        }
-    }
-    return false;
-}
-
-void Requests::expectAnswer(efr32sim::Phone& phone, const std::string& request)
-{
-    EXPECT_TRUE(isAnswered(phone, request, kAttempts, kAnswerLimit)) << request;
-}
-
 Endurance::Endurance()
 {
     // Long forms would fill the sandbox's memory with their logs.
@@ -67,9 +41,7 @@ Endurance::Endurance()
 
 int Endurance::rounds(int shortForm)
 {
-    const char* const asked = std::getenv("BRISCA_ENDURANCE_ROUNDS");
-    m_rounds = asked != nullptr ? std::atoi(asked) : shortForm;
-    return m_rounds;
+    return m_rounds = setting("BRISCA_ENDURANCE_ROUNDS", shortForm);
 }
 
 bool Endurance::awaitSignal(const std::string& name)
@@ -81,11 +53,33 @@ bool Endurance::awaitSignal(const std::string& name)
     return false;
 }
 
+bool Endurance::isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts,
+                           efr32sim::Milliseconds limit)
+{
+    const std::string expected = "echo:" + request;
+    m_expected.insert(expected);
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        m_repeated += attempt > 0 ? 1 : 0;
+        if (!phone.writeMessage(request))
+            return false;
+        // The answer to a repeated request may come twice, or late.
+        while (const auto message = phone.waitMessage(limit))
+            if (received.emplace_back(message->begin(), message->end()) == expected)
+                return true;
+    }
+    return false;
+}
+
+void Endurance::expectAnswer(efr32sim::Phone& phone, const std::string& request)
+{
+    EXPECT_TRUE(isAnswered(phone, request, kAttempts, kAnswerLimit)) << request;
+}
+
 void Endurance::expectService(const std::string& request)
 {
     efr32sim::Phone phone(chip);
     ASSERT_TRUE(phone.connect());
-    requests.expectAnswer(phone, request);
+    expectAnswer(phone, request);
 }
 
 void Endurance::endRound(int round)
@@ -138,7 +132,8 @@ void Endurance::expectCleanLine()
 
 void Endurance::expectOwnAnswers() const
 {
-    EXPECT_THAT(requests.strangers(), IsEmpty()) << "answers to no request";
+    for (const std::string& answer : received)
+        EXPECT_TRUE(m_expected.contains(answer)) << answer << " answers no request";
 }
 
 void Endurance::reportRow() const
@@ -151,7 +146,7 @@ void Endurance::reportRow() const
     const Footprint& last = m_footprints.back();
     std::ofstream(path, std::ios::app)
         << test->test_suite_name() << '.' << test->name() << '|' << m_rounds << '|'
-        << (HasFailure() ? "FAILED" : "ok") << '|' << requests.repeated() << '|' << settled.threads << "/"
+        << (HasFailure() ? "FAILED" : "ok") << '|' << m_repeated << '|' << settled.threads << "/"
         << last.threads << '|' << settled.descriptors << "/" << last.descriptors << '|' << settled.children
         << "/" << last.children << '|' << settled.residentKb << "/" << last.residentKb << '\n';
 }

@@ -16,29 +16,6 @@ struct Footprint
     static Footprint of(const Process& process);
 };
 
-/// A phone's requests and their answers. A request whose answer has not come in time is sent again, as CoAP
-/// does: a response of the chip that takes longer than 10 ms counts as lost, the fragment then goes out
-/// twice, and the phone drops the message.
-class Requests
-{
-public:
-    /// Sends a request until it is answered; fails the test when it never is, or when a message comes that is
-    /// no answer to a request that was sent.
-    void expectAnswer(efr32sim::Phone& phone, const std::string& request);
-    /// As above, without failing when no answer has come after @p attempts of @p limit each.
-    [[nodiscard]] bool isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts,
-                                  efr32sim::Milliseconds limit);
-
-    [[nodiscard]] int repeated() const { return m_repeated; }
-    /// Answers to what nobody sent.
-    [[nodiscard]] const std::vector<std::string>& strangers() const { return m_strangers; }
-
-private:
-    std::set<std::string> m_expected;
-    std::vector<std::string> m_strangers;
-    int m_repeated = 0;
-};
-
 /// Many rounds of the same on one station. The rounds of the short form are the test's own, those of the long
 /// form come from the environment (BRISCA_ENDURANCE_ROUNDS). At the end the station must cost what it cost
 /// after the tenth round (after half of the rounds when they are fewer than 20), and neither conversation of
@@ -52,18 +29,27 @@ protected:
     [[nodiscard]] int rounds(int shortForm);
     /// Waits for a signal, skipping those before it.
     [[nodiscard]] bool awaitSignal(const std::string& name);
+    /// Sends a request until it is answered, as CoAP does: a response of the chip that takes longer than 10
+    /// ms counts as lost, the fragment then goes out twice, and the phone drops the message.
+    void expectAnswer(efr32sim::Phone& phone, const std::string& request);
+    /// False when no answer has come after @p attempts of @p limit each.
+    [[nodiscard]] bool isAnswered(efr32sim::Phone& phone, const std::string& request, int attempts,
+                                  efr32sim::Milliseconds limit);
     /// A phone connects, asks and is answered.
     void expectService(const std::string& request);
     void endRound(int round);
+    /// At the end: every message that a phone has got is the answer to a request that one has sent.
+    virtual void expectOwnAnswers() const;
 
-    Requests requests;
+    std::vector<std::string> received;  // by phones
 
 private:
     void expectSameFootprint() const;
     void expectCleanLine();
-    void expectOwnAnswers() const;
     void reportRow() const;
 
     std::vector<Footprint> m_footprints;  // settled, last
+    std::set<std::string> m_expected;
+    int m_repeated = 0;
     int m_rounds = 0;
 };

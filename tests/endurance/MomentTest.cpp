@@ -29,10 +29,6 @@ struct Moment
     const char* name;
     void (*reach)(Scene&);
 };
-void PrintTo(const Moment& row, std::ostream* out)
-{
-    *out << row.name;
-}
 
 /// While a phone is connected in FIRMWARE. A function ends when the moment has come.
 constexpr Moment kMoments[] = {

@@ -16,7 +16,7 @@ protected:
     {
         phone = std::make_unique<efr32sim::Phone>(chip);
         ASSERT_TRUE(phone->connect());
-        requests.expectAnswer(*phone, "round " + std::to_string(round));
+        expectAnswer(*phone, "round " + std::to_string(round));
         if (round % 2 == 0)
             phone.reset();
     }
@@ -35,6 +35,7 @@ protected:
         client->send("enableBluetooth");
         ASSERT_TRUE(awaitSignal("bleIsStarted"));
     }
+    /// An entry that fails, and an upload on the way back.
     void failEntry(bool lineIsGone)
     {
         if (lineIsGone)
@@ -45,9 +46,6 @@ protected:
         ASSERT_EQ(client->call("getBriscaState"), kError);
         chip.plugIn();
         installApplication();
-    }
-    void uploadAndStart()
-    {
         client->send("BriscaRestart");
         ASSERT_EQ(client->call("getBriscaState"), kBootloader);
         ASSERT_EQ(client->call("startFirmwareUpdate", kImage), "true");
@@ -56,46 +54,36 @@ protected:
         ASSERT_TRUE(awaitSignal("bleIsStarted"));
     }
 
+    /// Each round goes one of the ways.
+    void reenter(const std::vector<std::function<void()>>& ways)
+    {
+        ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
+        std::mt19937 random(1);
+        for (int round = 0; round < rounds(12); ++round) {
+            const auto dice = random() % ways.size();
+            SCOPED_TRACE("round " + std::to_string(round) + ", " + std::to_string(dice));
+            ASSERT_NO_FATAL_FAILURE(ways[dice]());
+            ASSERT_NO_FATAL_FAILURE(serve(round));
+            endRound(round);
+        }
+    }
+
     std::unique_ptr<efr32sim::Phone> phone;
 };
 
 TEST_F(Reentry, ByRestart)
 {
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    for (int round = 0; round < rounds(12); ++round) {
-        ASSERT_NO_FATAL_FAILURE(restart());
-        ASSERT_NO_FATAL_FAILURE(serve(round));
-        endRound(round);
-    }
+    reenter({[this] { restart(); }});
 }
 
 TEST_F(Reentry, ByDisablingAndEnabling)
 {
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    for (int round = 0; round < rounds(12); ++round) {
-        ASSERT_NO_FATAL_FAILURE(disableAndEnable());
-        ASSERT_NO_FATAL_FAILURE(serve(round));
-        endRound(round);
-    }
+    reenter({[this] { disableAndEnable(); }});
 }
 
 TEST_F(Reentry, ByErrorsUploadsAndRestartsInAnyOrder)
 {
-    ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
-    std::mt19937 random(1);
-    for (int round = 0; round < rounds(12); ++round) {
-        const auto dice = random() % 4;
-        SCOPED_TRACE("round " + std::to_string(round) + ", " + std::to_string(dice));
-        if (dice == 0) {
-            ASSERT_NO_FATAL_FAILURE(restart());
-        } else if (dice == 1) {
-            ASSERT_NO_FATAL_FAILURE(disableAndEnable());
-        } else {
-            ASSERT_NO_FATAL_FAILURE(failEntry(dice == 2));
-            ASSERT_NO_FATAL_FAILURE(uploadAndStart());
-        }
-        ASSERT_NO_FATAL_FAILURE(serve(round));
-        endRound(round);
-    }
+    reenter({[this] { restart(); }, [this] { disableAndEnable(); }, [this] { failEntry(true); },
+             [this] { failEntry(false); }});
 }
 }  // namespace

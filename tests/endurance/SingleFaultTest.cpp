@@ -3,7 +3,7 @@
 // follows a stray byte; after that the next phone must be served without help from outside.
 //
 // The stack is one for a process, and so is its station: the faults are shared out to processes of this
-// program, each in a sandbox, which mostly sleep. To look closer: BRISCA_FAULTS_ONLY=le_connection_closed/cut
+// program, each in a sandbox, which mostly sleep. To look closer: BRISCA_FAULTS_ONLY=8.1/cut
 // tries these alone, BRISCA_FAULTS_PERIOD_MS=10000 at the pace of a real station.
 #include "BluetoothManager.h"
 #include "BridgeTasks.h"
@@ -11,7 +11,6 @@
 #include "Station.h"
 
 #include <iostream>
-#include <map>
 #include <random>
 
 namespace {
@@ -42,12 +41,6 @@ constexpr Milliseconds kMargin = kPatience;
 // Periods within which the next phone is served: 75 s of the ten seconds that a station has.
 constexpr double kLimitInPeriods = 7.5;
 
-int setting(const char* variable, int otherwise)
-{
-    const char* const text = std::getenv(variable);
-    return text != nullptr ? std::atoi(text) : otherwise;
-}
-
 /// One packet that the chip sends in the course of a session.
 struct Packet
 {
@@ -75,21 +68,9 @@ bool isRssi(const Event& event)
     return idOf(event) == kRssiEvent;
 }
 
-const char* eventName(CommandId id)
+std::string eventName(CommandId id)
 {
-    static const std::map<std::pair<int, int>, const char*> kNames{
-        {{0x01, 0x00}, "system_boot"},
-        {{0x08, 0x00}, "le_connection_opened"},
-        {{0x08, 0x01}, "le_connection_closed"},
-        {{0x08, 0x02}, "le_connection_parameters"},
-        {{0x08, 0x03}, "le_connection_rssi"},
-        {{0x08, 0x04}, "le_connection_phy_status"},
-        {{0x09, 0x00}, "gatt_mtu_exchanged"},
-        {{0x0A, 0x02}, "gatt_server_user_write_request"},
-        {{0x0A, 0x03}, "gatt_server_characteristic_status"},
-    };
-    const auto found = kNames.find({id.classId, id.id});
-    return found == kNames.end() ? "event" : found->second;
+    return "event " + std::to_string(id.classId) + '.' + std::to_string(id.id);
 }
 
 /// The service's Bluetooth side on a simulated chip, and an application that returns what it is asked.
@@ -125,7 +106,6 @@ public:
 private:
     void enter(std::optional<Fault> fault);
     std::vector<Packet> packetsOfSession();
-    std::optional<Event> session(const Fault& fault);
     bool ask(Phone& phone);
     void visit(Milliseconds limit, bool stay);
     bool nextIsServed(Clock::time_point deadline);
@@ -237,20 +217,15 @@ std::vector<Packet> Rig::packetsOfSession()
     return packets;
 }
 
-std::optional<Event> Rig::session(const Fault& fault)
-{
-    auto events = chip.follow();
-    enter(fault);
-    visit(m_limit, fault.command == kRssiQuestion || fault.command == kRssiEvent);
-    return events.waitFor(EventKind::Fault, {}, kStrikePatience);
-}
-
 long Rig::recovery(const Fault& fault)
 {
-    auto struck = session(fault);
-    for (int repeated = 0; !struck && repeated < kSessions; ++repeated) {
+    std::optional<Event> struck;
+    for (int tried = 0; !struck && tried <= kSessions; ++tried) {
         chip.clearFaults();
-        struck = session(fault);
+        auto events = chip.follow();
+        enter(fault);
+        visit(m_limit, fault.command == kRssiQuestion || fault.command == kRssiEvent);
+        struck = events.waitFor(EventKind::Fault, {}, kStrikePatience);
     }
     const bool served = struck && nextIsServed(struck->time + m_limit) && m_announced;
     chip.clearFaults();
@@ -302,14 +277,6 @@ void addFaults(std::vector<Trial>& trials, const Packet& packet)
             {.kind = FaultKind::NoiseBeforePacket, .length = kStrays[stray], .bytes = {kStrays[stray]}});
 }
 
-std::vector<Trial> allTrials(const std::vector<Packet>& packets)
-{
-    std::vector<Trial> trials;
-    for (const Packet& packet : packets)
-        addFaults(trials, packet);
-    return trials;
-}
-
 // ---- A process that tries its share -----------------------------------------------------------------------
 
 /// @return a line for the report: number and name of the packet, kind, detail, outcome
@@ -330,9 +297,12 @@ std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
     Rig& rig = *new Rig;  // lives as long as the tasks, which end with the process
     const std::vector<Packet> packets = rig.walk();
     const char* const only = std::getenv("BRISCA_FAULTS_ONLY");
+    std::vector<Trial> trials;
+    for (const Packet& packet : packets)
+        addFaults(trials, packet);
     std::ofstream out(report);
     std::size_t number = 0;
-    for (const Trial& trial : allTrials(packets)) {
+    for (const Trial& trial : trials) {
         const std::string name =
             trial.packet->name + '/' + trial.kind + '/' + std::to_string(trial.fault.length);
         if (number++ % shares == share && (only == nullptr || name.find(only) != std::string::npos))
@@ -344,25 +314,20 @@ std::string tried(Rig& rig, const Trial& trial, std::ptrdiff_t number)
 
 // ---- All processes ----------------------------------------------------------------------------------------
 
-struct Trials
-{
-    int tried = 0;
-    int struck = 0;
-};
-
-/// Shows and counts what became of a share's trials.
-void judge(const std::string& report, Trials& trials)
+/// Shows what became of a share's trials. @return whether each one struck
+std::vector<bool> judge(const std::string& report)
 {
     std::istringstream in(report);
+    std::vector<bool> struck;
     std::string line;
     while (std::getline(in, line) && line != "done") {
         const long outcome = std::stol(line.substr(line.rfind('|') + 1));
-        ++trials.tried;
-        trials.struck += outcome == kNotStruck ? 0 : 1;
+        struck.push_back(outcome != kNotStruck);
         EXPECT_NE(outcome, kNotServed) << "nobody was served after: " << line;
         std::cout << line << '\n';
     }
     EXPECT_EQ(line, "done") << "a report ended early";
+    return struck;
 }
 
 TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
@@ -378,15 +343,16 @@ TEST(SingleFault, IsSurvivedAndTheNextPhoneServed)
             std::vector<std::string>{SANDBOX, std::filesystem::read_symlink("/proc/self/exe"),
                                      std::to_string(share), std::to_string(shares), file("report", share)},
             file("log", share), Process::Environment{"BRISCA_SANDBOX_BIND=" + directory.path()}));
-    Trials trials;
+    std::vector<bool> struck;
     for (int share = 0; share < shares; ++share) {
         EXPECT_EQ(processes[share]->waitEnd(std::chrono::hours(12)), "exit 0");
-        judge(readFile(file("report", share)), trials);
+        std::ranges::copy(judge(readFile(file("report", share))), std::back_inserter(struck));
         std::cerr << readFile(file("log", share));
     }
-    EXPECT_GT(trials.struck, 0);
+    const auto count = std::ranges::count(struck, true);
+    EXPECT_GT(count, 0);
     // Packets that only a late response had brought into a walk do not come again.
-    EXPECT_GE(trials.struck, trials.tried * 3 / 4) << "of " << trials.tried;
+    EXPECT_GE(count, std::ssize(struck) * 3 / 4) << "of " << struck.size();
 }
 }  // namespace
 

@@ -39,6 +39,13 @@
 #include <utility>
 #include <vector>
 
+/// A number from the environment: the long forms of tests ask for theirs.
+inline int setting(const char* variable, int otherwise)
+{
+    const char* const text = std::getenv(variable);
+    return text != nullptr ? std::atoi(text) : otherwise;
+}
+
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 using testing::ElementsAre;

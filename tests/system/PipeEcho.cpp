@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -29,14 +28,12 @@ std::size_t byteAt(const std::string& bytes, std::size_t index)
     return static_cast<unsigned char>(bytes[index]);
 }
 
-void note(const char* word, const std::string& bytes)
+void note(const std::string& answer)
 {
     static const int file = ::open(kRecordPath, O_WRONLY | O_APPEND | O_CLOEXEC);
-    if (file == -1)
-        return;
-    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-    const std::string line = std::to_string(now) + ' ' + word + ' ' + recordHex(bytes) + '\n';
-    (void)!::write(file, line.data(), line.size());
+    const std::string line = recordHex(answer) + '\n';
+    if (file != -1)
+        (void)!::write(file, line.data(), line.size());
 }
 }  // namespace
 
@@ -51,8 +48,7 @@ int main(int argc, char** argv)
     while (readAll(requests, bytes, 2) &&
            readAll(requests, bytes, byteAt(bytes, 0) + 256 * byteAt(bytes, 1))) {
         const std::string payload = "echo:" + bytes;
-        note(kRequestWord, bytes);
-        note(kAnswerWord, payload);
+        note(payload);
         const char header[4] = {0, 0, static_cast<char>(payload.size() >> 8),
                                 static_cast<char>(payload.size())};
         const std::string answer = std::string(header, sizeof header) + payload;

@@ -7,8 +7,7 @@ using efr32sim::EventKind;
 /// Rounds of each case; the long form is asked for by the environment.
 int rounds()
 {
-    const char* const asked = std::getenv("BRISCA_ROUNDS");
-    return asked != nullptr ? std::atoi(asked) : 2;
+    return setting("BRISCA_ROUNDS", 2);
 }
 
 struct Moment
@@ -19,10 +18,6 @@ struct Moment
     bool uploading;
     bool blocked;  ///< in the wait for the prompt of a silent chip
 };
-void PrintTo(const Moment& row, std::ostream* out)
-{
-    *out << row.name;
-}
 class Stop : public Station, public testing::WithParamInterface<Moment>
 {
 protected:
@@ -49,6 +44,7 @@ protected:
 
 TEST_P(Stop, EndsWithStatusZeroInTimeAndLeavesNoChild)
 {
+    SCOPED_TRACE(GetParam().name);
     for (int round = 0; round < rounds(); ++round) {
         efr32sim::Phone phone(chip);
         ASSERT_NO_FATAL_FAILURE(reach(phone));

@@ -2,6 +2,7 @@
 
 #include "BluetoothManager.h"
 #include "StationFixture.h"
+#include "facade/LogFacade.h"
 
 namespace {
 using endtoend::Bytes;
@@ -29,6 +30,31 @@ TEST_F(Answers, ToAPhoneThatHasGoneNeverReachTheNextOne)
         ASSERT_TRUE(phone.connect());
         expectService();
     }
+}
+
+TEST_F(Answers, OfAStationWithoutAPhoneAreTakenOutOfThePipe)
+{
+    LogFacade::setLevel("Brisca", LogLevel::Debug);
+    const StdoutCapture output;
+    constexpr int kAnswers = 5000;
+    const Bytes answer{0, 0, 0, 4, 'l', 'a', 't', 'e'};
+    Bytes bytes;
+    for (int number = 0; number < kAnswers; ++number)
+        bytes.insert(bytes.end(), answer.begin(), answer.end());
+    bytes.insert(bytes.end(), answer.begin(), answer.end() - 2);
+    expectService();
+    // The event task is busy as long as the chip does not advertise again.
+    station().chip.inject(
+        {.kind = efr32sim::FaultKind::ErrorResponse, .count = 0, .command = efr32sim::CommandId{0x03, 0x14}});
+    phone.disconnect();
+    application().write(bytes);
+    ASSERT_TRUE(waitUntil([&] { return output.contains(" answers that no phone awaits"); }));
+    station().chip.clearFaults();
+    ASSERT_TRUE(phone.connect());
+    sendRequest(Bytes(1, '?'));
+    application().write(Bytes{'t', 'e'});
+    application().answer(Bytes{'g', 'o', 'o', 'd'});
+    EXPECT_EQ(waitAnswer(), (Bytes{'g', 'o', 'o', 'd'}));
 }
 
 TEST_F(Answers, ReachAPhoneWhoseBeginningWasLost)

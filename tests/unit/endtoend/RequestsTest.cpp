@@ -55,34 +55,13 @@ TEST_F(Requests, ThatAreCutOffByTheEndOfTheLinkEndInZeroes)
     expectService();
 }
 
-TEST_F(Requests, OfAPhoneThatHasGoneDoNotReachTheNextOne)
-{
-    for (const bool restarts : {false, true}) {
-        SCOPED_TRACE(restarts);
-        ASSERT_EQ(phone.writeRequest(fragment(0xB1, 1, 7)), 0);
-        if (restarts)
-            station().start();
-        else
-            phone.disconnect();
-        ASSERT_TRUE(phone.connect());
-        ASSERT_TRUE(phone.writeCommand(fragment(0x30, 69)));
-        expectService();
-        EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
-    }
-}
-
-unsigned requestCount()
-{
-    const char* text = std::getenv("BRISCA_ENDTOEND_REQUESTS");
-    return text != nullptr ? static_cast<unsigned>(std::atoi(text)) : BRISCA_ENDTOEND_REQUESTS;
-}
-
 TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
 {
     std::mt19937 random(1);
     std::uniform_int_distribution<std::size_t> size(1, 1104);
-    for (unsigned number = 0; number < requestCount(); ++number) {
-        const Bytes request = message(size(random), number);
+    const int requests = setting("BRISCA_ENDTOEND_REQUESTS", BRISCA_ENDTOEND_REQUESTS);
+    for (int number = 0; number < requests; ++number) {
+        const Bytes request = message(size(random), static_cast<unsigned>(number));
         ASSERT_TRUE(phone.writeMessage(request)) << number;
         const auto received = application().waitRequest();
         ASSERT_EQ(received, request) << number;
@@ -93,9 +72,4 @@ TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
     EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
 }
 
-TEST_F(Requests, AFragmentWrittenWithResponseIsConfirmed)
-{
-    EXPECT_EQ(phone.writeRequest(fragment(0x80, 5)), 0);
-    EXPECT_EQ(application().waitRequest(), message(5));
-}
 }  // namespace

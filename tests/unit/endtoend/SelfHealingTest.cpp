@@ -26,7 +26,6 @@ protected:
 TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
 {
     const auto disconnects = [this] { phone.disconnect(); };
-    const auto connects = [this] { EXPECT_TRUE(phone.connect()); };
     const auto changes = [this] {
         phone.disconnect();
         EXPECT_TRUE(phone.connect());
@@ -35,9 +34,7 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
         station().chip.reboot();
         EXPECT_TRUE(waitUntil([this] { return !phone.connected(); }));
     };
-    const Fault lostEnd{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x01}};
     const Fault lostBeginning{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x00}};
-    const Fault cutEnd{.kind = FaultKind::CutPacket, .command = CommandId{0x08, 0x01}, .length = 6};
     const Fault cutBoot{.kind = FaultKind::CutPacket, .command = CommandId{0x01, 0x00}, .length = 21};
     const Fault lostBoot{.kind = FaultKind::LostBoot};
     const Fault lostAnswer{.kind = FaultKind::LostResponse, .skip = 1, .command = CommandId{0x03, 0x0C}};
@@ -49,10 +46,7 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     // clang-format off
     for (const auto& [name, before, faults, deed, line, mayBeARestart] :
          Rows<int, Faults, std::function<void()>, std::string, bool>{
-             {"the end of a connection", kConnected, {lostEnd}, disconnects, end, true},
-             {"the last byte of the end of a connection", kConnected, {cutEnd}, disconnects, "", false},
              {"the last byte of a restart", kConnected, {cutBoot}, restarts, "", true},
-             {"the beginning of a connection", kAdvertising, {lostBeginning}, connects, beginning, false},
              {"the restart of a connected chip", kConnected, {lostBoot}, restarts, end, true},
              {"the restart of an advertising chip", kAdvertising, {lostBoot}, restarts, "", true},
              {"the answer to the advertising data", kConnected, {lostAnswer}, disconnects, silence, true},
