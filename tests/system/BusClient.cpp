@@ -76,13 +76,8 @@ std::string BusClient::call(const std::string& method, const std::string& argume
 
 void BusClient::send(const std::string& method, const std::string& argument)
 {
-    sd_bus_message* message = nullptr;
-    sd_bus_message_new_method_call(m_bus.get(), &message, kService, "/", kInterface, method.c_str());
-    if (!argument.empty())
-        sd_bus_message_append(message, "s", argument.c_str());
-    sd_bus_message_set_expect_reply(message, 0);
-    sd_bus_send(m_bus.get(), message, nullptr);
-    sd_bus_message_unref(message);
+    sd_bus_call_method_async(m_bus.get(), nullptr, kService, "/", kInterface, method.c_str(), nullptr,
+                             nullptr, argument.empty() ? "" : "s", argument.c_str());
     sd_bus_flush(m_bus.get());
 }
 

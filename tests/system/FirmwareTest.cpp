@@ -1,8 +1,6 @@
 // FIRMWARE and DISABLED: entry, traffic, restart, exit, and the ways in which an entry fails.
 #include "Station.h"
 
-#include <cstdlib>
-
 namespace {
 using efr32sim::CommandId;
 using efr32sim::EventKind;
@@ -62,9 +60,13 @@ TEST_F(Firmware, TellsAShortConnectionInOrder)
     efr32sim::Phone phone(chip);
     for (int round = 0; round < 5; ++round) {
         ASSERT_TRUE(phone.connect());
-        phone.disconnect();
+        if (round % 2 == 0)
+            phone.disconnect();
+        else
+            client->send("disconnectBleDevice");
         EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
         EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
+        EXPECT_TRUE(phone.waitDisconnected());
     }
 }
 
@@ -174,10 +176,6 @@ struct Failure
     void (*prepare)(efr32sim::Chip&);
     std::vector<std::string> lines;
 };
-void PrintTo(const Failure& row, std::ostream* out)
-{
-    *out << row.name;
-}
 const std::string kFailed =
     "<ERROR> [BriscaService.states.FirmwareState] Error during launching of the firmware.";
 
@@ -187,6 +185,7 @@ class FailingEntry : public Station, public testing::WithParamInterface<Failure>
 
 TEST_P(FailingEntry, EndsInErrorAndARestartLeadsOut)
 {
+    SCOPED_TRACE(GetParam().name);
     startService();
     GetParam().prepare(chip);
     const auto before = mark();

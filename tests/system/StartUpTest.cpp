@@ -108,17 +108,4 @@ TEST_F(StartUp, AnswersAShellWithoutTouchingTheStation)
     EXPECT_EQ(client->call("getBriscaState"), kBootloader);
 }
 
-TEST_F(StartUp, IsNotHeldUpByAHugeLogConfiguration)
-{
-    {
-        std::ofstream configuration("/evse/data/log.cfg");
-        for (int node = 0; node < 60'000; ++node)
-            configuration << "n" << node << ":6\n";
-    }
-    ASSERT_NO_FATAL_FAILURE(startService());
-    const auto entered = log().find(" BriscaStateManager.cpp");
-    ASSERT_NE(entered, std::string::npos);
-    EXPECT_LT(std::stod(log().substr(entered - 9, 9)), 10) << "seconds; the whole file would take minutes";
-    EXPECT_THAT(linesWith({"of /evse/data/log.cfg are used"}), SizeIs(1));
-}
 }  // namespace

@@ -6,16 +6,9 @@
 #include "efr32sim/Chip.h"
 #include "efr32sim/Phone.h"
 
-#include <gtest/gtest.h>
-
 #include <condition_variable>
 #include <deque>
-#include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
 /// The socket on which systemd is told what becomes of a service. Read all the time, as systemd does: the
 /// kernel keeps about ten notifications, and the next one would block the service.

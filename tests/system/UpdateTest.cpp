@@ -12,6 +12,12 @@ protected:
     {
         return linesWith({"BootloaderState] Firmware update", "BootloaderState] A firmware"}, from);
     }
+    static std::string writeImage(std::size_t size)
+    {
+        std::string image = testsupport::content(size);
+        std::ofstream(kImage) << image;
+        return image;
+    }
     /// Each answer that the chip loses behind the fifth block is a second of silence.
     void loseAnswers(unsigned count)
     {
@@ -21,33 +27,20 @@ protected:
 
 constexpr std::size_t kBlock = 128;
 
-efr32sim::Bytes writeImage(const char* path, std::size_t size)
-{
-    efr32sim::Bytes image(size);
-    unsigned seed = 1;
-    for (auto& byte : image) {
-        seed = seed * 1103515245 + 12345;
-        byte = static_cast<std::uint8_t>(seed >> 16);
-    }
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(image.data()), static_cast<long>(size));
-    return image;
-}
-
 TEST_F(Update, UploadsTheFileAndTellsItsSuccess)
 {
     startService();
     const std::size_t size = 300 * kBlock + 17;  // block numbers wrap, the last block is filled up
-    const auto image = writeImage(kImage, size);
+    const auto image = writeImage(size);
     const auto before = mark();
     auto events = chip.follow();
     EXPECT_EQ(client->call("startFirmwareUpdate", kImage), "true");
     EXPECT_EQ(client->waitSignal(), "fwUpdateComplete true");
     ASSERT_TRUE(events.waitFor(EventKind::UploadComplete)) << "the end of the transfer is still on its way";
-    auto stored = chip.image();
+    const auto stored = chip.image();
     ASSERT_EQ(stored.size(), (size + kBlock - 1) / kBlock * kBlock);
-    stored.resize(size);
-    EXPECT_TRUE(stored == image) << "the stored image differs from the file";
+    EXPECT_TRUE(std::string(stored.begin(), stored.end()).substr(0, size) == image)
+        << "the stored image differs from the file";
     EXPECT_THAT(linesWith({"BriscaDbus] "}, before),
                 ElementsAre(HasSubstr("Start firmware update"), HasSubstr("Signal Fw update success sent")));
     EXPECT_THAT(
@@ -65,7 +58,7 @@ TEST_F(Update, ThatIsGivenUpLeavesAConsoleThatAnswersAtOnce)
 {
     startService();
     for (const bool refused : {true, false}) {
-        writeImage(kImage, 20 * kBlock);
+        writeImage(20 * kBlock);
         if (refused)
             chip.inject({.kind = efr32sim::FaultKind::XmodemAnswer, .count = 0, .skip = 5, .bytes = {0x18}});
         else
@@ -84,7 +77,7 @@ TEST_F(Update, ThatIsGivenUpLeavesAConsoleThatAnswersAtOnce)
                                       : "at block 11 of 20, repeated 0 times: the file has become shorter"));
         chip.clearFaults();
     }
-    writeImage(kImage, kBlock);
+    writeImage(kBlock);
     EXPECT_EQ(client->call("startFirmwareUpdate", kImage), "true");
     EXPECT_EQ(client->waitSignal(), "fwUpdateComplete true");
 }
@@ -92,7 +85,7 @@ TEST_F(Update, ThatIsGivenUpLeavesAConsoleThatAnswersAtOnce)
 TEST_F(Update, WhoseChipIsResetIsToldAsSilentAndEndedByARestart)
 {
     startService();
-    writeImage(kImage, 20 * kBlock);
+    writeImage(40 * kBlock);  // the blocks that may be answered before the reset are less than a quarter
     loseAnswers(9);
     auto events = chip.follow();
     const auto before = mark();

@@ -1,5 +1,5 @@
 // Stands in for systemd where there is none: takes the notifications of one service and shows its status on
-// the bus, as the unit's object does. usage: unit-stand-in NOTIFY-SOCKET [private-tmp]
+// the bus, as the unit's object does. usage: unit-stand-in NOTIFY-SOCKET
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <systemd/sd-bus.h>
@@ -13,12 +13,6 @@ namespace {
 constexpr const char* kManagerPath = "/org/freedesktop/systemd1";
 constexpr const char* kUnitPath = "/org/freedesktop/systemd1/unit/brisca_2eservice";
 
-struct Unit
-{
-    std::string status;
-    bool privateTmp = false;
-};
-
 int getUnit(sd_bus_message* call, void*, sd_bus_error*)
 {
     return sd_bus_reply_method_return(call, "o", kUnitPath);
@@ -27,15 +21,14 @@ int getUnit(sd_bus_message* call, void*, sd_bus_error*)
 int getText(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply, void* data,
             sd_bus_error*)
 {
-    const auto* const unit = static_cast<const Unit*>(data);
     const bool isStatus = std::strcmp(name, "StatusText") == 0;
-    return sd_bus_message_append(reply, "s", isStatus ? unit->status.c_str() : "no");
+    return sd_bus_message_append(reply, "s",
+                                 isStatus ? static_cast<const std::string*>(data)->c_str() : "no");
 }
 
-int getPrivateTmp(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void* data,
-                  sd_bus_error*)
+int getPrivateTmp(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*)
 {
-    return sd_bus_message_append(reply, "b", static_cast<int>(static_cast<const Unit*>(data)->privateTmp));
+    return sd_bus_message_append(reply, "b", 0);
 }
 
 const sd_bus_vtable kManager[] = {
@@ -54,24 +47,24 @@ int openSocket(const char* path)
                                                                                                 : -1;
 }
 
-void takeNotification(int descriptor, Unit& unit)
+void takeNotification(int descriptor, std::string& status)
 {
     constexpr const char* kStatus = "STATUS=";
     char text[1024];
     const ssize_t length = ::recv(descriptor, text, sizeof text, MSG_DONTWAIT);
     const std::string told(text, length > 0 ? static_cast<std::size_t>(length) : 0);
     if (told.rfind(kStatus, 0) == 0)
-        unit.status = told.substr(std::strlen(kStatus));
+        status = told.substr(std::strlen(kStatus));
 }
 
-int serve(sd_bus* bus, int descriptor, Unit& unit)
+int serve(sd_bus* bus, int descriptor, std::string& status)
 {
     for (;;) {
         pollfd entries[] = {{descriptor, POLLIN, 0}, {sd_bus_get_fd(bus), POLLIN, 0}};
         if (::poll(entries, 2, -1) < 0 || (entries[1].revents & (POLLHUP | POLLERR)) != 0)
             return 1;
         if (entries[0].revents != 0)
-            takeNotification(descriptor, unit);
+            takeNotification(descriptor, status);
         while (sd_bus_process(bus, nullptr) > 0) {
         }
     }
@@ -80,15 +73,15 @@ int serve(sd_bus* bus, int descriptor, Unit& unit)
 
 int main(int argc, char** argv)
 {
-    Unit unit = {"", argc == 3};
+    std::string status;
     sd_bus* bus = nullptr;
-    if (argc < 2 || sd_bus_open_system(&bus) < 0)
+    if (argc != 2 || sd_bus_open_system(&bus) < 0)
         return 1;
     sd_bus_add_object_vtable(bus, nullptr, kManagerPath, "org.freedesktop.systemd1.Manager", kManager,
                              nullptr);
-    sd_bus_add_object_vtable(bus, nullptr, kUnitPath, "org.freedesktop.systemd1.Service", kService, &unit);
+    sd_bus_add_object_vtable(bus, nullptr, kUnitPath, "org.freedesktop.systemd1.Service", kService, &status);
     const int descriptor = openSocket(argv[1]);
     if (descriptor < 0 || sd_bus_request_name(bus, "org.freedesktop.systemd1", 0) < 0)
         return 1;
-    return serve(bus, descriptor, unit);
+    return serve(bus, descriptor, status);
 }
