@@ -48,32 +48,22 @@ TEST_F(Transmit, PausesAfterEverySecondFragmentAcrossFrames)
         EXPECT_EQ(sentAtPause[i], 2 * (i + 1));
 }
 
-struct RefusalRow
-{
-    const char* name;
-    std::vector<std::size_t> refused;  // numbers of the refused notifications, from 1
-    int result;
-    std::size_t notifications;
-    std::vector<unsigned> delays;
-};
-
 TEST_F(Transmit, TriesARefusedFragmentOnceMoreAndThenGivesTheMessageUp)
 {
-    const std::vector<RefusalRow> rows = {
-        {"first fragment refused once", {1}, 1, 4, {3}},
-        {"every fragment refused once", {1, 3, 5}, 1, 6, {3}},
-        {"first fragment refused twice", {1, 2}, 0, 2, {200}},
-        {"last fragment refused twice", {3, 4}, 0, 4, {3, 200}},
-    };
-    for (const RefusalRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    using Numbers = std::vector<std::size_t>;
+    for (const auto& [name, refused, result, notifications, pauses] :
+         Rows<Numbers, int, std::size_t, std::vector<unsigned>>{
+             {"first fragment refused once", {1}, 1, 4, {3}},
+             {"every fragment refused once", {1, 3, 5}, 1, 6, {3}},
+             {"first fragment refused twice", {1, 2}, 0, 2, {200}},
+             {"last fragment refused twice", {3, 4}, 0, 4, {3, 200}},
+         }) {
+        SCOPED_TRACE(name);
         restartFrameNumbers();
-        accept = [&row] {
-            return std::find(row.refused.begin(), row.refused.end(), sent.size()) == row.refused.end();
-        };
-        EXPECT_EQ(transmit(counting(139)), row.result);
-        EXPECT_EQ(sent.size(), row.notifications);
-        EXPECT_EQ(delays, row.delays);
+        accept = [&numbers = refused] { return std::ranges::count(numbers, sent.size()) == 0; };
+        EXPECT_EQ(transmit(counting(139)), result);
+        EXPECT_EQ(sent.size(), notifications);
+        EXPECT_EQ(delays, pauses);
         accept = nullptr;
         transmit(counting(1));
         EXPECT_EQ(sent.back()[0], 0x90) << "the frame number goes on after success and failure";

@@ -130,12 +130,7 @@ TEST_F(AdvData, BuildersWriteTheirStructuresUnderTheApiLock)
 {
     const std::string head = " FF " + company() + " F4 4C ";
     // clang-format off
-    const struct
-    {
-        const char* name;
-        Call build;
-        std::string payload;  ///< empty when the builder refuses
-    } cases[] = {
+    for (const auto& [name, build, payload] : Rows<Call, std::string>{  // no payload: the builder refuses
         {"flags", call(GBSSlave_ADTypeFlags, kAdv, 6), "02 01 06"},
         {"complete 16-bit UUIDs", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 1, kUuids16.data(), 2), "05 03 10 18 0A 18"},
         {"incomplete 16-bit UUIDs", call(GBSSlave_ADTypeServiceUUID16bit, kAdv, 2, kUuids16.data(), 1), "03 02 10 18"},
@@ -186,17 +181,16 @@ TEST_F(AdvData, BuildersWriteTheirStructuresUnderTheApiLock)
         {"manufacturer data behind more than a header leaves room for",
          [] { return fill(kAdv, 22) & manufacturer(kAdv, 5); }, ""},
         {"no manufacturer data", call(NCPManager_AdTypeManufacturerSpecificData, kAdv, nullptr), ""},
-    };
-    // clang-format on
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    }) {
+        // clang-format on
+        SCOPED_TRACE(name);
         NCPManager_SetNoMappingFlag(0);
         const int locksBefore = semaphoreRequests(GBS_API_SEMAPHORE_ID);
         EXPECT_EQ(GBSSlave_ADTypeResetData(kAdv), 1u);
-        EXPECT_EQ(row.build(), row.payload.empty() ? 0u : 1u);
-        if (!row.payload.empty()) {
+        EXPECT_EQ(build(), payload.empty() ? 0u : 1u);
+        if (!payload.empty()) {
             EXPECT_EQ(semaphoreRequests(GBS_API_SEMAPHORE_ID), locksBefore + 2) << "with the reset's";
-            EXPECT_EQ(send(kAdv), "00: " + row.payload);
+            EXPECT_EQ(send(kAdv), "00: " + payload);
         }
     }
 }

@@ -229,13 +229,8 @@ TEST_F(Commands, AreNotSentWithArraysOrArgumentsOutOfRange)
 {
     const std::array<std::uint8_t, 255> data = {};
     std::uint16_t found = 0;
-    const struct
-    {
-        const char* name;
-        std::uint32_t result;
-        std::uint32_t expected;
-        std::size_t length;  // payload bytes on the line, none for a refused one
-    } cases[] = {
+    const Rows<std::uint32_t, std::uint32_t, std::size_t> cases = {
+        // payload bytes on the line; 0: refused
         {"253 bytes of advertising data fit", NCPManager_SetAdvData({}, 253, data.data()), 1, 256},
         {"254 bytes of advertising data do not", NCPManager_SetAdvData({}, 254, data.data()), 0, 0},
         {"251 bytes of a value fit", NCPManager_WriteAttributeValue(1, 0, 251, data.data()), 1, 256},
@@ -251,13 +246,13 @@ TEST_F(Commands, AreNotSentWithArraysOrArgumentsOutOfRange)
     };
     const auto commands = m_chip.commands();
     auto sent = commands.begin();
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(row.result, row.expected);
-        if (row.length == 0)
+    for (const auto& [name, result, expected, length] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(result, expected);
+        if (length == 0)
             continue;
         ASSERT_NE(sent, commands.end());
-        EXPECT_EQ(sent++->size(), std::string("FF 00:").size() + 3 * row.length);
+        EXPECT_EQ(sent++->size(), std::string("FF 00:").size() + 3 * length);
     }
     EXPECT_EQ(sent, commands.end());
 }
@@ -320,8 +315,8 @@ TEST_F(Commands, EnableResetsTheChipAndWaitsForItsBootEvent)
 
 TEST_F(Commands, AWaitWithoutItsEventEndsAfterFiveSeconds)
 {
-    const LogLevelScope gos("[KORA][GOS]", LogLevel::Trace);
-    const LogLevelScope signals("[RTapi][SIGNAL]", LogLevel::Debug);
+    LogFacade::setLevel("[KORA][GOS]", LogLevel::Trace);
+    LogFacade::setLevel("[RTapi][SIGNAL]", LogLevel::Debug);
     const StdoutCapture log;
     const auto start = std::chrono::steady_clock::now();
     auto done = onTask(giving<std::int8_t>(NCPManager_ReadRssi));

@@ -160,7 +160,7 @@ std::string eventName(std::string id)
 
 TEST_F(Events, AreStoredLoggedAnsweredAndPassedOn)
 {
-    const LogLevelScope ncp("NCP_MANAGER", LogLevel::Debug);
+    LogFacade::setLevel("NCP_MANAGER", LogLevel::Debug);
     StdoutCapture log;
     for (const EventCase& row : kEventCases) {
         SCOPED_TRACE(row.name);
@@ -207,51 +207,49 @@ TEST_F(Events, ThatWereLostAreToldWhenTheChipIsAskedForItsConnection)
     const std::string rssi = event("08 03", "01 00 C4");
     const Lines end = {"event 010800A0"};
     const Lines beginning = {"event 000800A0"};
-    const struct
-    {
-        const char* name;
-        tGBS_LinkState believed;
-        Lines sent;               // by the chip, each time it is asked
-        tGBS_LinkCheck expected;  // of the last question
-        Lines told = {};
-    } rows[] = {
-        {"open", GBS_LINK_CONNECTED, {open}, GBS_LINK_CHECK_AGREES},
-        {"ended: no such connection", GBS_LINK_CONNECTED, {none, none}, GBS_LINK_CHECK_ENDED, end},
-        {"ended: not connected", GBS_LINK_CONNECTED, {none, answer("86 01")}, GBS_LINK_CHECK_ENDED, end},
-        {"ended: said once", GBS_LINK_CONNECTED, {none}, GBS_LINK_CHECK_DOUBTED},
-        {"ended: denied between", GBS_LINK_CONNECTED, {none, open, none}, GBS_LINK_CHECK_DOUBTED},
-        {"ended: silence between", GBS_LINK_CONNECTED, {none, "", none}, GBS_LINK_CHECK_DOUBTED},
-        {"another error", GBS_LINK_CONNECTED, {answer("81 01")}, GBS_LINK_CHECK_UNKNOWN},
-        {"no answer", GBS_LINK_CONNECTED, {""}, GBS_LINK_CHECK_UNKNOWN},
-        {"its end is on the way", GBS_LINK_CONNECTED, {none, closed + none}, GBS_LINK_CHECK_UNKNOWN},
-        {"a boot is on the way", GBS_LINK_CONNECTED, {none, boot + none}, GBS_LINK_CHECK_UNKNOWN},
-        {"none", GBS_LINK_ADVERTISING, {none}, GBS_LINK_CHECK_AGREES},
-        {"begun: said once", GBS_LINK_ADVERTISING, {open + rssi}, GBS_LINK_CHECK_DOUBTED},
-        {"begun", GBS_LINK_ADVERTISING, {open + rssi, open + rssi}, GBS_LINK_CHECK_BEGUN, beginning},
-        {"its beginning is on the way", GBS_LINK_ADVERTISING, {opened + open}, GBS_LINK_CHECK_UNKNOWN},
-        {"neither advertising nor connected", GBS_LINK_READY, {open, open}, GBS_LINK_CHECK_UNKNOWN},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    // What is believed, what the chip sends each time it is asked, the last question's result, what is told.
+    for (const auto& [name, believed, answers, expected, told] :
+         Rows<tGBS_LinkState, Lines, tGBS_LinkCheck, Lines>{
+             {"open", GBS_LINK_CONNECTED, {open}, GBS_LINK_CHECK_AGREES, {}},
+             {"ended: no such connection", GBS_LINK_CONNECTED, {none, none}, GBS_LINK_CHECK_ENDED, end},
+             {"ended: not connected", GBS_LINK_CONNECTED, {none, answer("86 01")}, GBS_LINK_CHECK_ENDED, end},
+             {"ended: said once", GBS_LINK_CONNECTED, {none}, GBS_LINK_CHECK_DOUBTED, {}},
+             {"ended: denied between", GBS_LINK_CONNECTED, {none, open, none}, GBS_LINK_CHECK_DOUBTED, {}},
+             {"ended: silence between", GBS_LINK_CONNECTED, {none, "", none}, GBS_LINK_CHECK_DOUBTED, {}},
+             {"another error", GBS_LINK_CONNECTED, {answer("81 01")}, GBS_LINK_CHECK_UNKNOWN, {}},
+             {"no answer", GBS_LINK_CONNECTED, {""}, GBS_LINK_CHECK_UNKNOWN, {}},
+             {"its end is on the way", GBS_LINK_CONNECTED, {none, closed + none}, GBS_LINK_CHECK_UNKNOWN, {}},
+             {"a boot is on the way", GBS_LINK_CONNECTED, {none, boot + none}, GBS_LINK_CHECK_UNKNOWN, {}},
+             {"none", GBS_LINK_ADVERTISING, {none}, GBS_LINK_CHECK_AGREES, {}},
+             {"begun: said once", GBS_LINK_ADVERTISING, {open + rssi}, GBS_LINK_CHECK_DOUBTED, {}},
+             {"begun", GBS_LINK_ADVERTISING, {open + rssi, open + rssi}, GBS_LINK_CHECK_BEGUN, beginning},
+             {"its beginning is on the way",
+              GBS_LINK_ADVERTISING,
+              {opened + open},
+              GBS_LINK_CHECK_UNKNOWN,
+              {}},
+             {"neither advertising nor connected", GBS_LINK_READY, {open, open}, GBS_LINK_CHECK_UNKNOWN, {}},
+         }) {
+        SCOPED_TRACE(name);
         m_chip.answerWith(accept);
-        handle(row.believed == GBS_LINK_CONNECTED ? opened : closed);
-        if (row.believed == GBS_LINK_ADVERTISING)
+        handle(believed == GBS_LINK_CONNECTED ? opened : closed);
+        if (believed == GBS_LINK_ADVERTISING)
             NCPManager_StartAdvertising(4, 2);
         m_chip.takeCommands();
         journal.clear();
         tGBS_LinkCheck check = GBS_LINK_CHECK_AGREES;
-        for (const std::string& sent : row.sent) {
+        for (const std::string& sent : answers) {
             EXPECT_EQ(journal, Lines{}) << "told too early";
             m_chip.answerWith([&](const std::string&) { return sent; });
             check = GBSSlave_CheckLink();
             EXPECT_TRUE(m_chip.allUnderApiLock());
             EXPECT_EQ(m_chip.takeCommands(), "08 01: 01");
         }
-        EXPECT_EQ(check, row.expected);
-        EXPECT_EQ(journal, row.told);
-        EXPECT_EQ(GBSSlave_GetState(), row.told == end         ? GBS_LINK_READY
-                                       : row.told == beginning ? GBS_LINK_CONNECTED
-                                                               : row.believed);
+        EXPECT_EQ(check, expected);
+        EXPECT_EQ(journal, told);
+        EXPECT_EQ(GBSSlave_GetState(), told == end         ? GBS_LINK_READY
+                                       : told == beginning ? GBS_LINK_CONNECTED
+                                                           : believed);
         while (GBSSlave_TreatEvent() == 1) {
         }
     }

@@ -101,7 +101,7 @@ TEST_F(Facade, RefusesArgumentsOutOfRange)
         {"power to nowhere", call(GBSSlave_SetTxPowerDbm, 0, nullptr), Errno::set, Lock::taken},
         {"capability 5", call(GBSSlave_SetIOCap, 5), Errno::unset},
     };
-    const LogLevelScope gos("[KORA][GOS]", LogLevel::Trace);
+    LogFacade::setLevel("[KORA][GOS]", LogLevel::Trace);
     StdoutCapture log;
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);

@@ -66,17 +66,4 @@ Call call(std::uint32_t (*function)(Arguments...), std::type_identity_t<Argument
 std::future<std::string> onTask(std::function<std::string()> function);
 /// Handles events until the function that runs on the task is done.
 std::string pumpUntilDone(std::future<std::string>& done);
-
-/// Sets a log level while the object lives.
-class LogLevelScope
-{
-public:
-    LogLevelScope(const char* node, LogLevel level) : m_node(node) { LogFacade::setLevel(node, level); }
-    ~LogLevelScope() { LogFacade::setLevel(m_node, LogLevel::Notic); }
-    LogLevelScope(const LogLevelScope&) = delete;
-    LogLevelScope& operator=(const LogLevelScope&) = delete;
-
-private:
-    const char* m_node;
-};
 }  // namespace gbstest

@@ -21,45 +21,36 @@ std::uint32_t notify(std::uint8_t length)
 class Notifications : public testing::Test
 {
 protected:
+    Notifications() { LogFacade::setLevel("NCP_MANAGER", LogLevel::Debug); }
+
     FakeChip m_chip;
-    const LogLevelScope m_level{"NCP_MANAGER", LogLevel::Debug};
     StdoutCapture m_log;
 };
 }  // namespace
 
 TEST_F(Notifications, AreRepeatedOnlyWhileNoResponseComes)
 {
-    const struct
-    {
-        const char* name;
-        int answeredFrom;
-        const char* result;
-        std::uint8_t length;
-        std::uint32_t returned;
-        std::size_t sent;
-        int unanswered;
-        const char* lastLine;
-    } cases[] = {
-        {"the first is answered", 1, "00 00", 2, 1, 1, 0, "Attempt 1 : Notification result 0"},
-        {"a refusal is final", 1, "81 01", 2, 0, 1, 0, "Attempt 1 : Notification result 385"},
-        {"the third is answered", 3, "00 00", 2, 1, 3, 2, "Attempt 3 : Notification result 0"},
-        {"fifteen are the last", 16, "00 00", 252, 0, 15, 15, "Attempt 15 : NO response."},
-        {"too long for a packet", 1, "00 00", 253, 0, 0, 15, "Attempt 15 : NO response."},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const std::string data(kData.begin(), kData.begin() + row.length);
+    for (const auto& [name, answeredFrom, result, length, returned, sent, unanswered, lastLine] :
+         Rows<int, const char*, std::uint8_t, std::uint32_t, std::size_t, int, const char*>{
+             {"the first is answered", 1, "00 00", 2, 1, 1, 0, "Attempt 1 : Notification result 0"},
+             {"a refusal is final", 1, "81 01", 2, 0, 1, 0, "Attempt 1 : Notification result 385"},
+             {"the third is answered", 3, "00 00", 2, 1, 3, 2, "Attempt 3 : Notification result 0"},
+             {"fifteen are the last", 16, "00 00", 252, 0, 15, 15, "Attempt 15 : NO response."},
+             {"too long for a packet", 1, "00 00", 253, 0, 0, 15, "Attempt 15 : NO response."},
+         }) {
+        SCOPED_TRACE(name);
+        const std::string data(kData.begin(), kData.begin() + length);
         m_log.clear();
-        m_chip.answerWith(answerFrom(row.answeredFrom, row.result));
+        m_chip.answerWith(answerFrom(answeredFrom, result));
         const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(notify(row.length), row.returned);
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, row.unanswered * std::chrono::milliseconds(100));
+        EXPECT_EQ(notify(length), returned);
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, unanswered * std::chrono::milliseconds(100));
         EXPECT_TRUE(m_chip.allUnderApiLock());
         // To connection 1, whatever the caller gives.
         EXPECT_EQ(m_chip.commands(),
-                  Lines(row.sent, "0A 05: 01 1A 00 " + toHex(static_cast<char>(row.length) + data)));
-        EXPECT_EQ(m_log.count("NO response."), row.unanswered);
-        EXPECT_THAT(m_log.logLines().back(), testing::EndsWith(row.lastLine));
+                  Lines(sent, "0A 05: 01 1A 00 " + toHex(static_cast<char>(length) + data)));
+        EXPECT_EQ(m_log.count("NO response."), unanswered);
+        EXPECT_THAT(m_log.logLines().back(), testing::EndsWith(lastLine));
         m_chip.takeCommands();
     }
 }

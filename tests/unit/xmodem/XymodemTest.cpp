@@ -3,8 +3,6 @@
 #include "facade/LogFacade.h"
 #include "xymodem.h"
 
-#include <sys/stat.h>
-
 namespace {
 using testsupport::content;
 
@@ -75,48 +73,43 @@ const std::string k55 = std::string(55, '!');
 
 TEST_F(XmodemSender, SendsEachBlockAsOftenAsItIsAskedFor)
 {
-    const struct
-    {
-        const char* name;
-        std::size_t size;
-        std::string opening;
-        std::string answers;
-        int result;
-        std::vector<std::size_t> times;  ///< how often each block is sent
-    } rows[] = {
-        {"an empty file is only ended", 0, "C", "", 0, {}},
-        {"one byte is filled up", 1, "C", "", 0, {1}},
-        {"a full block has no filling", 128, "C", "", 0, {1}},
-        {"what comes before the first C is skipped", 1, kMenu + "C", "", 0, {1}},
-        {"a NAK repeats the block", 129, "C", {kNak, kNak, kAck, kNak}, 0, {3, 2}},
-        {"NAKs are not counted", 1, "C", std::string(300, kNak), 0, {301}},
-        {"a cancel is an unexpected byte", 1, "C", "\x18\x18", 0, {3}},
-        {"zero bytes are not counted", 1, "C", std::string(60, '\0'), 0, {61}},
-        {"55 unexpected bytes are borne", 1, "C", k55, 0, {56}},
-        {"56 unexpected bytes end it", 129, "C", k55 + "!", -1, {56}},
-        {"a zero byte does not forget them", 1, "C", k55 + '\0' + "!", -1, {57}},
-        {"a NAK forgets them", 1, "C", k55 + kNak + k55, 0, {112}},
-        {"an ACK forgets them", 129, "C", k55 + kAck + k55, 0, {56, 56}},
-        {"block numbers wrap", 257 * 128, "C", "", 0, std::vector<std::size_t>(257, 1)},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string image = content(row.size);
+    using Times = std::vector<std::size_t>;  // how often each block is sent
+    for (const auto& [name, size, opening, answers, result, times] :
+         Rows<std::size_t, std::string, std::string, int, Times>{
+             {"an empty file is only ended", 0, "C", "", 0, {}},
+             {"one byte is filled up", 1, "C", "", 0, {1}},
+             {"a full block has no filling", 128, "C", "", 0, {1}},
+             {"what comes before the first C is skipped", 1, kMenu + "C", "", 0, {1}},
+             {"a NAK repeats the block", 129, "C", {kNak, kNak, kAck, kNak}, 0, {3, 2}},
+             {"NAKs are not counted", 1, "C", std::string(300, kNak), 0, {301}},
+             {"a cancel is an unexpected byte", 1, "C", "\x18\x18", 0, {3}},
+             {"zero bytes are not counted", 1, "C", std::string(60, '\0'), 0, {61}},
+             {"55 unexpected bytes are borne", 1, "C", k55, 0, {56}},
+             {"56 unexpected bytes end it", 129, "C", k55 + "!", -1, {56}},
+             {"a zero byte does not forget them", 1, "C", k55 + '\0' + "!", -1, {57}},
+             {"a NAK forgets them", 1, "C", k55 + kNak + k55, 0, {112}},
+             {"an ACK forgets them", 129, "C", k55 + kAck + k55, 0, {56, 56}},
+             {"block numbers wrap", 257 * 128, "C", "", 0, Times(257, 1)},
+         }) {
+        SCOPED_TRACE(name);
+        const std::string image = content(size);
         start(directory.write("image", image));
-        const auto received = play(row.opening, row.answers);
+        const auto received = play(opening, answers);
         std::vector<std::string> expected;
-        for (std::size_t block = 0; block < row.times.size(); ++block)
-            expected.insert(expected.end(), row.times[block], packetOf(image, block));
-        if (row.result == 0)
+        for (std::size_t block = 0; block < times.size(); ++block)
+            expected.insert(expected.end(), times[block], packetOf(image, block));
+        if (result == 0)
             expected.emplace_back("\x04");
         EXPECT_EQ(received, expected);
-        EXPECT_EQ(sender.get(), row.result);
+        EXPECT_EQ(sender.get(), result);
     }
 }
 
 TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
 {
     const std::string path = directory.write("image", content(1000));
+    EXPECT_EQ(xymodem_send(-1, path.c_str(), false), -EBADF);
+    EXPECT_EQ(xymodem_send(line.slave(), directory.path().c_str(), true), -EINVAL);
     for (const bool beforeTheStart : {true, false}) {
         SCOPED_TRACE(beforeTheStart ? "before the 'C'" : "after two blocks");
         line = Pty();
@@ -133,19 +126,6 @@ TEST_F(XmodemSender, AHungUpLineIsAnInputOutputError)
         EXPECT_EQ(log.count("<ERROR> [BriscaService.comm.xmodem] Reading error during waiting 'C' character"),
                   beforeTheStart ? 1 : 0);
     }
-}
-
-TEST_F(XmodemSender, SendsOnlyRegularFilesOverOpenLines)
-{
-    ASSERT_EQ(::mkfifo(directory.file("fifo").c_str(), 0600), 0);
-    for (const auto& [path, result] :
-         std::vector<std::pair<std::string, int>>{{directory.file("missing"), -ENOENT},
-                                                  {directory.file("fifo"), -EINVAL},
-                                                  {directory.path(), -EINVAL},
-                                                  {"/dev/null", -EINVAL}})
-        EXPECT_EQ(xymodem_send(line.slave(), path.c_str(), true), result) << path;
-    EXPECT_EQ(xymodem_send(-1, directory.write("image", "x").c_str(), false), -EBADF);
-    EXPECT_EQ(line.readAvailable(), "");
 }
 
 TEST_F(XmodemSender, AFileThatShrinksEndsTheTransfer)
