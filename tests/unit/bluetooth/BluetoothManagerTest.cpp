@@ -27,10 +27,7 @@ public:
     }
     [[nodiscard]] bool waitForLast(const std::string& name) const
     {
-        return waitUntil([&] {
-            const Names all = names();
-            return !all.empty() && all.back() == name;
-        });
+        return waitUntil([&] { return !names().empty() && names().back() == name; });
     }
     [[nodiscard]] bool waitFor(const Names& names) const
     {

@@ -6,7 +6,6 @@
 
 namespace {
 using efr32sim::EventKind;
-using efr32sim::FaultKind;
 
 constexpr std::size_t kPacketLength = 133;
 
@@ -80,6 +79,7 @@ protected:
 TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
 {
     const std::size_t threads = threadCount();
+    const std::size_t descriptors = entriesOf("/proc/self/fd");
     auto events = chip.follow();
     int served = 0;
     QTimer others;
@@ -97,32 +97,10 @@ TEST_F(ChipUpload, DeliversTheImageWhileTheEventLoopServesOthers)
     EXPECT_EQ(client.uploadProgress().acknowledgedBytes, 50'000);
     EXPECT_EQ(client.uploadProgress().fileBytes, 50'000);
     EXPECT_TRUE(threadsEndAt(threads));
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
 
     QString version;
     EXPECT_TRUE(client.getFirmwareVersion(version)) << "the console was not given back";
-}
-
-TEST_F(ChipUpload, OverABadLineEndsWithOneTrueReport)
-{
-    const std::size_t threads = threadCount();
-    const std::size_t descriptors = entriesOf("/proc/self/fd");
-    auto events = chip.follow();
-    const efr32sim::Fault refused{.kind = FaultKind::CorruptBlock, .count = 20};
-    const efr32sim::Fault lost{.kind = FaultKind::XmodemAnswer, .skip = 3};
-    const efr32sim::Fault broken{.kind = FaultKind::XmodemAnswer, .count = 56, .skip = 3, .bytes = {'!'}};
-    for (const auto& [name, fault, success] : Rows<efr32sim::Fault, bool>{
-             {"refused blocks", refused, true}, {"a lost answer", lost, true}, {"nonsense", broken, false}}) {
-        SCOPED_TRACE(name);
-        chip.inject(fault);
-        reports.clear();
-        client.updateFirmware(imageFile("image", 2000));
-        EXPECT_TRUE(waitForReports(1));
-        EXPECT_THAT(reports, ElementsAre(success));
-        EXPECT_TRUE(!success || events.waitFor(EventKind::Prompt));
-        EXPECT_TRUE(!success || chip.image() == image);
-        EXPECT_TRUE(threadsEndAt(threads));
-        EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    }
 }
 
 TEST_F(ChipUpload, ASuccessThatIsStillQueuedIsReportedByTheClose)
@@ -151,7 +129,6 @@ protected:
         client->updateFirmware(path);
         EXPECT_EQ(line.read(1), "1");
     }
-    void takeBlock() { EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength); }
 
     Pty line;
     std::unique_ptr<An760> client = std::make_unique<An760>(line.slavePath().c_str());
@@ -169,45 +146,27 @@ TEST_F(StuckUpload, LeavesTheLineToTheWorkerAlone)
 
 TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
 {
-    const Rows<std::function<void()>> rows = {
-        {"a receiver that never asks", [] {}},
-        {"a receiver that does not answer",
-         [&] {
-             line.write("C");
-             takeBlock();
-         }},
-        {"a receiver that refuses for ever",
-         [&] {
-             line.write("C");
-             for (int block = 0; block < 100; ++block) {
-                 takeBlock();
-                 line.write("\x15");
-             }
-         }},
-        {"a receiver that does not end when it is cancelled",
-         [&] {
-             line.write("C");
-             for (int block = 0; block < 56; ++block) {
-                 takeBlock();
-                 line.write("!");
-             }
-             EXPECT_EQ(line.read(2), "\x18\x18");
-         }},
-        {"a stopped line",
-         [&] {
-             EXPECT_EQ(::tcflow(line.slave(), TCOOFF), 0);
-             line.write("C");
-             // The first block can only wait for the line now.
-             EXPECT_TRUE(waitUntil([&] { return log.contains("Sending "); }));
-         }},
-    };
     LogFacade::setLevel("BriscaService.comm.xmodem", LogLevel::Debug);
     const std::size_t threads = threadCount();
-    for (const auto& [name, getStuck] : rows) {
+    for (const auto& [name, blocks, answer, stopped] : Rows<int, std::string, bool>{
+             {"a receiver that never asks", 0, "", false},
+             {"a receiver that does not answer", 1, "", false},
+             {"a receiver that refuses for ever", 100, "\x15", false},
+             {"a receiver that does not end when it is cancelled", 56, "!", false},
+             {"a stopped line", 1, "", true},
+         }) {
         SCOPED_TRACE(name);
         log.clear();
         begin();
-        getStuck();
+        ASSERT_EQ(::tcflow(line.slave(), stopped ? TCOOFF : TCOON), 0);
+        line.write(blocks > 0 ? "C" : "");
+        for (int block = 0; block < blocks && !stopped; ++block) {
+            EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength);
+            line.write(answer);
+        }
+        EXPECT_EQ(line.read(answer == "!" ? 2 : 0), answer == "!" ? "\x18\x18" : "");
+        // The first block can only wait for a line that has stopped.
+        EXPECT_TRUE(!stopped || waitUntil([&] { return log.contains("Sending "); }));
         reports.clear();
         client->close();
         EXPECT_THAT(reports, ElementsAre(false));
