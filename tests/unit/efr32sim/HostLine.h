@@ -42,11 +42,7 @@ private:
 /// A chip whose firmware has booted, with the host's line open and the boot event read.
 struct RunningChip
 {
-    static constexpr efr32sim::Milliseconds kUnhurried{500};
-    /// Boots at once. A test that needs the line's settings checked gives the host kUnhurried to set them.
-    explicit RunningChip(efr32sim::ChipOptions options = {.checkLine = false,
-                                                          .bootDelay = efr32sim::Milliseconds(10)});
+    RunningChip();
     efr32sim::Chip chip;
     std::optional<HostLine> host;
-    std::string bootEvent;
 };
