@@ -6,7 +6,7 @@
 // program, each in a sandbox, which mostly sleep. To look closer: BRISCA_FAULTS_ONLY=8.1/cut
 // tries these alone, BRISCA_FAULTS_PERIOD_MS=10000 at the pace of a real station.
 #include "BluetoothManager.h"
-#include "BridgeTasks.h"
+#include "EventPump.h"
 #include "Process.h"
 #include "Station.h"
 
@@ -81,7 +81,7 @@ public:
     {
         chip.start();
         BluetoothManager::instance().setUartName(kTty);
-        BridgeTasks::setWatchPeriod(m_period);
+        EventPump::setWatchPeriod(m_period);
         QObject::connect(&BluetoothManager::instance(), &BluetoothManager::bleIsStarted,
                          [this] { m_announced = true; });
         enter({});

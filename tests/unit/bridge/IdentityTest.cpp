@@ -1,6 +1,6 @@
 // What the station says about itself, on the air of a simulated chip.
 
-#include "DeviceName.h"
+#include "EventPump.h"
 #include "SimulatedStation.h"
 
 namespace {
@@ -48,7 +48,7 @@ TEST_F(IdentityTest, TheNameIsCutAt31BytesAndOnTheAirWhenItFitsTheScanResponse)
         ASSERT_TRUE(enter(name));
         ASSERT_TRUE(Phone(chip).scan());
         std::uint8_t length = 0xFF;
-        const std::uint8_t* const text = giveDeviceName(&length);
+        const std::uint8_t* const text = Brisca::giveDeviceName(&length);
         EXPECT_EQ(std::string(text, text + length), given);
         Bytes expected;
         if (!onAir.empty()) {
@@ -93,7 +93,7 @@ TEST_F(IdentityTest, AdvertisingIsAskedForUntilTheChipAgrees)
         stack().startAdvertising(0);
     } while (!chip.air().advertising);  // once, unless a busy machine has lost a response before
     EXPECT_GE(starts(events), 6);
-    EXPECT_TRUE(Brisca::pumpSilence()) << "a pump that asks again does not hang";
+    EXPECT_TRUE(EventPump::silence()) << "a pump that asks again does not hang";
 }
 
 TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
@@ -117,7 +117,10 @@ TEST_F(IdentityTest, OneLateResponseDoesNotSpoilTheCommandsBehindIt)
     // It arrives while the retry waits; nobody reads events meanwhile, as when the event task advertises.
     chip.inject(Fault{
         .kind = FaultKind::LateResponse, .command = kSetChannelMap, .delay = std::chrono::milliseconds(20)});
-    std::thread eventTask([] { stack().startAdvertising(0); });
+    std::thread eventTask([] {
+        while (GBSSlave_IsLineHeld() && stack().getBriscaState() != 2)
+            stack().startAdvertising(0);
+    });
     EXPECT_TRUE(waitUntil([&] { return stack().getBriscaState() == 2; }));
     GBSSlave_LetGoLine();
     eventTask.join();
@@ -129,7 +132,7 @@ TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
     ASSERT_TRUE(Phone(chip).scan());
     GBSSlave_LetGoLine();
     ASSERT_TRUE(init());
-    EXPECT_FALSE(stack().isStarted());
+    EXPECT_FALSE(EventPump::isStarted());
     EXPECT_EQ(stack().getBriscaState(), 0);
     auto events = chip.follow();
     chip.reboot();
@@ -137,7 +140,7 @@ TEST_F(IdentityTest, ABootEventWaitsForTheStackToBeStarted)
     // The event pump looks every 10 ms.
     EXPECT_FALSE(Phone(chip).scan(std::chrono::milliseconds(300)));
     stack().startStack();
-    EXPECT_TRUE(stack().isStarted());
+    EXPECT_TRUE(EventPump::isStarted());
     EXPECT_TRUE(Phone(chip).scan());
 }
 }  // namespace

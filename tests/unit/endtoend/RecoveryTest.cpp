@@ -2,8 +2,8 @@
 
 #include "An760.h"
 #include "BluetoothManager.h"
-#include "BridgeTasks.h"
 #include "BriscaStateManager.h"
+#include "EventPump.h"
 #include "FirmwareState.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
@@ -23,7 +23,7 @@ protected:
     {
         std::ofstream(kApplication) << "#!/bin/sh\nexec sleep 1000\n";
         std::filesystem::permissions(kApplication, std::filesystem::perms::owner_all);
-        BridgeTasks::setWatchPeriod(endtoend::Milliseconds(400));
+        EventPump::setWatchPeriod(endtoend::Milliseconds(400));
         BluetoothManager::instance().setUartName(kTty);
         QObject::connect(&BluetoothManager::instance(), &BluetoothManager::bleIsStarted, &m_application,
                          [this] { ++m_boots; });

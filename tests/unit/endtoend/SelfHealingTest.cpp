@@ -1,7 +1,7 @@
 // What the line destroys: the station must come back without help.
 
 #include "BluetoothManager.h"
-#include "BridgeTasks.h"
+#include "EventPump.h"
 #include "StationFixture.h"
 
 namespace {
@@ -16,7 +16,7 @@ constexpr int kConnected = 4;
 class SelfHealing : public StationFixture
 {
 protected:
-    static void SetUpTestSuite() { BridgeTasks::setWatchPeriod(endtoend::Milliseconds(300)); }
+    static void SetUpTestSuite() { EventPump::setWatchPeriod(endtoend::Milliseconds(300)); }
     static bool reaches(int state)
     {
         return waitUntil([state] { return BluetoothManager::instance().getBleState() == state; });

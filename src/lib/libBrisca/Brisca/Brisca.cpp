@@ -2,21 +2,57 @@
 
 #include "BTP_Core.h"
 #include "BridgePipes.h"
-#include "BridgeTasks.h"
+#include "EventPump.h"
 #include "GBSSlave.h"
+#include "GOS.h"
+#include "PipeTasks.h"
+#include "facade/Log.h"
 
-#include <algorithm>
+BRISCA_LOG_NODE(logNode, "Brisca");
 
 namespace {
 // Pairing: bonding requests need no confirmation by the station.
 constexpr std::uint8_t kSecurityFlags = 4;
 constexpr std::uint8_t kNoInputNoOutput = 3;
-}  // namespace
 
-std::mutex Brisca::s_identityLock;
-QString Brisca::m_DeviceName;
-std::atomic<Brisca::EventsCallback> Brisca::m_AppEventsCallback{nullptr};
-std::atomic<Brisca::SilenceCallback> Brisca::s_silenceCallback{nullptr};
+constexpr int kMailboxSize = 4;
+
+std::atomic<bool> s_callbacksRegistered{false};  // set once, by "GBS2App"
+
+void Task_GBS2App()
+{
+    BRISCA_NOTIC(logNode, "Start GBS2App task");
+    GBSSlave_SetGATTWriteCallback(PipeTasks::GATTWriteCallback);
+    GBSSlave_SetGiveDeviceNameCallback(Brisca::giveDeviceName);
+    GBSSlave_SetEventCallback(Brisca::GetEventsCallback());
+    s_callbacksRegistered = true;
+    s_callbacksRegistered.notify_all();
+}
+
+struct TaskRow
+{
+    const char* name;
+    void (*entry)();
+};
+constexpr TaskRow kTasks[] = {
+    {"BTP_Manager_Process", BTP_Manager_Process_Task},  // in the order of their GOS ids, from 0
+    {"GBS2App", Task_GBS2App},
+    {"GBS2Event", EventPump::Task_GBS2Event},
+    {"BTPtoCoAP", PipeTasks::Task_BTP_to_CoAP},
+    {"CoAPtoBTP", PipeTasks::Task_Coap_to_BTP},
+};
+
+void startTasks()
+{
+    EventPump::noteProgress();
+    for (const TaskRow& task : kTasks)
+        GOS_CreateTask(task.name, task.entry, kMailboxSize);
+    GOS_StartTasks();
+    // A boot event handled before its callback is known would leave the station silent. Ends as soon as
+    // "GBS2App" has run.
+    s_callbacksRegistered.wait(false);
+}
+}  // namespace
 
 Brisca::Brisca()
     : m_txPipePath(QStringLiteral("/tmp/ttyBleTx")), m_rxPipePath(QStringLiteral("/tmp/ttyBleRx"))
@@ -25,12 +61,12 @@ Brisca::Brisca()
 
 Brisca::~Brisca()
 {
-    BridgeTasks::forget(*this);
+    EventPump::stop();
 }
 
 int Brisca::init(const char* uart, ManufacturerData data, const QString& name, EventsCallback callback)
 {
-    m_started = false;
+    EventPump::stop();
     BTP_Restart();  // before GBSSlave_Init tells that everything begun until now is over
     if (GBSSlave_Init(uart) != 1 || CreatePipes() != 1)
         return 0;
@@ -52,9 +88,10 @@ int Brisca::CreatePipes()
 
 int Brisca::startStack()
 {
-    BridgeTasks::startOnce(*this);
-    m_startedAt = std::chrono::steady_clock::now();
-    m_started = true;
+    static std::once_flag started;
+    std::call_once(started, startTasks);
+    GBSSlave_SetEventCallback(GetEventsCallback());  // of the latest init()
+    EventPump::start(*this);
     GBSSlave_ResumeEvents();
     return 1;
 }
@@ -71,44 +108,44 @@ int Brisca::getBriscaState() const
     return state <= GBS_LINK_CONNECTED ? state : kUnknown;
 }
 
-bool Brisca::isStarted() const
+// ---- What the event task asks for -------------------------------------------------------------------------
+
+LinkI::State Brisca::look() const
 {
-    return m_started && GBSSlave_IsLineHeld();
+    if (!GBSSlave_HasBooted())
+        return State::Booting;
+    switch (GBSSlave_PeekState()) {
+        case GBS_LINK_ADVERTISING:
+            return State::Advertising;
+        case GBS_LINK_CONNECTED:
+            return State::Connected;
+        default:
+            return State::OffAir;
+    }
 }
 
-std::optional<std::chrono::milliseconds> Brisca::pumpSilence()
+tGBS_LinkCheck Brisca::check()
 {
-    return BridgeTasks::pumpSilence();
+    const tGBS_LinkCheck answer = GBSSlave_CheckLink();
+    if (answer == GBS_LINK_CHECK_ENDED)
+        configureSecurity();  // perhaps it ended by a restart
+    return answer;
 }
 
-std::chrono::milliseconds Brisca::silence() const
+void Brisca::advertise()
 {
-    using namespace std::chrono;
-    if (!isStarted())
-        return milliseconds(0);
-    const auto running = duration_cast<milliseconds>(steady_clock::now() - m_startedAt.load());
-    return std::min(running, milliseconds(GBSSlave_GetSilence()));
+    configureSecurity();  // perhaps a boot event has been lost
+    startAdvertising(0);
 }
 
-void Brisca::tellSilence()
+bool Brisca::refresh()
 {
-    if (const SilenceCallback callback = s_silenceCallback)
-        callback();
-}
-
-QString Brisca::GetDeviceName()
-{
-    const std::lock_guard lock(s_identityLock);
-    return m_DeviceName;
-}
-
-Brisca::EventsCallback Brisca::GetEventsCallback()
-{
-    return m_AppEventsCallback;
-}
-
-Brisca::ManufacturerData Brisca::manufacturerData() const
-{
-    const std::lock_guard lock(s_identityLock);
-    return m_manufacturerData;
+    GBSSlave_EndDiscoverable();
+    // Without an answer to that the chip may still advertise, and would refuse the start again and again.
+    // And a phone that connected before it was stopped is served first.
+    if (GBSSlave_PeekState() != GBS_LINK_READY || !EventPump::isStarted() || GBSSlave_IsConnectionPending())
+        return false;
+    const bool secured = configureSecurity();
+    startAdvertising(0);
+    return secured && GBSSlave_PeekState() == GBS_LINK_ADVERTISING;
 }

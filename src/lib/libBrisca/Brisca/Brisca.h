@@ -1,11 +1,11 @@
 #pragma once
 
+#include "LinkI.h"
+
 #include <QString>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 
 struct gecko_cmd_packet;
 
@@ -14,7 +14,7 @@ struct gecko_cmd_packet;
 ///
 /// There is one in a process, because its tasks are created once and live until the process ends. The
 /// operations are called on the service's main thread; those that say so also on the event task.
-class Brisca
+class Brisca : private LinkI
 {
 public:
     /// What the station advertises besides its address. On the air the first value is little-endian and the
@@ -30,7 +30,7 @@ public:
     using EventsCallback = void (*)(unsigned int eventId, gecko_cmd_packet* packet);
 
     Brisca();
-    ~Brisca();
+    ~Brisca() override;
     Brisca(const Brisca&) = delete;
     Brisca& operator=(const Brisca&) = delete;
 
@@ -66,52 +66,36 @@ public:
     /// @param interval how long to advertise, in units of 10 ms; 0 until something stops it
     void startAdvertising(unsigned short interval);
 
-    /// Stops advertising and sets up anew, security included, what a restart of the chip loses; the station
-    /// advertises until something stops it. Event task.
-    /// @return false when a step failed, or a phone has just connected: nothing but the stop was sent then
-    [[nodiscard]] bool refreshAdvertising();
-
     /// Tells the chip how phones pair with a station that has neither input nor output. Main thread or event
     /// task.
     /// @return whether the chip took it
     bool configureSecurity();
 
-    /// Time since the event pump has last shown that it does not hang; nothing before the first startStack()
-    /// of the process. A turn takes about 10 ms without work and less than 10 s with whatever the chip makes
-    /// of it. Any thread.
-    [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence();
-
     /// The device name given to init(). Any thread.
     [[nodiscard]] static QString GetDeviceName();
     /// The event callback given to init(). Any thread.
-    [[nodiscard]] static EventsCallback GetEventsCallback();
+    [[nodiscard]] static EventsCallback GetEventsCallback() { return m_AppEventsCallback; }
 
-    /// How long the chip has answered nothing, since startStack() at the longest; 0 while the stack is not
-    /// started. Any thread.
-    [[nodiscard]] std::chrono::milliseconds silence() const;
-
-    /// The chip has been silent for so long that it should be reset.
-    using SilenceCallback = void (*)();
-    /// Any thread; the callback comes on the event task.
-    static void setSilenceCallback(SilenceCallback callback) { s_silenceCallback = callback; }
-    /// Calls it. Event task.
-    static void tellSilence();
-
-    /// True between startStack() and the next init(), while the serial line is held. Any thread.
-    [[nodiscard]] bool isStarted() const;
+    /// Hands that name to the stack: the first 31 bytes of its UTF-8 form, whatever character they cut. A
+    /// name that begins with 0x00 or 0xFF counts as none. Runs on the caller of the local-name builders, one
+    /// at a time, under the stack's locks.
+    /// @param length receives the number of bytes, 0 to 31; null gives null
+    /// @return the name, valid until the next call
+    static std::uint8_t* giveDeviceName(std::uint8_t* length);
 
 private:
     [[nodiscard]] int CreatePipes();
     [[nodiscard]] ManufacturerData manufacturerData() const;
+    [[nodiscard]] State look() const override;
+    [[nodiscard]] tGBS_LinkCheck check() override;
+    void advertise() override;
+    [[nodiscard]] bool refresh() override;
 
     const QString m_txPipePath;           // the application writes, the bridge reads
     const QString m_rxPipePath;           // the bridge writes, the application reads
     ManufacturerData m_manufacturerData;  // guarded by s_identityLock
-    std::atomic<bool> m_started{false};
-    std::atomic<std::chrono::steady_clock::time_point> m_startedAt{};
 
-    static std::mutex s_identityLock;
-    static QString m_DeviceName;  // guarded by s_identityLock
-    static std::atomic<EventsCallback> m_AppEventsCallback;
-    static std::atomic<SilenceCallback> s_silenceCallback;
+    inline static std::mutex s_identityLock;
+    inline static QString m_DeviceName;  // guarded by s_identityLock
+    inline static std::atomic<EventsCallback> m_AppEventsCallback{nullptr};
 };

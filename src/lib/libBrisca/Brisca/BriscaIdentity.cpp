@@ -1,8 +1,7 @@
 // What the station says about itself on the air: name, manufacturer data, address.
 
-#include "BridgeTasks.h"
 #include "Brisca.h"
-#include "DeviceName.h"
+#include "EventPump.h"
 #include "GBSSlave.h"
 #include "GOS.h"
 #include "facade/Log.h"
@@ -40,11 +39,23 @@ tGBS_ManufacturerSpecificData manufacturerRecord(Brisca::ManufacturerData data)
 }
 }  // namespace
 
-std::uint8_t* giveDeviceName(std::uint8_t* length)
+QString Brisca::GetDeviceName()
+{
+    const std::lock_guard lock(s_identityLock);
+    return m_DeviceName;
+}
+
+Brisca::ManufacturerData Brisca::manufacturerData() const
+{
+    const std::lock_guard lock(s_identityLock);
+    return m_manufacturerData;
+}
+
+std::uint8_t* Brisca::giveDeviceName(std::uint8_t* length)
 {
     static std::array<char, kNameBufferSize> buffer;
     buffer.fill(0);
-    const QByteArray name = Brisca::GetDeviceName().toUtf8();
+    const QByteArray name = GetDeviceName().toUtf8();
     std::memcpy(buffer.data(), name.constData(), std::min<std::size_t>(name.size(), buffer.size()));
     if (buffer[0] == '\0' || static_cast<std::uint8_t>(buffer[0]) == 0xFF)
         buffer.fill(0);
@@ -115,18 +126,6 @@ void Brisca::startAdvertising(unsigned short interval)
             return;
         if (result == 0)
             GOS_WaitForDelay(kAdvertisingRetryMs);
-        BridgeTasks::notePumpProgress();
+        EventPump::noteProgress();
     }
-}
-
-bool Brisca::refreshAdvertising()
-{
-    GBSSlave_EndDiscoverable();
-    // Without an answer to that the chip may still advertise, and would refuse the start again and again.
-    // And a phone that connected before it was stopped is served first.
-    if (GBSSlave_PeekState() != GBS_LINK_READY || !isStarted() || GBSSlave_IsConnectionPending())
-        return false;
-    const bool secured = configureSecurity();
-    startAdvertising(0);
-    return secured && GBSSlave_PeekState() == GBS_LINK_ADVERTISING;
 }

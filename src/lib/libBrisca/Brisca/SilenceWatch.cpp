@@ -13,6 +13,7 @@ constexpr int kWarningsPerMinute = 2;
 
 SilenceWatch::Alarm SilenceWatch::tick(Clock::time_point now, Clock::duration silence)
 {
+    const std::lock_guard lock(m_lock);
     if (silence >= m_warnAfter)
         return onSilence(now, silence);
     m_hasWarned = m_hasReentered = false;

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
 
 /// Tells what is to be done about a chip that answers nothing any more: it is reported, and then it is reset
-/// by a new entry of the firmware state, each time later than before.
+/// by a new entry of the firmware state, each time later than before. Any thread.
 class SilenceWatch
 {
 public:
@@ -25,6 +26,7 @@ private:
     Alarm onSilence(Clock::time_point now, Clock::duration silence);
 
     const Clock::duration m_warnAfter;
+    std::mutex m_lock;  // guards the rest
     Clock::time_point m_lastReentry;
     std::size_t m_reentries = 0;  // since the chip last answered for longer than the longest wait
     bool m_hasWarned = false;     // of the silence that lasts

@@ -1,6 +1,6 @@
 #include "BluetoothManager.h"
 
-#include "BridgeTasks.h"
+#include "EventPump.h"
 #include "GBSSlave.h"
 #include "facade/Log.h"
 #include "facade/LogText.h"
@@ -13,7 +13,7 @@ constexpr unsigned short kAdvertiseUntilStopped = 0;
 
 BluetoothManager::BluetoothManager() : m_bleName(QStringLiteral("Voltra")), m_manufacturerData{0x4CF4, 0x0100}
 {
-    Brisca::setSilenceCallback([] { Q_EMIT instance().chipSilent(); });
+    EventPump::setSilenceCallback([] { Q_EMIT instance().chipSilent(); });
 }
 
 BluetoothManager& BluetoothManager::instance()
@@ -85,10 +85,15 @@ int BluetoothManager::peekBleState()
     return GBSSlave_PeekState();
 }
 
-std::optional<std::chrono::system_clock::time_point> BluetoothManager::chipSilentSince() const
+std::optional<std::chrono::milliseconds> BluetoothManager::pumpSilence()
 {
-    const std::chrono::milliseconds silence = m_stack.silence();
-    if (silence < BridgeTasks::reportedSilence())
+    return EventPump::silence();
+}
+
+std::optional<std::chrono::system_clock::time_point> BluetoothManager::chipSilentSince()
+{
+    const std::chrono::milliseconds silence = EventPump::chipSilence();
+    if (silence < EventPump::reportedSilence())
         return std::nullopt;
     return std::chrono::system_clock::now() - silence;
 }

@@ -41,18 +41,15 @@ public:
     /// The same without waiting for a command of another task, whatever the chip does. Any thread.
     [[nodiscard]] static int peekBleState();
 
-    /// As Brisca::pumpSilence().
-    [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence()
-    {
-        return Brisca::pumpSilence();
-    }
+    /// As EventPump::silence().
+    [[nodiscard]] static std::optional<std::chrono::milliseconds> pumpSilence();
 
     /// The chip is about to be, or has just been, reset: forgets that the stack has booted and lets go of the
     /// serial line, so that the stack touches it no more until the next initBleCom() and start(). Bounded.
     void resetBleStartedFlag();
 
     /// Since when the chip has answered nothing, once that is worth a report (30 s). Any thread.
-    [[nodiscard]] std::optional<std::chrono::system_clock::time_point> chipSilentSince() const;
+    [[nodiscard]] static std::optional<std::chrono::system_clock::time_point> chipSilentSince();
 
     /// Drops the connected phone.
     /// @return 1 when the chip accepted the command, else 0
