@@ -9,7 +9,6 @@
 
 namespace {
 constexpr int kErrnoInvalidArgument = 16;
-constexpr std::uint8_t kConnection = 1;  // the system serves one connection
 
 constexpr std::uint32_t kAdvIntervalMin = 160;  // 100 ms, in units of 0.625 ms
 constexpr std::uint32_t kAdvIntervalMax = 320;  // 200 ms

@@ -31,8 +31,8 @@ std::uint32_t GBSSlave_Disable();
 [[nodiscard]] std::uint8_t GBSSlave_GetState();
 /// The same without the API lock, which a command of another task may hold for seconds. Any thread.
 [[nodiscard]] std::uint8_t GBSSlave_PeekState();
-/// Whether the chip has reported its boot, or anything that follows one, since the line was opened. Does not
-/// take the API lock. Any thread.
+/// Whether the chip has reported its boot, or anything that follows one, since the link was last disabled.
+/// Does not take the API lock. Any thread.
 [[nodiscard]] bool GBSSlave_HasBooted();
 /// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
 /// time. Does not take the API lock. Any thread.

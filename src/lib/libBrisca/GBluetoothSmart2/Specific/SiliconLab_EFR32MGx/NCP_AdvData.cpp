@@ -15,7 +15,7 @@
 #include <array>
 #include <cstring>
 
-using ncp::managerState;
+using ncp::callbacks;
 
 BRISCA_LOG_NODE(logNode, "NCP_MANAGER");
 
@@ -443,7 +443,7 @@ const std::uint8_t* NCP_GetUserDeviceName(std::uint8_t* length)
 {
     const std::uint8_t* name = nullptr;
     *length = 0;
-    if (const auto callback = managerState.deviceName.load())
+    if (const auto callback = callbacks.deviceName.load())
         name = callback(length);
     else
         BRISCA_DEBUG(logNode, "[NCP_GetUserDeviceName] GBS_DeviceNameCallback is null. Used default name");

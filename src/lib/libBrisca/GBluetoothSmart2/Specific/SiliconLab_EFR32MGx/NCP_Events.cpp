@@ -18,7 +18,6 @@ constexpr std::uint8_t kAttWriteRequest = 0x13;  // the write that the central e
 constexpr std::uint8_t kAttSuccess = 0x00;
 constexpr std::uint8_t kAttInvalidHandle = 0x01;
 constexpr std::uint8_t kAttReadRefused = 0x8C;  // application error
-constexpr std::uint8_t kConnection = 1;         // the system serves one connection
 constexpr std::uint16_t kCallbackSuccess = 1;
 
 /// Text of a byte dump, made only when a log statement that is enabled asks for it.
@@ -51,13 +50,6 @@ GattRequest readGattRequest(PayloadReader& in)
 
 // ---- System and connection --------------------------------------------------------------------------------
 
-void noteBoot()
-{
-    managerState.hasBooted = true;
-    // A chip that restarted by itself has neither a link nor advertising left, whatever it had before.
-    endLink(managerState.linkState == GBS_LINK_DISABLED ? GBS_LINK_DISABLED : GBS_LINK_READY);
-}
-
 void onBoot(PayloadReader in)
 {
     const std::uint16_t majorVersion = in.u16();
@@ -66,11 +58,8 @@ void onBoot(PayloadReader in)
     const std::uint16_t build = in.u16();
     const std::uint32_t bootloader = in.u32();
     const std::uint16_t hardware = in.u16();
-    managerState.firmware.set(static_cast<std::uint8_t>(majorVersion),
-                              static_cast<std::uint8_t>(minorVersion), static_cast<std::uint8_t>(patch));
-    managerState.bootloader.set(static_cast<std::uint8_t>(bootloader >> 24),
-                                static_cast<std::uint8_t>(bootloader >> 16),
-                                static_cast<std::uint8_t>(bootloader >> 8));
+    firmwareVersion = (majorVersion & 0xFFU) << 16 | (minorVersion & 0xFFU) << 8 | (patch & 0xFFU);
+    bootloaderVersion = bootloader >> 8;
     noteBoot();
     BRISCA_DEBUG(logNode, "Event: NCP boot up. version:%u.%u.%u, build=%u, bootloader=0X%08X, hw=%u",
                  majorVersion, minorVersion, patch, build, bootloader, hardware);
@@ -78,16 +67,13 @@ void onBoot(PayloadReader in)
 
 void onConnectionOpened(PayloadReader)
 {
-    if (managerState.linkState == GBS_LINK_CONNECTED)
-        endLink(GBS_LINK_READY);  // the event that told the end of the one before was lost
-    managerState.linkState = GBS_LINK_CONNECTED;
-    managerState.linkDoubted = false;
+    noteConnectionOpened();
     BRISCA_NOTIC(logNode, "Event: Connect opened.");
 }
 
 void onConnectionClosed(PayloadReader)
 {
-    endLink(GBS_LINK_READY);
+    noteConnectionClosed();
     BRISCA_NOTIC(logNode, "Event: Connect closed.");
 }
 
@@ -109,7 +95,7 @@ void onRssi(PayloadReader in)
 {
     in.u16();  // connection, status
     const std::int8_t rssi = in.i8();
-    managerState.lastRssi = rssi;
+    lastRssi = rssi;
     BRISCA_TRACE(logNode, "Event: Receive RSSI = %d.", rssi);
 }
 
@@ -151,7 +137,7 @@ void onUserReadRequest(PayloadReader in)
     const GattRequest request = readGattRequest(in);
     BRISCA_TRACE(logNode, "Event: User read request. Connect=%u, char=%u, opcode=%u, offset=%u",
                  request.connection, request.handle, request.opcode, request.offset);
-    const auto callback = managerState.gattRead.load();
+    const auto callback = callbacks.gattRead.load();
     if (callback == nullptr)
         return;
     std::array<std::uint8_t, 255> value = {};  // all that the callback's length can announce
@@ -172,7 +158,7 @@ void onUserWriteRequest(PayloadReader in)
                  request.connection, request.handle, request.opcode, request.offset);
     BRISCA_TRACE(logNode, "NCP -> GBS : Length %d", length);
     BRISCA_TRACE(logNode, "NCP -> GBS : Data %s", dump.of(value));
-    const auto callback = managerState.gattWrite.load();
+    const auto callback = callbacks.gattWrite.load();
     if (callback == nullptr)
         return;
     const std::uint16_t accepted = callback(request.handle, length, value.data());
@@ -200,7 +186,7 @@ void onDtmCompleted(PayloadReader in)
 {
     const unsigned result = in.u16();
     const std::uint16_t packets = in.u16();
-    managerState.dtmPackets = packets;
+    dtmPackets = packets;
     BRISCA_TRACE(logNode, "Event: DTM test completed. result=%u(0:success, 1:failure), number_of_packets=%u",
                  result, packets);
 }
@@ -210,7 +196,7 @@ void onPasskeyDisplay(PayloadReader in)
     const unsigned connection = in.u8();
     const std::uint32_t passkey = in.u32();
     BRISCA_TRACE(logNode, "Event: Display passkey. Connect=%u, Passkey=%06u", connection, passkey);
-    if (const auto callback = managerState.displayPasskey.load())
+    if (const auto callback = callbacks.displayPasskey.load())
         callback(passkey);
 }
 
@@ -225,7 +211,7 @@ void onConfirmPasskey(PayloadReader in)
     const unsigned connection = in.u8();
     const std::uint32_t passkey = in.u32();
     BRISCA_TRACE(logNode, "Event: Confirm passkey. Connect=%u, Passkey=%06u", connection, passkey);
-    if (const auto callback = managerState.confirmPasskey.load())
+    if (const auto callback = callbacks.confirmPasskey.load())
         callback(passkey);
 }
 
@@ -249,7 +235,7 @@ void onListBondingEntry(PayloadReader in)
     bond.bonding = in.u8();
     in.copy(bond.address, kBdAddressLength);
     bond.addressType = in.u8();
-    managerState.bonds.append(bond);
+    bonds.append(bond);
     BRISCA_TRACE(logNode,
                  "Event: List bonding entry. handle=%u, address=%02X:%02X:%02X:%02X:%02X:%02X, type=%u",
                  bond.bonding, bond.address[0], bond.address[1], bond.address[2], bond.address[3],
@@ -318,12 +304,12 @@ void handle(const EventRow& row, PayloadReader payload)
         return;
     }
     row.handle(payload);
-    managerState.waiter.wake(row.id);
+    EventWait::wake(row.id);
 }
 
 void passOn(std::uint32_t id, gecko_cmd_packet& event)
 {
-    if (const auto callback = managerState.event.load())
+    if (const auto callback = callbacks.event.load())
         callback(id, &event);
     else
         BRISCA_TRACE(logNode, "Event: Unprocess EventId=0X%08X", id);
@@ -354,21 +340,11 @@ gecko_cmd_packet lostEvent(std::uint32_t id)
     return event;
 }
 
-/// An event that has not been lost mostly waits in the ring by now, and so does the boot event that explains
-/// the difference as well. But the chip may also answer first and send the event then: one answer alone is
-/// not believed.
-tGBS_LinkCheck tellIfSure(std::uint32_t id, const char* what, bool doubted, tGBS_LinkCheck told)
+void tellLost(std::uint32_t id, const char* what)
 {
-    if (gecko_event_queued(id) || gecko_event_queued(kGbsEventBoot))
-        return GBS_LINK_CHECK_UNKNOWN;
-    if (!doubted) {
-        managerState.linkDoubted = true;
-        return GBS_LINK_CHECK_DOUBTED;
-    }
     BRISCA_NOTIC(logNode, "Event lost: %s", what);
     gecko_cmd_packet event = lostEvent(id);
     dispatch(event);
-    return told;
 }
 }  // namespace
 
@@ -383,17 +359,12 @@ std::uint32_t NCPManager_EventHandler()
 
 tGBS_LinkCheck NCPManager_TellConnection(tGBS_ConnectionAnswer answer)
 {
-    const bool open = answer == GBS_CONNECTION_OPEN;
-    const std::uint8_t believed = managerState.linkState;
-    const bool doubted = managerState.linkDoubted.exchange(false);
-    if (answer == GBS_CONNECTION_UNKNOWN ||
-        (believed != GBS_LINK_CONNECTED && believed != GBS_LINK_ADVERTISING))
-        return GBS_LINK_CHECK_UNKNOWN;
-    if (open == (believed == GBS_LINK_CONNECTED))
-        return GBS_LINK_CHECK_AGREES;
-    return open ? tellIfSure(kGbsEventConnectionOpened, "a phone is connected", doubted, GBS_LINK_CHECK_BEGUN)
-                : tellIfSure(kGbsEventConnectionClosed, "no phone is connected any more", doubted,
-                             GBS_LINK_CHECK_ENDED);
+    const tGBS_LinkCheck told = noteConnection(answer);
+    if (told == GBS_LINK_CHECK_BEGUN)
+        tellLost(kGbsEventConnectionOpened, "a phone is connected");
+    else if (told == GBS_LINK_CHECK_ENDED)
+        tellLost(kGbsEventConnectionClosed, "no phone is connected any more");
+    return told;
 }
 
 void NCPManager_TellBoot()

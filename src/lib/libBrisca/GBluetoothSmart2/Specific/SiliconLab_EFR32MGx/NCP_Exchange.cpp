@@ -55,7 +55,7 @@ Exchange::Exchange(Command command, std::initializer_list<Field> fields)
     gecko_handle_command(gecko_header(*gecko_cmd_msg), gecko_cmd_msg->payload.data());
     m_answered = gecko_response_id(*gecko_rsp_msg) == gecko_response_id(command.classId, command.id);
     if (m_answered)
-        managerState.lastAnswer = std::chrono::steady_clock::now().time_since_epoch();
+        noteAnswer();
 }
 
 PayloadReader Exchange::outputs() const

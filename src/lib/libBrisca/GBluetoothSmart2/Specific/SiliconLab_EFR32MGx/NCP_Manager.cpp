@@ -15,7 +15,6 @@ using namespace ncp;
 BRISCA_LOG_NODE(logNode, "NCP_MANAGER");
 
 namespace {
-constexpr std::uint8_t kConnection = 1;  // the system serves one connection
 constexpr std::uint8_t kAdvertisingSet = 0;
 constexpr std::uint8_t kBootNormally = 0;
 constexpr std::uint8_t kNoEventLimit = 0;  // advertising events
@@ -45,7 +44,7 @@ std::uint32_t runAndEnter(tGBS_LinkState state, Command command, std::initialize
 {
     const Exchange exchange(command, fields);
     if (exchange.answered())
-        managerState.linkState = state;
+        noteLinkState(state);
     return exchange.succeeded() ? 1 : 0;
 }
 }  // namespace
@@ -54,10 +53,9 @@ std::uint32_t runAndEnter(tGBS_LinkState state, Command command, std::initialize
 
 std::uint32_t NCPManager_Init(const char* path)
 {
-    managerState.bonds.clear();
+    bonds.clear();
     const std::uint32_t opened = NCPDriver_Init(path);
-    endLink(GBS_LINK_DISABLED);
-    managerState.hasBooted = false;
+    NCPManager_EndLink();
     return opened;
 }
 
@@ -66,7 +64,7 @@ std::uint32_t NCPManager_Enable()
     NCPDriver_Enable();
     const std::uint32_t booted = NCPManager_ResetNCP();
     if (booted == 1)
-        managerState.linkState = GBS_LINK_READY;
+        noteLinkState(GBS_LINK_READY);
     return booted;
 }
 
@@ -75,11 +73,6 @@ std::uint32_t NCPManager_Disable()
     NCPDriver_Disable();
     NCPManager_EndLink();
     return 1;
-}
-
-void NCPManager_EndLink()
-{
-    endLink(GBS_LINK_DISABLED);
 }
 
 std::uint32_t NCPManager_ResetNCP()
@@ -93,30 +86,6 @@ std::uint32_t NCPManager_ResetNCP()
 std::uint32_t NCPManager_HelloNCP()
 {
     return run(kSystemHello, {});
-}
-
-bool NCPManager_HasBooted()
-{
-    return managerState.hasBooted || managerState.linkState != GBS_LINK_DISABLED;
-}
-
-std::uint32_t NCPManager_GetSilence()
-{
-    using std::chrono::milliseconds;
-    constexpr milliseconds::rep kLongest = 0xFFFFFFFF;
-    const auto silence = std::chrono::steady_clock::now().time_since_epoch() - managerState.lastAnswer.load();
-    return static_cast<std::uint32_t>(
-        std::min(std::chrono::duration_cast<milliseconds>(silence).count(), kLongest));
-}
-
-std::uint8_t NCPManager_GetState()
-{
-    return managerState.linkState;
-}
-
-std::uint32_t NCPManager_GetLinkNumber()
-{
-    return managerState.linkNumber;
 }
 
 std::uint32_t NCPManager_TreatInternalEvent(std::uint32_t milliseconds)
@@ -135,18 +104,6 @@ void NCPManager_PrintData(std::uint32_t size, const std::uint8_t* data)
     }
     std::printf("\n");
     flushOutput();
-}
-
-std::uint32_t NCPManager_GetNcpSdkVersion(std::uint8_t out[kVersionLength])
-{
-    managerState.firmware.copyTo(out);
-    return 1;
-}
-
-std::uint32_t NCPManager_GetNcpSblVersion(std::uint8_t out[kVersionLength])
-{
-    managerState.bootloader.copyTo(out);
-    return 1;
 }
 
 // ---- System, advertising, connection ----------------------------------------------------------------------
@@ -222,7 +179,7 @@ std::uint32_t NCPManager_ReadRssi(std::int8_t* out)
 {
     if (runAndWait(kLeConnectionGetRssi, {u8(kConnection)}, kEventRssi) != 1)
         return 0;
-    *out = managerState.lastRssi;
+    *out = lastRssi;
     return 1;
 }
 
@@ -345,11 +302,11 @@ std::uint32_t NCPManager_SetPasskey(std::int32_t passkey)
 
 std::uint32_t NCPManager_GetAllBonds(_tGBS_BondInfo* out, std::uint8_t* count)
 {
-    managerState.bonds.restart();
+    bonds.restart();
     EventWait listed(kEventBondsListed);
     if (NCPManager_ListAllBondings() != 1 || !listed.completed())
         return 0;
-    *count = managerState.bonds.copyTo(out);
+    *count = bonds.copyTo(out);
     return 1;
 }
 
@@ -370,6 +327,6 @@ std::uint32_t NCPManager_EndDTMTest(std::uint16_t* out)
 {
     if (runAndWait(kTestDtmEnd, {}, kEventDtmCompleted) != 1)
         return 0;
-    *out = managerState.dtmPackets;
+    *out = dtmPackets;
     return 1;
 }

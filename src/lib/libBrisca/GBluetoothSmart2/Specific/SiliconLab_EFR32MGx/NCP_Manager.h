@@ -13,6 +13,8 @@
 
 #include "GBS_Types.h"
 
+/// The connection of every command that takes one: the system serves one.
+constexpr std::uint8_t kConnection = 1;
 /// Value of the waiting task when nobody waits; only task ids below it can be woken by an event.
 constexpr std::uint16_t kNoWaitingTask = 5;
 /// The GOS signal that tells a waiting call that its event has come.
@@ -37,8 +39,7 @@ std::uint32_t NCPManager_ResetNCP();
 std::uint32_t NCPManager_HelloNCP();
 /// Link state, a tGBS_LinkState. Any thread.
 std::uint8_t NCPManager_GetState();
-/// Whether the chip has reported its boot, or anything that follows one, since the line was opened. Any
-/// thread.
+/// As GBSSlave_HasBooted. Any thread.
 bool NCPManager_HasBooted();
 /// Milliseconds since the chip last answered a command, with success or an error; 0xFFFFFFFF for any longer
 /// time. Any thread.

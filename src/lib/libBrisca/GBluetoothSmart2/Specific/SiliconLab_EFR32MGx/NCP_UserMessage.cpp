@@ -5,7 +5,6 @@
 #include "NCP_Manager.h"
 
 #include <array>
-#include <cstring>
 
 using namespace ncp;
 
@@ -34,24 +33,22 @@ constexpr std::size_t kReplyValue = 2;
 
 using Reply = std::array<std::uint8_t, 255>;  // the longest that a count byte can announce
 
-/// Request whose success is the command's result.
-std::uint32_t tell(Request request)
+template <class... Arguments>
+constexpr auto messageOf(Request request, Arguments... arguments)
 {
-    const std::array message = {static_cast<std::uint8_t>(request)};
-    return NCPManager_SendUserMessage(message.size(), message.data(), nullptr, nullptr);
+    return std::array{static_cast<std::uint8_t>(request), static_cast<std::uint8_t>(arguments)...};
 }
 
-std::uint32_t tell(Request request, std::uint8_t argument)
+auto wordMessageOf(Request request, std::uint32_t word)
 {
-    const std::array message = {static_cast<std::uint8_t>(request), argument};
-    return NCPManager_SendUserMessage(message.size(), message.data(), nullptr, nullptr);
+    return messageOf(request, word, word >> 8, word >> 16, word >> 24);
 }
 
-std::array<std::uint8_t, 5> messageOf(Request request, std::uint32_t argument)
+/// Message whose success is the command's result.
+std::uint32_t tell(std::span<const std::uint8_t> message)
 {
-    std::array<std::uint8_t, 5> message = {static_cast<std::uint8_t>(request)};
-    gecko_put_u32(&message[1], argument);
-    return message;
+    return NCPManager_SendUserMessage(static_cast<std::uint8_t>(message.size()), message.data(), nullptr,
+                                      nullptr);
 }
 
 /// Message whose success is a reply of exactly this length.
@@ -63,25 +60,22 @@ bool ask(std::uint8_t replyLength, std::span<const std::uint8_t> message, Reply&
            received == replyLength;
 }
 
-bool ask(std::uint8_t replyLength, Request request, Reply& reply)
-{
-    const std::array message = {static_cast<std::uint8_t>(request)};
-    return ask(replyLength, message, reply);
-}
-
-std::uint32_t getByte(Request request, std::uint8_t* out)
+/// @param places of the bytes in the reply
+std::uint32_t getBytes(Request request, std::uint8_t replyLength, std::initializer_list<std::size_t> places,
+                       std::uint8_t* out)
 {
     Reply reply;
-    if (!ask(3, request, reply))
+    if (!ask(replyLength, messageOf(request), reply))
         return 0;
-    *out = reply[kReplyValue];
+    for (const std::size_t place : places)
+        *out++ = reply[place];
     return 1;
 }
 
 std::uint32_t getWord(Request request, std::uint32_t* out)
 {
     Reply reply;
-    if (!ask(6, request, reply))
+    if (!ask(6, messageOf(request), reply))
         return 0;
     *out = gecko_get_u32(&reply[kReplyValue]);
     return 1;
@@ -104,49 +98,43 @@ std::uint32_t NCPManager_SendUserMessage(std::uint8_t length, const std::uint8_t
 
 std::uint32_t NCPManager_GetNcpAppVersion(std::uint8_t out[kVersionLength])
 {
-    Reply reply;
-    if (!ask(8, Request::GetAppVersion, reply))
-        return 0;
-    out[0] = reply[2];
-    out[1] = reply[4];
-    out[2] = reply[6];
-    return 1;
+    return getBytes(Request::GetAppVersion, 8, {2, 4, 6}, out);
 }
 
 std::uint32_t NCPManager_SetTXPower(std::uint8_t power)
 {
-    return tell(Request::SetTxPower, power);
+    return tell(messageOf(Request::SetTxPower, power));
 }
 
 std::uint32_t NCPManager_GetTXPower(std::uint8_t* out)
 {
-    return getByte(Request::GetTxPower, out);
+    return getBytes(Request::GetTxPower, 3, {kReplyValue}, out);
 }
 
 std::uint32_t NCPManager_SetPowerMode(tGBS_TxPowerMode mode)
 {
-    return mode > kHighestMode ? 0 : tell(Request::SetPowerMode, mode);
+    return mode > kHighestMode ? 0 : tell(messageOf(Request::SetPowerMode, mode));
 }
 
 std::uint32_t NCPManager_GetPowerMode(tGBS_TxPowerMode* out)
 {
-    return getByte(Request::GetPowerMode, out);
+    return getBytes(Request::GetPowerMode, 3, {kReplyValue}, out);
 }
 
 std::uint32_t NCPManager_SetChannel(std::uint8_t channel)
 {
-    return channel > kHighestChannel ? 0 : tell(Request::SetChannel, channel);
+    return channel > kHighestChannel ? 0 : tell(messageOf(Request::SetChannel, channel));
 }
 
 std::uint32_t NCPManager_GetChannel(std::uint8_t* out)
 {
-    return getByte(Request::GetChannel, out);
+    return getBytes(Request::GetChannel, 3, {kReplyValue}, out);
 }
 
 std::uint32_t NCPManager_SetFreqTune(std::uint32_t value)
 {
     Reply reply;
-    return ask(2, messageOf(Request::SetFreqTune, value), reply) && reply[kReplyStatus] == 0 ? 1 : 0;
+    return ask(2, wordMessageOf(Request::SetFreqTune, value), reply) && reply[kReplyStatus] == 0 ? 1 : 0;
 }
 
 std::uint32_t NCPManager_GetFreqTune(std::uint32_t* out)
@@ -156,8 +144,7 @@ std::uint32_t NCPManager_GetFreqTune(std::uint32_t* out)
 
 std::uint32_t NCPManager_SaveFreqTune(std::uint32_t value)
 {
-    const auto message = messageOf(Request::SaveFreqTune, value);
-    return NCPManager_SendUserMessage(message.size(), message.data(), nullptr, nullptr);
+    return tell(wordMessageOf(Request::SaveFreqTune, value));
 }
 
 std::uint32_t NCPManager_GetSavedFreqTune(std::uint32_t* out)
@@ -167,21 +154,15 @@ std::uint32_t NCPManager_GetSavedFreqTune(std::uint32_t* out)
 
 std::uint32_t NCPManager_StartTxStream(tGBS_TxStreamMode mode)
 {
-    return mode > kHighestMode ? 0 : tell(Request::StartTxStream, mode);
+    return mode > kHighestMode ? 0 : tell(messageOf(Request::StartTxStream, mode));
 }
 
 std::uint32_t NCPManager_StopTxStream()
 {
-    return tell(Request::StopTxStream);
+    return tell(messageOf(Request::StopTxStream));
 }
 
 std::uint32_t NCPManager_GetRAILVersion(std::uint8_t out[kVersionLength])
 {
-    Reply reply;
-    if (!ask(14, Request::GetRailVersion, reply))
-        return 0;
-    out[0] = reply[6];
-    out[1] = reply[7];
-    out[2] = reply[8];
-    return 1;
+    return getBytes(Request::GetRailVersion, 14, {6, 7, 8}, out);
 }
