@@ -16,17 +16,19 @@ changed() {
         while read -r file; do [ ! -e "$file" ] || echo "$file"; done
 }
 
-deadline=
+seconds=
 case ${1:-} in
     --changed)
-        deadline=$((EPOCHSECONDS + ${2:?$usage}))
-        mapfile -t files < <(changed)
+        seconds=${2:-}
+        [[ $seconds =~ ^[0-9]+$ ]] || refuse
+        list=$(changed)
         ;;
-    '') mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp') ;;
-    *) files=("$@") ;;
+    '') list=$(git ls-files -- 'src/*.cpp' 'tools/*.cpp') ;;
+    *) list=$(printf '%s\n' "$@") ;;
 esac
 scripts/setup.sh
 cmake --preset release >/dev/null
+deadline=${seconds:+$((EPOCHSECONDS + seconds))}
 
 # The option: sources that unit suites compile, too, carry warning options that only GCC knows.
 tidy_one() { # FILE
@@ -39,5 +41,7 @@ tidy_one() { # FILE
 export -f tidy_one
 export deadline
 log=build/release/tidy.log
-printf '%s\0' "${files[@]}" | xargs -0 -r -P "$(nproc)" -n 1 bash -c 'tidy_one "$1"' tidy | tee "$log"
-echo "tidy: no finding in $((${#files[@]} - $(grep -c '^tidy: no time for' "$log"))) of ${#files[@]} sources"
+sed '/^$/d' <<<"$list" | xargs -d '\n' -r -P "$(nproc)" -n 1 bash -c 'tidy_one "$1"' tidy | tee "$log"
+total=$(grep -c . <<<"$list" || true)
+left=$(grep -c '^tidy: no time for' "$log" || true)
+echo "tidy: no finding in $((total - left)) of $total sources"
