@@ -1,10 +1,11 @@
 #include "BglibLock.h"
 
-#include "GOS.h"
+#include "GosMutex.h"
 #include "LineOwner.h"
 #include "UsageGate.h"
 
 namespace {
+constexpr GosMutex packetMutex(GBS_BGLIB_SEMAPHORE_ID);
 // Never destroyed: the tasks take it until the process is gone.
 UsageGate& exchanges = *new UsageGate;
 }  // namespace
@@ -12,12 +13,12 @@ UsageGate& exchanges = *new UsageGate;
 BglibLock::BglibLock()
 {
     exchanges.enter();
-    GOS_WaitForSemaphore(GBS_BGLIB_SEMAPHORE_ID);
+    packetMutex.lock();
 }
 
 BglibLock::~BglibLock()
 {
-    GOS_ReleaseSemaphore(GBS_BGLIB_SEMAPHORE_ID);
+    packetMutex.unlock();
     exchanges.leave();
 }
 

@@ -3,12 +3,14 @@
 #include "BTP_Internal.h"
 #include "GBSSlave.h"
 #include "GOS.h"
+#include "GosMutex.h"
 #include "facade/Log.h"
 #include "facade/LogTable.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <mutex>
 
 BRISCA_LOG_NODE(logNode, "BTP_CORE");
 
@@ -18,6 +20,8 @@ constexpr unsigned kPauseMs = 3;
 constexpr unsigned kFailurePauseMs = 200;
 /// Whatever length the 8-bit length of the low-level send says, it finds so many bytes.
 constexpr unsigned kSendBufferLength = 256;
+
+constexpr GosMutex txMutex(SEM_ID_BTP_TX);
 
 struct TransmitState
 {
@@ -256,10 +260,8 @@ int BTP_IO_Write(const void* data, unsigned length)
 
 int BTP_IO_WriteOnLink(std::uint32_t link, const void* data, unsigned length)
 {
-    GOS_WaitForSemaphore(SEM_ID_BTP_TX);
-    const int result = writeLocked(link, data, length);
-    GOS_ReleaseSemaphore(SEM_ID_BTP_TX);
-    return result;
+    const std::lock_guard lock(txMutex);
+    return writeLocked(link, data, length);
 }
 
 int BTP_Transmit(const void* message, unsigned length)

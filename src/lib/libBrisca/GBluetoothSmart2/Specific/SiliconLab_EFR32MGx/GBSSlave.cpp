@@ -1,11 +1,13 @@
 #include "GBSSlave.h"
 
 #include "GOS.h"
+#include "GosMutex.h"
 #include "LineOwner.h"
 #include "NCPManagerSBL.h"
 #include "NCP_Manager.h"
 
 #include <atomic>
+#include <mutex>
 
 namespace {
 constexpr int kErrnoInvalidArgument = 16;
@@ -27,42 +29,24 @@ constexpr std::uint8_t kNoInputNoOutput = 3;
 constexpr std::uint8_t kHighestIoCapability = 4;
 constexpr std::uint8_t kProtectAgainstMitm = 1;
 
+constexpr GosMutex apiMutex(GBS_API_SEMAPHORE_ID);
 thread_local bool isEventTask = false;
 std::atomic<int> waitingCalls{0};  // calls that wait for an event, from before they ask for the API lock
 std::atomic<bool> eventTaskAsks{false};  // the event task asks for the API lock
 
 /// The event task does without the lock while a call that waits for an event may hold it: that event would
 /// not be read before the time-out. An exchange does not need it, gecko_exchange_lock guards that.
-/// @return whether GOS semaphore 1 has been taken
-bool takeApiLock()
+std::unique_lock<const GosMutex> takeApiLock()
 {
-    if (!isEventTask) {
-        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
-        return true;
-    }
+    if (!isEventTask)
+        return std::unique_lock(apiMutex);
+    std::unique_lock lock(apiMutex, std::defer_lock);
     eventTaskAsks = true;  // before it looks, so that of two that begin at once one sees the other
-    const bool take = waitingCalls == 0;
-    if (take)
-        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+    if (waitingCalls == 0)
+        lock.lock();
     eventTaskAsks = false;
-    return take;
+    return lock;
 }
-
-class ApiLock
-{
-public:
-    ApiLock() : m_isHeld(takeApiLock()) {}
-    ~ApiLock()
-    {
-        if (m_isHeld)
-            GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
-    }
-    ApiLock(const ApiLock&) = delete;
-    ApiLock& operator=(const ApiLock&) = delete;
-
-private:
-    const bool m_isHeld;
-};
 
 /// The API lock of a call that waits for an event. An event task that has begun to ask for it goes first.
 class WaitingCall
@@ -71,16 +55,16 @@ public:
     WaitingCall()
     {
         ++waitingCalls;
-        GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+        apiMutex.lock();
         while (eventTaskAsks) {
-            GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+            apiMutex.unlock();
             GOS_WaitForDelay(1);
-            GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
+            apiMutex.lock();
         }
     }
     ~WaitingCall()
     {
-        GOS_ReleaseSemaphore(GBS_API_SEMAPHORE_ID);
+        apiMutex.unlock();
         --waitingCalls;
     }
     WaitingCall(const WaitingCall&) = delete;
@@ -90,7 +74,7 @@ public:
 template <class Function, class... Arguments>
 auto locked(Function function, Arguments... arguments)
 {
-    const ApiLock lock;
+    const auto lock = takeApiLock();
     return function(arguments...);
 }
 
@@ -271,7 +255,7 @@ void GBSSlave_SetGiveDeviceNameCallback(tGBS_DeviceNameCallback callback)
 
 std::uint32_t GBSSlave_MakeDiscoverable(std::uint8_t discoverMode, std::uint16_t duration)
 {
-    const ApiLock lock;
+    const auto lock = takeApiLock();
     NCPManager_SetAdvTiming(kAdvIntervalMin, kAdvIntervalMax, duration);  // the chip's defaults serve as well
     const std::uint32_t channels = NCPManager_SetAdvChannelMap(kAllAdvChannels);
     return channels == 0 ? 0 : NCPManager_StartAdvertising(discoverMode, kConnectableScannable);
@@ -301,7 +285,7 @@ std::uint32_t GBSSlave_ReadRssi(std::int8_t* out)
 
 std::uint32_t GBSSlave_SetTxPowerDbm(std::int16_t power, std::int16_t* out)
 {
-    const ApiLock lock;
+    const auto lock = takeApiLock();
     return out == nullptr ? refuse() : NCPManager_SetTxPowerDbm(power, out);
 }
 
@@ -311,7 +295,7 @@ std::uint32_t GBSSlave_GATTNotification(std::uint8_t, std::uint16_t characterist
                                         const std::uint8_t* data)
 {
     const std::uint32_t link = NCPManager_GetLinkNumber();
-    const ApiLock lock;
+    const auto lock = takeApiLock();
     // Whoever held the lock may have begun a new start: what waited for it is not for the next phone.
     return link == NCPManager_GetLinkNumber()
                ? NCPManager_SendNotification(kConnection, characteristic, length, data)

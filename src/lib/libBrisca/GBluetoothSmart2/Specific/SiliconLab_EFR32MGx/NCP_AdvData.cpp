@@ -5,7 +5,7 @@
 //   1      1     AD type
 //   2      n     data, multi-byte fields little-endian
 
-#include "GOS.h"
+#include "GosMutex.h"
 #include "NCP_Manager.h"
 #include "NCP_State.h"
 #include "facade/Log.h"
@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <mutex>
 
 using ncp::callbacks;
 
@@ -97,14 +98,7 @@ struct AdvertisingState
 };
 AdvertisingState state;
 
-class AdDataLock
-{
-public:
-    AdDataLock() { GOS_WaitForSemaphore(GBS_AD_DATA_SEMAPHORE_ID); }
-    ~AdDataLock() { GOS_ReleaseSemaphore(GBS_AD_DATA_SEMAPHORE_ID); }
-    AdDataLock(const AdDataLock&) = delete;
-    AdDataLock& operator=(const AdDataLock&) = delete;
-};
+constexpr GosMutex adDataMutex(GBS_AD_DATA_SEMAPHORE_ID);
 
 // ---- Room -------------------------------------------------------------------------------------------------
 
@@ -152,7 +146,7 @@ Payload* roomFor(tGBS_ADTypeUsage usage, int length)
 template <class Write>
 std::uint32_t build(tGBS_ADTypeUsage usage, std::uint8_t type, int dataLength, Write write)
 {
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     const int length = dataLength + 1;
     Payload* const payload = roomFor(usage, length);
     if (payload == nullptr)
@@ -167,7 +161,7 @@ std::uint32_t build(tGBS_ADTypeUsage usage, std::uint8_t type, int dataLength, W
 /// Fills the payload to its last byte with as much of the name as fits; no other fragment is tried.
 std::uint32_t buildShortenedName(tGBS_ADTypeUsage usage, const std::uint8_t* name, int length)
 {
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     Payload* const payload = currentPayload(usage);
     if (payload == nullptr)
         return 0;
@@ -281,7 +275,7 @@ Payload takeFragment(bool restart)
 /// Copies what is to be sent next; false when there is nothing to send.
 bool takePayload(tGBS_ADTypeUsage usage, bool restart, Payload& out)
 {
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     if (usage == GBS_AD_USAGE_SCAN_RESPONSE)
         out = state.scanResponse;
     else if (usage == GBS_AD_USAGE_ADVERTISING && state.ready)
@@ -296,7 +290,7 @@ bool takePayload(tGBS_ADTypeUsage usage, bool restart, Payload& out)
 
 std::uint32_t NCPManager_ADTypeResetData(tGBS_ADTypeUsage usage)
 {
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     if (usage == GBS_AD_USAGE_SCAN_RESPONSE) {
         state.scanResponse = {};
     } else if (usage == GBS_AD_USAGE_ADVERTISING) {
@@ -387,7 +381,7 @@ std::uint32_t NCPManager_AdTypeGenericData(tGBS_ADTypeUsage usage, std::uint8_t 
 {
     if (data == nullptr)
         return 0;
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     // One byte more than is written: part of the interface.
     Payload* const payload = roomFor(usage, length + 2);
     if (payload == nullptr)
@@ -402,7 +396,7 @@ std::uint32_t NCPManager_AdTypeManufacturerSpecificData(tGBS_ADTypeUsage usage,
 {
     if (data == nullptr)
         return 0;
-    const AdDataLock lock;
+    const std::lock_guard lock(adDataMutex);
     Payload* const payload = currentPayload(usage);
     if (payload == nullptr)
         return 0;
@@ -433,7 +427,7 @@ std::uint32_t NCPManager_UpdateADTypeFragment(tGBS_ADTypeUsage usage, std::uint1
 std::uint32_t NCPManager_UpdateAdvertisingData(tGBS_ADTypeUsage usage)
 {
     if (usage == GBS_AD_USAGE_ADVERTISING) {
-        const AdDataLock lock;
+        const std::lock_guard lock(adDataMutex);
         state.ready = true;
     }
     return NCPManager_UpdateADTypeFragment(usage, 1);
