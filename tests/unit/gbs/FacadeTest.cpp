@@ -126,7 +126,11 @@ TEST_F(Facade, DoesNotAdvertiseWithoutItsChannels)
 
 TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
 {
+    m_chip.send(kBoot);
+    EXPECT_EQ(gecko_wait_message(), nullptr);
+    EXPECT_TRUE(gecko_event_queued(kGbsEventBoot));
     GBSSlave_LetGoLine();
+    EXPECT_FALSE(gecko_event_queued(kGbsEventBoot)) << "of the chip that is being reset";
     EXPECT_FALSE(GBSSlave_IsLineHeld());
     EXPECT_EQ(GBSSlave_HelloNCP(), 0u);
     {

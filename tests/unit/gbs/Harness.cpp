@@ -7,6 +7,8 @@
 namespace {
 std::array<std::atomic<int>, 5> requests;
 std::array<std::atomic<int>, 5> holders;
+thread_local std::vector<unsigned> heldHere;
+constexpr std::array kPlaceInOrder = {3, 1, 2, -1, 0};  // the lock order of LineOwner.h, by semaphore
 }  // namespace
 
 // The linker puts these in place of the two GOS functions.
@@ -17,6 +19,9 @@ void __real_GOS_ReleaseSemaphore(unsigned id);
 void __wrap_GOS_WaitForSemaphore(unsigned id)
 {
     ++requests.at(id);
+    EXPECT_TRUE(heldHere.empty() || kPlaceInOrder.at(heldHere.back()) <= kPlaceInOrder.at(id))
+        << id << " is taken under " << heldHere.back();
+    heldHere.push_back(id);
     __real_GOS_WaitForSemaphore(id);
     ++holders.at(id);
 }
@@ -24,6 +29,7 @@ void __wrap_GOS_WaitForSemaphore(unsigned id)
 void __wrap_GOS_ReleaseSemaphore(unsigned id)
 {
     --holders.at(id);
+    std::erase(heldHere, id);
     __real_GOS_ReleaseSemaphore(id);
 }
 }

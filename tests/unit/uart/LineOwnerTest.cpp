@@ -15,7 +15,7 @@ const std::string kCommand("\x20\x01\x03\x15\0", 5);
 /// Sends a command; true when its response came.
 bool command()
 {
-    const gecko_exchange_lock lock;
+    const LineOwner::ExchangeTurn turn;
     *gecko_rsp_msg = {};
     gecko_set_header(*gecko_cmd_msg, 0x03, 0x15, 1);
     gecko_cmd_msg->payload[0] = 0;
@@ -115,16 +115,6 @@ TEST_F(OwnedLine, FailsCommandsWithoutAByteWhileLetGo)
     EXPECT_EQ(pty.readAvailable(), "");
 }
 
-TEST_F(OwnedLine, ForgetsTheEventsOfTheChipThatIsReset)
-{
-    pty.write(kEvent + kEvent);
-    ASSERT_TRUE(waitUntil([] { return gecko_peek_event() != nullptr; }));
-    EXPECT_EQ(gecko_wait_message(), nullptr);
-    EXPECT_NE(gecko_queue_r, gecko_queue_w);
-    LineOwner::letGo();
-    EXPECT_EQ(gecko_queue_r, gecko_queue_w);
-}
-
 /// A moment at which a chip may be reset: what another thread is doing.
 struct Moment
 {
@@ -213,8 +203,9 @@ TEST_F(OwnedLine, ChangesHandsUnderFullTraffic)
     });
     std::thread pump([&] {
         while (!stop) {
-            const gecko_exchange_lock lock;
-            const gecko_cmd_packet* const event = LineOwner::eventsActive() ? gecko_peek_event() : nullptr;
+            const LineOwner::PumpTurn turn;
+            const LineOwner::ExchangeTurn exchange;
+            const gecko_cmd_packet* const event = turn.isAllowed() ? gecko_peek_event() : nullptr;
             EXPECT_TRUE(event == nullptr || gecko_header(*event) != 0U);
         }
     });

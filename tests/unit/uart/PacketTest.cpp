@@ -1,3 +1,4 @@
+#include "LineOwner.h"
 #include "MemoryLine.h"
 #include "Testing.h"
 
@@ -209,7 +210,7 @@ TEST_F(Packets, TwoCommandersAndThePumpEachGetTheirOwn)
     };
     const auto commander = [](std::uint8_t id) {
         for (int i = 0; i < kCommands; ++i) {
-            const gecko_exchange_lock lock;
+            const LineOwner::ExchangeTurn turn;
             *gecko_rsp_msg = {};
             gecko_set_header(*gecko_cmd_msg, 0x03, id, 1);
             gecko_cmd_msg->payload[0] = static_cast<std::uint8_t>(i);
@@ -223,7 +224,7 @@ TEST_F(Packets, TwoCommandersAndThePumpEachGetTheirOwn)
     std::thread pump([&] {
         for (bool last = false; !last;) {
             last = stop;
-            const gecko_exchange_lock lock;
+            const LineOwner::ExchangeTurn turn;
             while (const gecko_cmd_packet* const found = gecko_peek_event())
                 seen.push_back(found->header[3]);
         }

@@ -14,8 +14,7 @@ extern "C" {
 #endif
 
 /// The numbered semaphores: plain locks without an owner (any thread may release) that are not recursive; a
-/// task that takes one twice never returns. GBS_API_SEMAPHORE_ID is taken before GBS_BGLIB_SEMAPHORE_ID and
-/// GBS_AD_DATA_SEMAPHORE_ID.
+/// task that takes one twice never returns. The order in which they are taken: LineOwner.h.
 enum GOS_SemaphoreId {
     GBS_BGLIB_SEMAPHORE_ID = 0,    ///< one packet exchange on the co-processor's line
     GBS_API_SEMAPHORE_ID = 1,      ///< one call of the BLE facade

@@ -1,6 +1,6 @@
 #include "FairMutex.h"
 
-void FairMutex::lock()
+bool FairMutex::lock()
 {
     std::unique_lock lock(m_mutex);
     const auto self = std::this_thread::get_id();
@@ -9,7 +9,7 @@ void FairMutex::lock()
         m_turn.wait(lock, [&] { return m_served == ticket; });
         m_owner = self;
     }
-    ++m_depth;
+    return ++m_depth == 1;
 }
 
 void FairMutex::unlock()
@@ -20,4 +20,12 @@ void FairMutex::unlock()
     m_owner = {};
     ++m_served;
     m_turn.notify_all();
+}
+
+bool FairMutex::waitForThoseWhoAsked(std::chrono::milliseconds limit)
+{
+    std::unique_lock lock(m_mutex);
+    const unsigned ticket = m_nextTicket;
+    // The distance, because tickets wrap.
+    return m_turn.wait_for(lock, limit, [&] { return static_cast<int>(m_served - ticket) >= 0; });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -11,8 +12,12 @@
 class FairMutex
 {
 public:
-    void lock();
+    /// @return whether the caller did not hold it before
+    bool lock();
     void unlock();
+    /// Waits until everyone who has asked for it before this call has had it and given it back; who asks
+    /// later is not waited for. False when @p limit passed first.
+    [[nodiscard]] bool waitForThoseWhoAsked(std::chrono::milliseconds limit);
 
 private:
     std::mutex m_mutex;

@@ -1,86 +1,107 @@
 #include "LineOwner.h"
 
-#include "BglibLock.h"
-#include "LineState.h"
-#include "UsageGate.h"
+#include "FairMutex.h"
+#include "GosMutex.h"
 #include "facade/Log.h"
-#include "gecko.h"
 #include "uart_posix.h"
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 
 BRISCA_LOG_NODE(logNode, "serial_brisca");
 
 namespace {
+constexpr std::uint32_t kBaudRate = 115200;
+constexpr std::uint32_t kFlowControl = 1;
+constexpr std::int32_t kReadTimeoutMs = 100;
 // Ten times what an exchange needs to notice that the line is gone.
 constexpr std::chrono::seconds kReleaseLimit{2};
 // Handling an event takes a few commands at most, and they fail at once now.
 constexpr std::chrono::seconds kHandlingLimit{2};
 
-// Written by the thread that owns the line, read by any.
-std::atomic<bool> held{false};
-std::atomic<bool> isGone{false};
-std::atomic<bool> pumpActive{true};
-UsageGate& turns = *new UsageGate;  // never destroyed: the pump passes it until the process is gone
-}  // namespace
+constexpr GosMutex packetMutex(GBS_BGLIB_SEMAPHORE_ID);
 
-bool LineState::release()
+enum class State { Unclaimed, LetGo, Held, Pumped };
+std::atomic<State> state{State::Unclaimed};
+
+// Never destroyed: the tasks take turns until the process is gone.
+FairMutex& exchanges = *new FairMutex;
+FairMutex& pump = *new FairMutex;
+
+bool eventsAreHandled()
 {
+    const State now = state;
+    return now == State::Unclaimed || now == State::Pumped;
+}
+
+/// Ends the exchange in progress and closes the terminal, if it is open.
+bool release(State next)
+{
+    const bool wasHeld = LineOwner::isHeld();
+    state = next;
     uartAbandon();
-    const bool idle = BglibLock::waitUntilFree(kReleaseLimit);
+    const bool idle = exchanges.waitForThoseWhoAsked(kReleaseLimit);
     if (!idle)
         BRISCA_WARN(logNode, "A packet exchange is still in progress while the line is given up");
-    if (held.exchange(false))
+    if (wasHeld)
         uartClose();
     return idle;
 }
+}  // namespace
 
-void LineState::taken()
+bool LineOwner::take(const char* path)
 {
-    held = true;
-    isGone = false;
+    const bool handled = eventsAreHandled();
+    release(handled ? State::Unclaimed : State::LetGo);
+    if (uartOpen(path, kBaudRate, kFlowControl, kReadTimeoutMs) == -1)
+        return false;
+    state = handled ? State::Pumped : State::Held;
+    return true;
 }
 
-void LineOwner::letGo()
+bool LineOwner::letGo()
 {
-    pumpActive = false;
-    isGone = true;
-    const bool released = LineState::release();
-    if (!turns.waitUntilIdle(kHandlingLimit))
+    const bool idle = release(State::LetGo);
+    if (!pump.waitForThoseWhoAsked(kHandlingLimit))
         BRISCA_WARN(logNode, "An event is still being handled while the line is given up");
-    if (released)
-        gecko_discard_events();
     BRISCA_DEBUG(logNode, "The line is let go");
-}
-
-bool LineOwner::isHeld()
-{
-    return held;
-}
-
-bool LineOwner::isLetGo()
-{
-    return isGone;
+    return idle;
 }
 
 void LineOwner::resumeEvents()
 {
-    pumpActive = true;
+    if (state == State::Held)
+        state = State::Pumped;
 }
 
-bool LineOwner::eventsActive()
+bool LineOwner::isHeld()
 {
-    return pumpActive;
+    const State now = state;
+    return now == State::Held || now == State::Pumped;
 }
 
-LineOwner::PumpTurn::PumpTurn()
+bool LineOwner::isLetGo()
 {
-    turns.enter();
-    m_allowed = pumpActive;
+    return state == State::LetGo;
 }
+
+LineOwner::ExchangeTurn::ExchangeTurn() : m_isOutermost(exchanges.lock())
+{
+    if (m_isOutermost)
+        packetMutex.lock();
+}
+
+LineOwner::ExchangeTurn::~ExchangeTurn()
+{
+    if (m_isOutermost)
+        packetMutex.unlock();
+    exchanges.unlock();
+}
+
+LineOwner::PumpTurn::PumpTurn() : m_isAllowed((pump.lock(), eventsAreHandled())) {}
 
 LineOwner::PumpTurn::~PumpTurn()
 {
-    turns.leave();
+    pump.unlock();
 }

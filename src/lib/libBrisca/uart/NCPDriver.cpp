@@ -1,28 +1,17 @@
 #include "NCPDriver.h"
 
 #include "LineOwner.h"
-#include "LineState.h"
 #include "gecko.h"
 #include "uart_posix.h"
 
 #include <algorithm>
 
-namespace {
-constexpr std::uint32_t kBaudRate = 115200;
-constexpr std::uint32_t kFlowControl = 1;
-constexpr std::int32_t kReadTimeoutMs = 100;
-}  // namespace
-
 std::uint32_t NCPDriver_Init(const char* path)
 {
-    LineState::release();
     bglib_output = NCPDriver_Tx;
     bglib_input = NCPDriver_Rx;
     bglib_peek = NCPDriver_RxPeek;
-    if (uartOpen(path, kBaudRate, kFlowControl, kReadTimeoutMs) == -1)
-        return 0;
-    LineState::taken();
-    return 1;
+    return LineOwner::take(path) ? 1 : 0;
 }
 
 std::int32_t NCPDriver_Tx(std::uint32_t length, const std::uint8_t* bytes)

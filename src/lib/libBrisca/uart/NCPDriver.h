@@ -7,10 +7,8 @@
 /// Capacity of the buffers that callers of NCPDriver_RxAll keep.
 constexpr std::uint32_t kRxAllCapacity = 256;
 
-/// Takes the line (see LineOwner.h): binds bglib_output, bglib_input and bglib_peek to the functions below
-/// and opens the device at 115200 baud with RTS/CTS and 100 ms reads. May be called any number of times; a
-/// line that is still open is closed first. Blocks for up to 150 ms, longer by the time that a packet
-/// exchange in progress needs to give up. Called by the thread that owns the line.
+/// Binds bglib_output, bglib_input and bglib_peek to the functions below and takes the line
+/// (LineOwner::take). May be called any number of times.
 /// @param path terminal device
 /// @return 1 when the line is open, else 0
 [[nodiscard]] std::uint32_t NCPDriver_Init(const char* path);

@@ -1,8 +1,7 @@
 #include "gecko.h"
 
-#include "BglibLock.h"
-#include "FairMutex.h"
 #include "GOS.h"
+#include "LineOwner.h"
 
 #include <algorithm>
 #include <chrono>
@@ -20,10 +19,8 @@ constexpr int kResponseTries = 100;
 constexpr std::chrono::milliseconds kByteGap{100};     // a packet that rests for longer is cut
 constexpr std::chrono::microseconds kLookPeriod{200};  // about two bytes at 115200 baud
 
-gecko_cmd_packet command;   // gecko_exchange_lock
-gecko_cmd_packet response;  // gecko_exchange_lock
-// Never destroyed: the event pump takes it until the process is gone.
-FairMutex& exchangeMutex = *new FairMutex;
+gecko_cmd_packet command;
+gecko_cmd_packet response;
 
 // What came of reading one packet.
 enum class Outcome { Response, Event, Dropped, LineFailed };
@@ -172,11 +169,10 @@ void discardLateResponses()
     }
 }
 
-gecko_cmd_packet* getEventLocked(int block)
+gecko_cmd_packet* getEventInTurn(int block)
 {
-    const gecko_exchange_lock exchange;
-    const BglibLock lock;
-    return lock.lineUsable() ? gecko_get_event(block) : nullptr;
+    const LineOwner::ExchangeTurn turn;
+    return LineOwner::isLetGo() ? nullptr : gecko_get_event(block);
 }
 }  // namespace
 
@@ -191,21 +187,10 @@ std::atomic<bglib_output_function> bglib_output{nullptr};
 std::atomic<bglib_input_function> bglib_input{nullptr};
 std::atomic<bglib_peek_function> bglib_peek{nullptr};
 
-gecko_exchange_lock::gecko_exchange_lock()
-{
-    exchangeMutex.lock();
-}
-
-gecko_exchange_lock::~gecko_exchange_lock()
-{
-    exchangeMutex.unlock();
-}
-
 void gecko_handle_command(std::uint32_t, void*)
 {
-    const gecko_exchange_lock exchange;
-    const BglibLock lock;
-    if (!lock.lineUsable()) {
+    const LineOwner::ExchangeTurn turn;
+    if (LineOwner::isLetGo()) {
         response = {};
         return;
     }
@@ -217,26 +202,24 @@ void gecko_handle_command(std::uint32_t, void*)
 
 void gecko_handle_command_noresponse(std::uint32_t, void*)
 {
-    const gecko_exchange_lock exchange;
-    const BglibLock lock;
-    if (lock.lineUsable())
+    const LineOwner::ExchangeTurn turn;
+    if (!LineOwner::isLetGo())
         sendCommand();
 }
 
 gecko_cmd_packet* gecko_wait_event()
 {
-    return getEventLocked(1);
+    return getEventInTurn(1);
 }
 
 gecko_cmd_packet* gecko_peek_event()
 {
-    return getEventLocked(0);
+    return getEventInTurn(0);
 }
 
 bool gecko_event_queued(std::uint32_t id)
 {
-    const gecko_exchange_lock exchange;
-    const BglibLock lock;
+    const LineOwner::ExchangeTurn turn;
     for (std::uint32_t slot = gecko_queue_r; slot != gecko_queue_w; slot = nextSlot(slot)) {
         if (gecko_event_id(gecko_queue[slot]) == id)
             return true;

@@ -18,17 +18,15 @@
 //   4      n     payload, at most 256 bytes. A response begins with its 16-bit result, 0 = success; a byte
 //                array is its count (one byte) followed by the bytes
 //
-// The host has one command buffer and one response buffer. A caller takes gecko_exchange_lock, clears
+// The host has one command buffer and one response buffer. A caller takes its turn (LineOwner.h), clears
 // *gecko_rsp_msg, fills *gecko_cmd_msg, calls gecko_handle_command and reads *gecko_rsp_msg:
 //
-//     const gecko_exchange_lock lock;
+//     const LineOwner::ExchangeTurn turn;
 //     *gecko_rsp_msg = {};
 //     gecko_set_header(*gecko_cmd_msg, 0x03, 0x15, 1);
 //     gecko_cmd_msg->payload[0] = 0;
 //     gecko_handle_command(gecko_header(*gecko_cmd_msg), gecko_cmd_msg->payload.data());
 //     if (gecko_response_id(*gecko_rsp_msg) == gecko_response_id(0x03, 0x15)) ...
-//
-// Locks, always in this order: GOS semaphore 1 (facade calls), gecko_exchange_lock, GOS semaphore 0.
 
 constexpr std::size_t kGeckoHeaderSize = 4;
 constexpr std::size_t kGeckoMaxPayload = 256;
@@ -107,13 +105,13 @@ constexpr void gecko_set_header(gecko_cmd_packet& packet, std::uint8_t classId, 
 
 // --- Shared state ------------------------------------------------------------------------------------------
 
-/// The one outgoing command. Written under gecko_exchange_lock.
+/// The one outgoing command. Written in an ExchangeTurn.
 extern gecko_cmd_packet* const gecko_cmd_msg;
-/// The one response. Written and read under gecko_exchange_lock.
+/// The one response. Written and read in an ExchangeTurn.
 extern gecko_cmd_packet* const gecko_rsp_msg;
 
-/// Ring of received events, empty when both positions are equal. Guarded by GOS semaphore 0; the positions
-/// are atomic for gecko_event_pending, which takes no lock.
+/// Ring of received events, empty when both positions are equal. Used in an ExchangeTurn; the positions are
+/// atomic for gecko_event_pending, which takes none.
 extern std::array<gecko_cmd_packet, kGeckoQueueLength> gecko_queue;
 extern std::atomic<std::uint32_t> gecko_queue_r;
 extern std::atomic<std::uint32_t> gecko_queue_w;
@@ -125,19 +123,6 @@ using bglib_peek_function = std::int32_t (*)();
 extern std::atomic<bglib_output_function> bglib_output;  ///< writes all bytes; negative on failure
 extern std::atomic<bglib_input_function> bglib_input;  ///< reads exactly that many bytes; negative on failure
 extern std::atomic<bglib_peek_function> bglib_peek;    ///< bytes waiting, negative on failure; may be null
-
-/// Guards the command and response buffers from the moment the response is cleared until it has been checked:
-/// the event task answers GATT requests while another task may be in a command. Recursive, and handed over in
-/// the order of asking. Never hold it while waiting for a signal, because the event that gives the signal is
-/// read under it.
-class [[nodiscard]] gecko_exchange_lock
-{
-public:
-    gecko_exchange_lock();
-    ~gecko_exchange_lock();
-    gecko_exchange_lock(const gecko_exchange_lock&) = delete;
-    gecko_exchange_lock& operator=(const gecko_exchange_lock&) = delete;
-};
 
 // --- Commands ----------------------------------------------------------------------------------------------
 // Any thread. While the line is let go (LineOwner.h) no byte is sent and the response is all zero.
@@ -152,11 +137,11 @@ void gecko_handle_command_noresponse(std::uint32_t header, void* payload);
 
 // --- Events ------------------------------------------------------------------------------------------------
 // The result points into the event ring and stays valid until the ring wraps over it; or it is gecko_rsp_msg,
-// when a response came that no command waits for. A caller that looks into the packet therefore takes
-// gecko_exchange_lock before the call and copies what it needs before releasing it.
+// when a response came that no command waits for. A caller that looks into the packet therefore takes its
+// turn before the call and copies what it needs before giving it back.
 
 /// The oldest event, waiting for one; null only when the line fails or is let go or a packet is cut. Holds
-/// GOS semaphore 0, and with it every command, while it waits. Any thread.
+/// its turn, and with it every command, while it waits. Any thread.
 gecko_cmd_packet* gecko_wait_event();
 /// The oldest event, or null when none is there. Waits only for the rest of a packet that has begun, and for
 /// that only while bytes keep coming. Any thread.
@@ -166,8 +151,10 @@ bool gecko_event_queued(std::uint32_t id);
 /// 1 when an event is queued or bytes wait on the line (or looking at the line fails), else 0. Any thread;
 /// the answer may be outdated when it arrives.
 int gecko_event_pending();
+/// Forgets every queued event. While the line is let go and no exchange is in progress.
+void gecko_discard_events();
 
-// --- For callers that hold GOS semaphore 0 -----------------------------------------------------------------
+// --- In an ExchangeTurn ------------------------------------------------------------------------------------
 
 /// Reads one packet: a response into *gecko_rsp_msg, which is returned; an event into the ring, where one
 /// that finds no free slot is dropped. Null for an event, a byte of noise (one a call is dropped: that is how
@@ -181,5 +168,3 @@ gecko_cmd_packet* gecko_wait_message();
 gecko_cmd_packet* gecko_wait_response();
 /// The oldest event; with @p block 0, null when nothing waits. A failing line ends the call with null.
 gecko_cmd_packet* gecko_get_event(int block);
-/// Forgets every queued event: what a chip that has been reset reported means nothing any more.
-void gecko_discard_events();

@@ -1,6 +1,5 @@
 #include "uart_posix.h"
 
-#include "UsageGate.h"
 #include "facade/Log.h"
 
 #include <fcntl.h>
@@ -13,7 +12,9 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 BRISCA_LOG_NODE(logNode, "serial_brisca");
@@ -37,6 +38,33 @@ constexpr Speed kSpeeds[] = {{300, B300},     {1200, B1200},   {2400, B2400},
                              {4800, B4800},   {9600, B9600},   {19200, B19200},
                              {38400, B38400}, {57600, B57600}, {115200, B115200}};
 
+// Counts the calls that may be using the descriptor.
+class Users
+{
+public:
+    void enter()
+    {
+        const std::lock_guard lock(m_mutex);
+        ++m_count;
+    }
+    void leave()
+    {
+        const std::lock_guard lock(m_mutex);
+        if (--m_count == 0)
+            m_none.notify_all();
+    }
+    [[nodiscard]] bool waitUntilNone(std::chrono::milliseconds limit)
+    {
+        std::unique_lock lock(m_mutex);
+        return m_none.wait_for(lock, limit, [this] { return m_count == 0; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_none;
+    unsigned m_count = 0;
+};
+
 // The one line of the process.
 struct Line
 {
@@ -45,7 +73,7 @@ struct Line
     // A read that would block for another time than kGiveUpMs is preceded by a poll that blocks for that
     // time.
     std::atomic<bool> pollBeforeRead{false};
-    UsageGate users;        // calls that may be using fd
+    Users users;
     termios original = {};  // as the last uartOpen found it; written by uartOpen alone
 };
 Line& line = *new Line;  // never destroyed: the tasks use it until the process is gone
@@ -196,7 +224,7 @@ std::int32_t closeTerminal(int fd)
     // The bound covers a machine that does not schedule; nobody stays in the kernel that long. Should it
     // pass, a descriptor left open is the lesser evil: closed under a reader, its number would soon name
     // another file.
-    if (!line.users.waitUntilIdle(kCloseLimit)) {
+    if (!line.users.waitUntilNone(kCloseLimit)) {
         BRISCA_ERROR(logNode, "[uartClose] Serial port is still in use, descriptor %d is left open", fd);
         errno = EBUSY;
         return kFailed;

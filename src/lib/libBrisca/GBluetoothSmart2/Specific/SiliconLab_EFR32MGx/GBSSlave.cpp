@@ -5,6 +5,7 @@
 #include "LineOwner.h"
 #include "NCPManagerSBL.h"
 #include "NCP_Manager.h"
+#include "gecko.h"
 
 #include <atomic>
 #include <mutex>
@@ -35,7 +36,7 @@ std::atomic<int> waitingCalls{0};  // calls that wait for an event, from before 
 std::atomic<bool> eventTaskAsks{false};  // the event task asks for the API lock
 
 /// The event task does without the lock while a call that waits for an event may hold it: that event would
-/// not be read before the time-out. An exchange does not need it, gecko_exchange_lock guards that.
+/// not be read before the time-out. An exchange does not need it, it has its own turn.
 std::unique_lock<const GosMutex> takeApiLock()
 {
     if (!isEventTask)
@@ -472,7 +473,9 @@ bool GBSSlave_IsConnectionPending()
 
 void GBSSlave_LetGoLine()
 {
-    LineOwner::letGo();
+    // What the chip that is being reset has reported means nothing any more.
+    if (LineOwner::letGo())
+        gecko_discard_events();
     NCPManager_EndLink();
 }
 

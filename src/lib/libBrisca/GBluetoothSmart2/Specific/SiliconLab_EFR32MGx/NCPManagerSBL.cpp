@@ -1,6 +1,7 @@
 #include "NCPManagerSBL.h"
 
 #include "GOS.h"
+#include "LineOwner.h"
 #include "NCPDriver.h"
 #include "crc16.h"
 #include "gecko.h"
@@ -117,7 +118,7 @@ bool inBootloader()
 bool rebootIntoBootloader()
 {
     {
-        const gecko_exchange_lock lock;
+        const LineOwner::ExchangeTurn turn;
         gecko_set_header(*gecko_cmd_msg, kDfuClass, kDfuReset, 1);
         gecko_cmd_msg->payload[0] = kRebootIntoBootloader;
         gecko_handle_command_noresponse(gecko_header(*gecko_cmd_msg), gecko_cmd_msg->payload.data());

@@ -318,7 +318,7 @@ void passOn(std::uint32_t id, gecko_cmd_packet& event)
 /// A copy, because the ring may wrap over the slot and a late response lies in the shared response buffer.
 std::optional<gecko_cmd_packet> nextEvent()
 {
-    const gecko_exchange_lock lock;
+    const LineOwner::ExchangeTurn turn;
     const gecko_cmd_packet* const event = gecko_peek_event();
     return event != nullptr ? std::optional(*event) : std::nullopt;
 }

@@ -72,7 +72,7 @@ std::uint32_t run(Command command, std::initializer_list<Field> fields)
 
 void sendOnly(Command command, std::initializer_list<Field> fields)
 {
-    const gecko_exchange_lock lock;
+    const LineOwner::ExchangeTurn turn;
     if (fillCommand(command, fields))
         gecko_handle_command_noresponse(gecko_header(*gecko_cmd_msg), gecko_cmd_msg->payload.data());
 }

@@ -2,6 +2,7 @@
 
 // How every command reaches the co-processor and how its answer is read.
 
+#include "LineOwner.h"
 #include "NCP_Commands.h"
 #include "NCP_Payload.h"
 
@@ -27,7 +28,7 @@ public:
     [[nodiscard]] PayloadReader outputs() const;
 
 private:
-    gecko_exchange_lock m_lock;
+    LineOwner::ExchangeTurn m_turn;
     bool m_answered = false;
 };
 
