@@ -18,8 +18,14 @@ protected:
 };
 
 std::atomic<int> boots{0};
-std::atomic<bool> isBeingHandled{false};
+std::atomic<bool> isBusy{false};
 std::atomic<bool> isLetGo{false};
+void keepBusy()
+{
+    isBusy = true;
+    EXPECT_FALSE(waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
+        << "this would reach the stack's next run";
+}
 const std::string kBoot = event("01 00", "00 00 00 00 00 00 00 00 00 00 00 00 00 00");
 }  // namespace
 
@@ -159,19 +165,22 @@ TEST_F(Facade, HandlesNoEventAfterTheLineWasLetGoUntilResumed)
     GBSSlave_LetGoLine();
 }
 
-TEST_F(Facade, LetsTheLineGoOnlyAfterTheEventThatIsBeingHandled)
+TEST_F(Facade, LetsTheLineGoOnlyAfterWhatIsInProgress)
 {
-    isBeingHandled = isLetGo = false;
-    GBSSlave_SetEventCallback([](std::uint32_t, gecko_cmd_packet*) {
-        isBeingHandled = true;
-        EXPECT_FALSE(waitUntil([] { return isLetGo.load(); }, std::chrono::milliseconds(300)))
-            << "this event would change the state of the stack's next run";
-    });
-    m_chip.send(kBoot);
-    std::thread pump([] { GBSSlave_TreatEvent(); });
-    EXPECT_TRUE(waitUntil([] { return isBeingHandled.load(); }));
-    GBSSlave_LetGoLine();
-    isLetGo = true;
-    pump.join();
-    GBSSlave_SetEventCallback(nullptr);
+    for (const bool event : {true, false}) {
+        SCOPED_TRACE(event ? "event" : "command");
+        FakeChip chip;
+        chip.answerWith([](const std::string& command) {
+            keepBusy();
+            return accept(command);
+        });
+        chip.send(kBoot);
+        GBSSlave_SetEventCallback(event ? +[](std::uint32_t, gecko_cmd_packet*) { keepBusy(); } : nullptr);
+        isBusy = isLetGo = false;
+        std::thread thread([event] { event ? GBSSlave_TreatEvent() : GBSSlave_HelloNCP(); });
+        EXPECT_TRUE(waitUntil([] { return isBusy.load(); }));
+        GBSSlave_LetGoLine();
+        isLetGo = true;
+        thread.join();
+    }
 }

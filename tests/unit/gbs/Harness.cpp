@@ -117,6 +117,7 @@ FakeChip::FakeChip() : m_answer(accept)
     takeLine();
     m_line.emplace().chip = [this](const std::string& command) {
         m_commands.push_back(describe(command));
+        EXPECT_TRUE(semaphoreTaken(GBS_BGLIB_SEMAPHORE_ID));
         m_allUnderApiLock = m_allUnderApiLock && semaphoreTaken(GBS_API_SEMAPHORE_ID);
         return m_answer(m_commands.back());
     };
