@@ -4,7 +4,6 @@
 
 namespace efr32sim {
 namespace {
-constexpr std::uint8_t kConnection = 1;
 constexpr std::uint16_t kConnectionLost = 0x0208;  // supervision timeout, as the phone sees a chip die
 constexpr CommandId kBootEvent{0x01, 0x00};
 constexpr CommandId kRssiEvent{0x08, 0x03};

@@ -5,7 +5,6 @@
 
 namespace efr32sim {
 namespace {
-constexpr std::uint8_t kConnection = 1;
 constexpr std::uint8_t kWriteRequest = 0x13;  // ATT opcodes (Bluetooth Core, Vol 3 Part F)
 constexpr std::uint8_t kWriteCommand = 0x52;
 constexpr std::uint8_t kReadRequest = 0x0A;

@@ -16,6 +16,7 @@ constexpr std::size_t kPacketHeader = 4;
 constexpr std::size_t kPacketPayload = 256;
 constexpr std::uint8_t kCommandType = 0x20;
 constexpr std::uint8_t kEventType = 0xA0;
+constexpr std::uint8_t kConnection = 1;  // the chip serves one
 
 struct Packet
 {

@@ -4,7 +4,6 @@
 
 namespace efr32sim {
 namespace {
-constexpr std::uint8_t kConnection = 1;
 constexpr std::uint8_t kNoBonding = 0xFF;
 constexpr std::uint8_t kConfirmBonding = 0x08;  // flag of the host's security configuration
 constexpr std::uint32_t kPasskeys = 1000000;
