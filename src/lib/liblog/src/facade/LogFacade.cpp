@@ -1,6 +1,7 @@
 #include "facade/LogFacade.h"
 
 #include "facade/Log.h"
+#include "facade/LogText.h"
 
 #include <sys/single_threaded.h>
 
@@ -9,6 +10,11 @@
 BRISCA_LOG_NODE(logNode, "liblog");
 
 namespace {
+// What the tree print shows as its source, wherever the statements stand: part of the log's format.
+constexpr const char* kTreeFile = "LogNode.cpp";
+constexpr int kTreeTitleLine = 27;
+constexpr int kTreeNodeLine = 29;
+
 /// Frees the tree at process exit, unless threads are left that may still log through it.
 class TreeOwner
 {
@@ -57,4 +63,17 @@ void LogFacade::printTree(const char* name)
         return;
     }
     node->printTree();
+}
+
+// Here and not beside the rest of the class, because the nodes lie below the lines that are logged through
+// them.
+void LogNode::printTree() const
+{
+    if (!logNode->passes(LogLevel::Notic))
+        return;
+    log_event(*logNode, LogLevel::Notic, kTreeFile, kTreeTitleLine, nullptr, "Current log configuration :");
+    for (const LogNode* node = nextBelow(this); node != nullptr; node = nextBelow(node)) {
+        log_event(*logNode, LogLevel::Notic, kTreeFile, kTreeNodeLine, nullptr, "%s:%s",
+                  printable(node->fullName()).c_str(), level_to_string(node->level()));
+    }
 }

@@ -1,18 +1,6 @@
 #include "node/LogNode.h"
 
-#include "facade/LogEvent.h"
-#include "facade/LogFacade.h"
-#include "facade/LogText.h"
-
 #include <cstring>
-
-namespace {
-LogNode* const liblogNode = LogFacade::inst().findOrCreateNode("liblog", -1);
-
-// Source lines that the tree print shows, wherever the statements stand: part of the log's format.
-constexpr int kTreeTitleLine = 27;
-constexpr int kTreeNodeLine = 29;
-}  // namespace
 
 LogNode::LogNode(LogNode* parent, const char* name, int length)
     : m_parent(parent), m_level(parent != nullptr ? parent->level() : level_from_string("NOTICE"))
@@ -70,15 +58,4 @@ void LogNode::setLevel(LogLevel level)
 {
     for (LogNode* node = this; node != nullptr; node = nextBelow(node))
         node->m_level.store(level, std::memory_order_relaxed);
-}
-
-void LogNode::printTree() const
-{
-    if (!liblogNode->passes(LogLevel::Notic))
-        return;
-    log_event(*liblogNode, LogLevel::Notic, __FILE__, kTreeTitleLine, nullptr, "Current log configuration :");
-    for (const LogNode* node = nextBelow(this); node != nullptr; node = nextBelow(node)) {
-        log_event(*liblogNode, LogLevel::Notic, __FILE__, kTreeNodeLine, nullptr, "%s:%s",
-                  printable(node->fullName()).c_str(), level_to_string(node->level()));
-    }
 }
