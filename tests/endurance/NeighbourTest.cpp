@@ -29,6 +29,12 @@ void signalApplication(int signal)
         ::kill(application, signal);
 }
 
+void removePipes()
+{
+    for (const char* const pipe : {kAnswers, kRequests})
+        std::filesystem::remove(pipe);
+}
+
 enum class Recovers { ByItself, ByRestart };
 
 struct Neighbour
@@ -64,24 +70,13 @@ const Neighbour kNeighbours[] = {
      [] { put(kAnswers, std::string("\xFF\xFF\xFF\xFF\0\0\0\0\0\0\x11\x7C", 12)); }, Recovers::ByItself,
      "<ERROR> [Brisca] 4476 is not a valid frame length"},
     {"ApplicationFloods", [] { put(kAnswers, kFullPipe); }, Recovers::ByRestart},
-    {"PipesAreRemoved",
-     [] {
-         std::filesystem::remove(kAnswers);
-         std::filesystem::remove(kRequests);
-     },
-     Recovers::ByItself},
-    {"PipesAreRemovedAndARestartFollows",
-     [] {
-         std::filesystem::remove(kAnswers);
-         std::filesystem::remove(kRequests);
-     },
-     Recovers::ByRestart},
+    {"PipesAreRemoved", removePipes, Recovers::ByItself},
+    {"PipesAreRemovedAndARestartFollows", removePipes, Recovers::ByRestart},
     {"PipesAreReplaced",
      [] {
-         for (const char* const pipe : {kAnswers, kRequests}) {
-             std::filesystem::remove(pipe);
+         removePipes();
+         for (const char* const pipe : {kAnswers, kRequests})
              ASSERT_EQ(::mkfifo(pipe, 0600), 0);
-         }
      },
      Recovers::ByRestart},
 };

@@ -30,16 +30,6 @@ TEST(Phone, NotificationsAreRefusedUntilItSubscribesAndCheckedThen)
     EXPECT_EQ(both.host->command(0x0A, 0x05, {1, 26, 0, 1, 8}), "20020a058201");
 }
 
-struct PairingRow
-{
-    const char* name;
-    int capabilities;
-    int flags;
-    const char* asked;  // the event that asks the host
-    std::function<void(Connected&)> answer;
-    const char* outcome = "a0020f030100";  // bonded
-};
-
 TEST(Pairing, GoesAsTheCapabilitiesSay)
 {
     const auto types = [](std::uint32_t passkey) {
@@ -48,24 +38,26 @@ TEST(Pairing, GoesAsTheCapabilitiesSay)
     const auto answers = [](int id, std::initializer_list<int> payload) {
         return [=, bytes = std::vector(payload)](Connected& both) { both.host->command(0x0F, id, bytes); };
     };
-    const PairingRow rows[] = {
-        {"the phone types", 0, 0, "a0050f000140e20100", types(123456)},
-        {"the phone types the wrong passkey", 0, 0, "a0050f000140e20100", types(123457), "a0030f04010103"},
-        {"the host compares", 1, 0, "a0050f020140e20100", answers(0x09, {1, 1})},
-        {"the host types", 2, 0, "a0010f0101", answers(0x08, {1, 0x40, 0xE2, 0x01, 0x00})},
-        {"the host confirms", 3, 8, "a0020f0901ff", answers(0x0E, {1, 1})},
-    };
-    for (const PairingRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    const char* const bonded = "a0020f030100";
+    for (const auto& [name, capabilities, flags, asked, answer, outcome] :
+         Rows<int, int, const char*, std::function<void(Connected&)>, std::string>{
+             {"the phone types", 0, 0, "a0050f000140e20100", types(123456), bonded},
+             {"the phone types the wrong passkey", 0, 0, "a0050f000140e20100", types(123457),
+              "a0030f04010103"},
+             {"the host compares", 1, 0, "a0050f020140e20100", answers(0x09, {1, 1}), bonded},
+             {"the host types", 2, 0, "a0010f0101", answers(0x08, {1, 0x40, 0xE2, 0x01, 0x00}), bonded},
+             {"the host confirms", 3, 8, "a0020f0901ff", answers(0x0E, {1, 1}), bonded},
+         }) {
+        SCOPED_TRACE(name);
         Connected both;
         both.host->command(0x0F, 0x00, {1});
-        both.host->command(0x0F, 0x01, {row.flags, row.capabilities});
+        both.host->command(0x0F, 0x01, {flags, capabilities});
         both.host->command(0x0F, 0x10, {0x40, 0xE2, 0x01, 0x00});
         ASSERT_TRUE(both.phone.pair());
-        EXPECT_EQ(both.host->readPacket(), row.asked);
-        row.answer(both);
-        EXPECT_EQ(both.host->readPacket(), row.outcome);
-        EXPECT_EQ(both.chip.link().encrypted, std::string(row.outcome) == PairingRow{}.outcome);
+        EXPECT_EQ(both.host->readPacket(), asked);
+        answer(both);
+        EXPECT_EQ(both.host->readPacket(), outcome);
+        EXPECT_EQ(both.chip.link().encrypted, outcome == bonded);
         EXPECT_FALSE(both.phone.enterPasskey(123456)) << "nothing waits for it now";
     }
 }

@@ -1,5 +1,5 @@
-#include "HostLine.h"
 #include "Process.h"
+#include "Testing.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -56,36 +56,6 @@ protected:
     std::unique_ptr<FILE, int (*)(FILE*)> m_replies{nullptr, std::fclose};
     std::string m_events;
 };
-
-TEST_F(Program, CarriesAMessageBothWays)
-{
-    run();
-    EXPECT_THAT(ask("status"), StartsWith("ok mode=\"bootloader\" tty=\"/dev/pts/"));
-    EXPECT_EQ(ask("fault noisy-prompt count=1 bytes=2d"), "ok");
-    EXPECT_EQ(ask("fault cut command=0801 packet=response length=0"), "ok");
-    HostLine host(m_tty);
-    host.send("\r");
-    EXPECT_THAT(host.readUntil("BL- > "), HasSubstr("BL- > "));
-    EXPECT_EQ(ask("wait fault").substr(0, 2), "ok");
-    host.send("2");
-    EXPECT_EQ(host.readPacket().substr(0, 8), "a00e0100");
-    EXPECT_THAT(ask("connect"), StartsWith("error "));
-    host.command(0x03, 0x0C, {0, 1, 4, 3, 9, 'E', 'V'});
-    host.command(0x03, 0x14, {0, 4, 2});
-    EXPECT_THAT(ask("scan"), HasSubstr(" name=\"EV\" connectable=1 "));
-    EXPECT_EQ(ask("connect 30000"), "ok");
-    for (int i = 0; i < 5; ++i)
-        host.readPacket();
-    EXPECT_EQ(ask("text hi"), "ok");
-    EXPECT_EQ(host.readPacket(), "a00a0a02011a0052000003806869");
-    host.command(0x0A, 0x05, {1, 26, 0, 4, 0x80, 0, 1, 'z'});
-    EXPECT_EQ(ask("receive 30000"), "ok payload=7a");
-    EXPECT_EQ(ask("violations"), "ok count=0");
-    EXPECT_EQ(ask("wait disconnected 1"), "error it did not come");
-    EXPECT_EQ(ask("disconnect 0x0208"), "ok");
-    EXPECT_EQ(ask("wait disconnected"), "ok reason=520");
-    EXPECT_THAT(m_events, HasSubstr(" connected peer=\"A6:A5:A4:A3:A2:A1\""));
-}
 
 TEST_F(Program, RefusesBadCommandsWithAReason)
 {

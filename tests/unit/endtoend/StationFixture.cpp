@@ -28,25 +28,17 @@ void StationFixture::sendRequest(ByteSpan request)
     EXPECT_EQ(application().waitRequest(), Bytes(request.begin(), request.end()));
 }
 
-std::optional<Bytes> StationFixture::notification()
-{
-    auto next = phone.waitNotification();
-    while (next && *next == m_lastNotification)
-        next = phone.waitNotification();
-    if (next)
-        m_lastNotification = *next;
-    return next;
-}
-
 Bytes StationFixture::waitAnswer()
 {
     constexpr std::size_t kLengthBytes = 2;
     Bytes message;
     while (message.size() < kLengthBytes ||
            message.size() < kLengthBytes + static_cast<std::size_t>(message[0] << 8 | message[1])) {
-        const auto next = notification();
+        const auto next = phone.waitNotification();
         if (!next)
             return {};
+        if (std::exchange(m_lastNotification, *next) == *next)
+            continue;
         message.insert(message.end(), next->begin() + 1, next->end());
     }
     message.erase(message.begin(), message.begin() + kLengthBytes);

@@ -12,11 +12,9 @@ protected:
 
     /// Writes one frame of the phone and waits until the application has it.
     void sendRequest(endtoend::ByteSpan request);
-    /// The next notification. The station sends one again when the chip's response took longer than 10 ms,
-    /// which happens on a busy machine: repetitions are left out here.
-    std::optional<endtoend::Bytes> notification();
-    /// The payload of the next answer, put together from its notifications. Its length must be one that the
-    /// frame format carries well.
+    /// The payload of the next answer, put together from its notifications, of which a busy station sends
+    /// some again: a response of the chip that took longer than 10 ms is a lost one. The length must be one
+    /// that the frame format carries well.
     endtoend::Bytes waitAnswer();
     /// A request and its answer pass.
     void expectService();
