@@ -161,7 +161,9 @@ TEST_F(OwnedLine, EndsWhatIsInProgressWhenItIsLetGoAndIsLeftFree)
         pty.write(row.fromChip);
         std::thread activity(row.activity);
         EXPECT_TRUE(waitUntil([&] { return row.fillsTheLine ? isFull() : row.reached(pty); }));
+        StdoutCapture log;
         LineOwner::letGo();
+        EXPECT_FALSE(log.contains("<WARN >")) << "it ends by itself, not by the limit";
         EXPECT_EQ(openLines(), 0);
         EXPECT_FALSE(isExclusive());
         activity.join();
