@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs the long form of every endurance test and prints what each cost the machine.
 # usage: scripts/endurance.sh [PRESET [FILTER]]     (the release build and every test when nothing is given)
+# System runs the stops, crashes and watchdog of the whole service 50 times, and the silent chip at its real pace.
 # SingleFault strikes every byte of a session, at the pace of a real station, and prints a table of its own.
 # Chaos lasts 30 s a round; run it under a sanitizer: scripts/endurance.sh asan Chaos
 # A pair of figures is the one after the tenth round (half of the rounds below 20) and the one after the last.
@@ -34,6 +35,10 @@ for row in "${tests[@]}"; do
         ctest --test-dir "build/$preset" -R "endurance_test.*$name" --no-tests=error --output-on-failure \
         >"build/$preset/endurance-$name.log" 2>&1 || status=1
 done
+if [[ System =~ $filter ]]; then
+    cmake --build --preset "$preset" --target system_test && BRISCA_ROUNDS=50 ctest --test-dir "build/$preset" -L system \
+        -R 'Stop|FatalSignal|Watchdog|FallsSilent' -j "$(nproc)" >"build/$preset/endurance-System.log" 2>&1 || status=1
+fi
 format='%-44s %6s %6s %8s %9s %11s %9s %15s\n'
 # shellcheck disable=SC2059
 printf "$format" test rounds result repeated threads descriptors children 'resident kB'

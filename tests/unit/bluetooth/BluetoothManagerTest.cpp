@@ -15,10 +15,13 @@ class Recorder
 public:
     explicit Recorder(BluetoothManager& manager)
     {
-        record(manager, &BluetoothManager::newDeviceConnected, "newDeviceConnected");
-        record(manager, &BluetoothManager::deviceDisconnected, "deviceDisconnected");
-        record(manager, &BluetoothManager::communicationError, "communicationError");
-        record(manager, &BluetoothManager::bleIsStarted, "bleIsStarted");
+        for (const auto& [name, signal] :
+             Rows<void (BluetoothManager::*)()>{{"newDeviceConnected", &BluetoothManager::newDeviceConnected},
+                                                {"deviceDisconnected", &BluetoothManager::deviceDisconnected},
+                                                {"communicationError", &BluetoothManager::communicationError},
+                                                {"bleIsStarted", &BluetoothManager::bleIsStarted}})
+            QObject::connect(
+                &manager, signal, &m_context, [this, text = name] { take(text); }, Qt::DirectConnection);
     }
     [[nodiscard]] Names names() const
     {
@@ -46,11 +49,6 @@ public:
     }
 
 private:
-    void record(BluetoothManager& manager, void (BluetoothManager::*signal)(), const char* name)
-    {
-        QObject::connect(
-            &manager, signal, &m_context, [this, name] { take(name); }, Qt::DirectConnection);
-    }
     void take(const char* name)
     {
         std::unique_lock lock(m_mutex);
