@@ -179,6 +179,8 @@ TEST_F(Briscactl, MonitorsSignalsStatesAndAServiceThatGoes)
     std::istringstream lines(out());
     for (std::string line; std::getline(lines, line);)
         EXPECT_TRUE(object(line).contains("time"));
+    bus->kill(SIGKILL);
+    EXPECT_EQ(tool->waitEnd(kPatience), "exit 5");
 }
 
 TEST_F(Briscactl, ChecksALogConfigurationWithoutAService)

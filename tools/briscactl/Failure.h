@@ -2,7 +2,7 @@
 
 #include <QString>
 
-/// How the tool ends. The values are part of its interface: scripts of the fleet rely on them.
+/// How the tool ends. The values are part of its interface, see its manual.
 enum class Exit : int {
     Done = 0,
     Failed = 1,

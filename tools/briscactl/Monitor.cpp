@@ -23,11 +23,13 @@ public:
         m_timer.start(500ms);  // no signal tells a change of state
         look();
     }
-    /// Rethrows on the main thread what an answer has brought.
+    /// Throws, outside of Qt's event handling, what an answer has brought, and when the bus is gone.
     void throwFailure() const
     {
         if (m_error)
             m_station.fail(*m_error);
+        if (!m_station.bus().isConnected())
+            throw Failure{Exit::NoService, "the bus has gone"};
     }
 
 private:
