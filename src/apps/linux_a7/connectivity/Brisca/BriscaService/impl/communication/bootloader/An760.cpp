@@ -190,7 +190,6 @@ void An760::startUpload(const QString& filePath, std::unique_ptr<ImageFile> imag
     connect(worker, &FwUpdateWorker::finished, m_thread, &QThread::quit);
     connect(worker, &FwUpdateWorker::finished, worker, &FwUpdateWorker::deleteLater);
     connect(m_thread, &QThread::finished, m_thread, &QThread::deleteLater);
-    connect(worker, &FwUpdateWorker::finished, worker, [this] { m_workerDone.release(); });
     m_thread->start();
     if (!m_thread->isRunning()) {  // the system has no thread to give
         delete worker;
@@ -208,7 +207,6 @@ void An760::joinWorker()
     if (m_thread) {
         m_thread->quit();
         m_thread->wait();
-        (void)m_workerDone.try_acquire();  // the same order once more, where ThreadSanitizer can see it
         delete m_thread;  // its deleteLater() would need an event loop, which an ending service has no more
     }
     m_cancel.reset();

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <semaphore>
 
 class CancelEvent;
 class ImageFile;
@@ -88,5 +87,4 @@ private:
     UploadProgress m_progress;
     QPointer<QThread> m_thread;  // of the running upload; null when there is none
     std::unique_ptr<CancelEvent> m_cancel;
-    std::binary_semaphore m_workerDone{0};
 };
