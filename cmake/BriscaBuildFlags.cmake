@@ -12,7 +12,7 @@ if(BRISCA_CCACHE)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${BRISCA_CCACHE}")
 endif()
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Werror)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 # GCC's remarks for ARM on what it passed otherwise before its version 7: nothing so old is linked.
 add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")

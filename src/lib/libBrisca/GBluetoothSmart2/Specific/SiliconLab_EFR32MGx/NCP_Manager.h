@@ -13,6 +13,8 @@
 
 #include "GBS_Types.h"
 
+#include <cstdint>
+
 /// The connection of every command that takes one: the system serves one.
 constexpr std::uint8_t kConnection = 1;
 /// Value of the waiting task when nobody waits; only task ids below it can be woken by an event.

@@ -1,0 +1,3 @@
+// Both interfaces are C; this file compiles or does not.
+#include "GBSSlave.h"
+#include "GOS.h"
