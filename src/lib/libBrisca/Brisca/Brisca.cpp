@@ -29,6 +29,13 @@ void Task_GBS2App()
     s_callbacksRegistered.notify_all();
 }
 
+/// A boot event handled before its callback is known would leave the station silent.
+void Task_GBS2Event()
+{
+    s_callbacksRegistered.wait(false);  // ends as soon as "GBS2App", which is started with it, has run
+    EventPump::Task_GBS2Event();
+}
+
 struct TaskRow
 {
     const char* name;
@@ -37,7 +44,7 @@ struct TaskRow
 constexpr TaskRow kTasks[] = {
     {"BTP_Manager_Process", BTP_Manager_Process_Task},  // in the order of their GOS ids, from 0
     {"GBS2App", Task_GBS2App},
-    {"GBS2Event", EventPump::Task_GBS2Event},
+    {"GBS2Event", Task_GBS2Event},
     {"BTPtoCoAP", PipeTasks::Task_BTP_to_CoAP},
     {"CoAPtoBTP", PipeTasks::Task_Coap_to_BTP},
 };
@@ -48,9 +55,6 @@ void startTasks()
     for (const TaskRow& task : kTasks)
         GOS_CreateTask(task.name, task.entry, kMailboxSize);
     GOS_StartTasks();
-    // A boot event handled before its callback is known would leave the station silent. Ends as soon as
-    // "GBS2App" has run.
-    s_callbacksRegistered.wait(false);
 }
 }  // namespace
 
