@@ -38,7 +38,7 @@ constexpr Speed kSpeeds[] = {{300, B300},     {1200, B1200},   {2400, B2400},
                              {4800, B4800},   {9600, B9600},   {19200, B19200},
                              {38400, B38400}, {57600, B57600}, {115200, B115200}};
 
-// Counts the calls that may be using the descriptor.
+// Counts the calls that may be using the descriptor: a look at the line needs no turn (LineOwner.h).
 class Users
 {
 public:
