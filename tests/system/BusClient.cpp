@@ -15,19 +15,12 @@ std::string firstArgument(sd_bus_message* message)
         return "";
     const char* text = "";
     int number = 0;
-    switch (type) {
-        case 's':
-            sd_bus_message_read(message, "s", &text);
-            return text;
-        case 'b':
-            sd_bus_message_read(message, "b", &number);
-            return number != 0 ? "true" : "false";
-        case 'i':
-            sd_bus_message_read(message, "i", &number);
-            return std::to_string(number);
-        default:
-            return std::string("type ") + type;
+    if (type == 's') {
+        sd_bus_message_read(message, "s", &text);
+        return text;
     }
+    sd_bus_message_read(message, type == 'b' ? "b" : "i", &number);
+    return type != 'b' ? std::to_string(number) : number != 0 ? "true" : "false";
 }
 
 int takeSignal(sd_bus_message* message, void* signals, sd_bus_error*)

@@ -1,6 +1,8 @@
+#include "BluetoothManager.h"
 #include "IoEfr32Manager.h"
 #include "LinuxOutputPin.h"
 #include "Testing.h"
+#include "facade/LogFacade.h"
 
 #include <sys/time.h>
 
@@ -36,15 +38,18 @@ TEST(ResetLine, PulsesLowForOneHundredMillisecondsAlsoWhenSignalsArrive)
     EXPECT_GE(pin.times[1] - pin.times[0], 100ms);
 }
 
-TEST(ResetLine, LogsEachChangeOfAMissingPinAndGoesOn)
+TEST(ResetLine, LogsEachChangeOfAMissingPinAndTellsThatTheStackIsDownAllTheSame)
 {
-    const std::string line = "<ERROR> [LinuxOutputPin] Unable to access GPIO /nowhere/reset";
+    LogFacade::setLevel("BriscaService.comm.BluetoothManager", LogLevel::Debug);
     LinuxOutputPin pin("/nowhere/reset");
     IoEfr32Manager manager(pin);
     const StdoutCapture log;
-    manager.resetEfr32(true);
-    EXPECT_EQ(log.count(line), 1);
-    manager.resetEfr32(false);
-    EXPECT_EQ(log.count(line), 3);
+    for (const bool hold : {true, false}) {
+        BluetoothManager::instance().bleIsReady();
+        manager.resetEfr32(hold);
+        EXPECT_EQ(log.count("<ERROR> [LinuxOutputPin] Unable to access GPIO /nowhere/reset"), hold ? 1 : 3);
+        BluetoothManager::instance().stop();
+    }
+    EXPECT_FALSE(log.contains("Stop the BLE stack")) << "still believed to be started";
 }
 }  // namespace
