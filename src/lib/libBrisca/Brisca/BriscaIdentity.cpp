@@ -112,9 +112,9 @@ void Brisca::startAdvertising(unsigned short interval)
         BRISCA_ERROR(logNode, "Failed to update manufacturer specific data");
         return;
     }
-    // Endless, but for the chip that agrees, the line that is taken away for a reset and a phone that has come
-    // meanwhile: a chip of which only the response was lost advertises, and once connected refuses for ever.
-    // The event of that connection may be lost too, so now and then the chip is asked.
+    // Endless, but for the chip that agrees, the line that is taken away for a reset and a phone that has
+    // come meanwhile: a chip of which only the response was lost advertises, and once connected refuses for
+    // ever. The event of that connection may be lost too, so now and then the chip is asked.
     for (unsigned refusals = 1;; ++refusals) {
         const std::uint32_t result = GBSSlave_MakeDiscoverable(kDiscoverMode, interval);
         if (result == 1 || !GBSSlave_IsLineHeld() || link != GBSSlave_GetLinkNumber() ||
