@@ -30,7 +30,8 @@ void noteProgress();
 [[nodiscard]] std::chrono::milliseconds chipSilence();
 /// The silence of the chip that is reported: 30 s. Any thread.
 [[nodiscard]] std::chrono::milliseconds reportedSilence();
-/// Called on the event task when the chip has been silent for so long that it should be reset. Any thread.
+/// @param callback not null; called on the event task when the chip has been silent for so long that it
+///                 should be reset. Any thread.
 void setSilenceCallback(void (*callback)());
 
 /// Replaces the ten seconds after which the link is checked, for a test that cannot wait for them; what is

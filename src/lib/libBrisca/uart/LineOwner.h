@@ -12,8 +12,9 @@
 //   held       take()           work                stay unread   the boot event has no reader yet
 //   pumped     resumeEvents()   work                are handled   the stack runs
 //
-// take() leaves the handling of events as it is: an unclaimed line is pumped at once. The state is changed by
-// one thread, the one that resets the chip (the service's main thread), and read by any.
+// take() leaves the handling of events as it is: an unclaimed line is pumped at once. Until the terminal is
+// open, and when it cannot be opened, a line whose events are handled is unclaimed, any other let go. The
+// state is changed by one thread, the one that resets the chip (the service's main thread), and read by any.
 //
 // Locks of the stack, in the order in which they are taken. Whoever holds one takes only those below it:
 //
