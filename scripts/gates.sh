@@ -19,12 +19,13 @@ cmake --build --preset release --target bench_gates bench_start
 rm -rf "$out"
 mkdir -p "$out"
 
-# under TOOL SUBJECT OPTION...: the command for one run under valgrind.
+# under TOOL SUBJECT OPTION...: the command for one run under valgrind. It writes to a pipe, because the C library
+# sizes its buffer for a file by the file system.
 under() {
     local tool=$1 subject=$2
     shift 2
     env -i "PATH=$PATH" tests/support/sandbox.sh "${driver[@]}" valgrind -q --vgdb=no "--tool=$tool" \
-        "--$tool-out-file=$out/$subject.$tool" "$@" "${counted[@]}" >"$out/$subject.log" 2>&1 ||
+        "--$tool-out-file=$out/$subject.$tool" "$@" "${counted[@]}" |& cat >"$out/$subject.log" ||
         { cat "$out/$subject.log"; exit 1; }
 }
 
@@ -57,10 +58,12 @@ count() { # SUBJECT
     fi
     under callgrind "$subject" --compress-strings=no --compress-pos=no "${window[@]}"
     under massif "$subject" --peak-inaccuracy=0
+    [ -s "$out/$subject.callgrind.1" ] || { echo "gates: what $subject counts was never reached" >&2; exit 1; }
     echo "$subject $(profile "$program" "$out/$subject.callgrind.1") $(peak "$out/$subject.massif")"
 }
 
 subjects=$(awk -F'`' '/^\| `/ { print $2 }' "$kept")
+[ -n "$subjects" ] || { echo "gates: no table in $kept" >&2; exit 1; }
 for subject in $subjects; do count "$subject"; done >"$out/counts"
 
 if [ "${1:-}" = --update ]; then
