@@ -19,13 +19,18 @@ TEST(Clock, SubtractsTimesOfDay)
     }
 }
 
-TEST(Clock, TellsTheTimeOfDay)
+TEST(Clock, TellsTheTimeOfDayAndRefusesNullPointers)
 {
     GClock clock{};
     const auto before = static_cast<std::uint32_t>(std::time(nullptr));
     ASSERT_EQ(BTPGetTime(&clock), 1);
     EXPECT_GE(clock.seconds, before);
     EXPECT_LT(clock.milliseconds, 1000U);
+    const StdoutCapture output;
+    EXPECT_EQ(GClockGetTime(nullptr), 0);
+    EXPECT_EQ(GClockSubTime(&clock, nullptr, &clock), 0);
+    std::fflush(stdout);
+    EXPECT_EQ(output.text(), "[GClockGetTime] null pointer[GClockSubTime] null pointer\n");
 }
 
 }  // namespace

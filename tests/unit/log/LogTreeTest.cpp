@@ -32,4 +32,21 @@ TEST(LogTree, FindsNodesWithAndWithoutTheRootsName)
     }
 }
 
+TEST(LogTree, PrintsTheNodesBelowOneInPreOrder)
+{
+    LogFacade::setLevel("print.a.deep", LogLevel::Debug);
+    LogFacade::setLevel("print.b", LogLevel::Emerg);
+    StdoutCapture capture;
+    LogFacade::printTree("print");
+    std::string printed;
+    for (const std::string& line : capture.lines())
+        printed += line.substr(10) + "\n";
+    EXPECT_EQ(printed,
+              "LogNode.cpp              :0027: <NOTIC> [liblog] Current log configuration :\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a:NOTIC\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.a.deep:DEBUG\n"
+              "LogNode.cpp              :0029: <NOTIC> [liblog] GLOBAL.print.b:EMERG\n");
+    LogFacade::printTree("no.such.node");
+    EXPECT_EQ(capture.logLines().back(), "<ERROR> [liblog] Couldn't find node 'no.such.node'");
+}
 }  // namespace
