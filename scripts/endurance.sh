@@ -1,7 +1,8 @@
 #!/bin/bash
 # Runs the long form of every endurance test and prints what each cost the machine.
 # usage: scripts/endurance.sh [PRESET [FILTER]]     (the release build and every test when nothing is given)
-# System runs the stops, crashes and watchdog of the whole service 50 times, and the silent chip at its real pace.
+# System runs the stops and crashes of the whole service 50 times, and the watchdog of an upload and the silent chip
+# at their real pace; it prints no figures.
 # SingleFault strikes every byte of a session, at the pace of a real station, and prints a table of its own.
 # Chaos lasts 30 s a round; run it under a sanitizer: scripts/endurance.sh asan Chaos
 # A pair of figures is the one after the tenth round (half of the rounds below 20) and the one after the last.
