@@ -148,6 +148,7 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
 {
     LogFacade::setLevel("BriscaService.comm.xmodem", LogLevel::Debug);
     const std::size_t threads = threadCount();
+    const std::size_t descriptors = entriesOf("/proc/self/fd");
     for (const auto& [name, blocks, answer, stopped] : Rows<int, std::string, bool>{
              {"a receiver that never asks", 0, "", false},
              {"a receiver that does not answer", 1, "", false},
@@ -178,6 +179,7 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
         ::tcflow(line.slave(), TCOON);
         (void)line.readAvailable();
         EXPECT_TRUE(client->open()) << "a restart must work";
+        EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
     }
 }
 
