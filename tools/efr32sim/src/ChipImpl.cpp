@@ -149,10 +149,15 @@ void Chip::Impl::step()
 
 void Chip::Impl::hear()
 {
-    if (m_mode == Mode::Held || m_mode == Mode::Booting || silenced()) {
-        if (const std::size_t bytes = m_line.dropInput(); bytes > 0)
-            report(EventKind::Unheard, {{"bytes", number(bytes)}, {"mode", toString(m_mode)}});
-        return;
+    if (isDeaf()) {
+        // Counted before the reset line is read: the host sends after it has released the chip.
+        const std::size_t sent = m_line.waiting();
+        readResetLine();
+        if (isDeaf()) {
+            if (const std::size_t bytes = m_line.dropInput(sent); bytes > 0)
+                report(EventKind::Unheard, {{"bytes", number(bytes)}, {"mode", toString(m_mode)}});
+            return;
+        }
     }
     const Bytes bytes = m_line.receive(Clock::now());
     if (bytes.empty())

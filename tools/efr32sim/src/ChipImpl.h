@@ -88,6 +88,10 @@ private:
     void planMishap();
     void applyMishap(FaultPlan::Mishap mishap);
     void powerOn();
+    [[nodiscard]] bool isDeaf() const
+    {
+        return m_mode == Mode::Held || m_mode == Mode::Booting || silenced();
+    }
     [[nodiscard]] bool silenced() const { return Clock::now() < m_silentUntil; }
 
     Fd m_wake;

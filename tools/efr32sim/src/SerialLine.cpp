@@ -266,12 +266,13 @@ Bytes SerialLine::receive(Clock::time_point now)
     return bytes;
 }
 
-std::size_t SerialLine::dropInput()
+std::size_t SerialLine::dropInput(std::size_t limit)
 {
     std::array<std::uint8_t, kReadChunk> scratch{};
     std::size_t dropped = 0;
     ssize_t got = 0;
-    while (plugged() && (got = ::read(m_master.get(), scratch.data(), scratch.size())) > 0)
+    const auto rest = [&] { return std::min(limit - dropped, scratch.size()); };
+    while (plugged() && rest() > 0 && (got = ::read(m_master.get(), scratch.data(), rest())) > 0)
         dropped += static_cast<std::size_t>(got);
     m_rx = {};
     return dropped;

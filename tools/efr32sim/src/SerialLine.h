@@ -4,6 +4,7 @@
 #include "efr32sim/Event.h"
 #include "efr32sim/Types.h"
 
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <random>
@@ -60,8 +61,10 @@ public:
     /// When the last byte of the last receive() had arrived: on a paced line not the moment at which this
     /// program came to look, but that at which the byte was over. What the chip answers begins then.
     [[nodiscard]] Clock::time_point heardAt() const { return m_heardAt; }
-    /// Throws away what the host has sent and returns how many bytes that was.
-    std::size_t dropInput();
+    /// Bytes that the host has sent and nobody has read.
+    [[nodiscard]] std::size_t waiting() const;
+    /// Throws away what the host has sent, @p limit bytes at most, and returns how many that was.
+    std::size_t dropInput(std::size_t limit = SIZE_MAX);
     /// Moves bytes that are due into the pseudo-terminal.
     void transmit(Clock::time_point now);
 
@@ -90,7 +93,6 @@ private:
     [[nodiscard]] std::chrono::nanoseconds timeOf(std::int64_t bytes) const;
     [[nodiscard]] std::size_t due(Schedule& schedule, Clock::time_point now) const;
     void begin(Schedule& schedule, Clock::time_point now) const;
-    [[nodiscard]] std::size_t waiting() const;
     void readOpenClose();
     void reportMismatch(const char* direction, std::size_t bytes);
     void garble(Bytes& bytes);
