@@ -89,9 +89,12 @@ TEST_F(IdentityTest, AskingEndsWhenTheLineIsLetGo)
     ASSERT_TRUE(init());
     auto events = chip.follow();
     chip.inject(Fault{.kind = FaultKind::ErrorResponse, .count = 0, .command = kStartAdvertising});
+    const auto begin = std::chrono::steady_clock::now();
     std::thread eventTask([] { stack().startAdvertising(0); });
-    for (int asked = 0; asked < 3; ++asked)
+    for (int asked = 0; asked < 10; ++asked)
         EXPECT_TRUE(events.waitFor(EventKind::Command, isCommand(kStartAdvertising)));
+    // Three commands of 10 ms each time, and 20 ms between.
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 29 * 10ms + 9 * 20ms);
     EXPECT_TRUE(EventPump::silence()) << "a pump that asks again does not hang";
     GBSSlave_LetGoLine();
     events = chip.follow();
