@@ -58,4 +58,12 @@ TEST_F(Manager, TellsTheWriterOfARefusal)
     EXPECT_EQ(sent.size(), 3U) << "nothing for a phone that has gone";
 }
 
+TEST_F(Manager, SendsBackWhatTheLoopBackFinds)
+{
+    EXPECT_EQ(BTP_LoopBack(), 0);
+    receive(0x80, counting(5));
+    EXPECT_EQ(BTP_LoopBack(), 1);
+    ASSERT_EQ(sent.size(), 1U);
+    EXPECT_EQ(Bytes(sent[0].begin() + 1, sent[0].end()), counting(5));
+}
 }  // namespace

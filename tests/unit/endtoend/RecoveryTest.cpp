@@ -82,9 +82,13 @@ TEST_F(Recovery, AChipThatWasResetAloneIsBroughtBack)
     enter();
     expectService();
     EXPECT_EQ(m_boots, 1);
+    auto events = m_chip->follow();
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(events.waitFor(efr32sim::EventKind::Response));
     m_chip->setReset(false);
     m_chip->setReset(true);
     EXPECT_TRUE(logs(kReentry));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 2 * EventPump::reportedSilence());
     EXPECT_EQ(m_log.count(kSilence), 1);
     expectService();
     EXPECT_EQ(m_boots, 2);

@@ -120,7 +120,7 @@ struct Moment
 {
     const char* name;
     void (*activity)();                     // ends only because the line is let go
-    std::string fromChip;                   // what the chip had sent
+    std::string fromChip;                   // what the chip had sent, noise that the activity skips
     bool (*reached)(const Pty&) = nullptr;  // whether the activity has come to the moment
     bool fillsTheLine = false;
 };
@@ -154,11 +154,12 @@ void writeForEver()
 
 TEST_F(OwnedLine, EndsWhatIsInProgressWhenItIsLetGoAndIsLeftFree)
 {
-    for (const Moment& row : {Moment{"while an event is awaited", awaitEvent, "", nothingWaits},
+    for (const Moment& row : {Moment{"while an event is awaited", awaitEvent, "\xFF", nothingWaits},
                               {"while a command waits", sendCommand, "", commandArrived},
                               {"while a writer is held", writeForEver, "", nullptr, true}}) {
         SCOPED_TRACE(row.name);
         pty.write(row.fromChip);
+        EXPECT_TRUE(waitUntil([&] { return uartRxPeek() == std::ssize(row.fromChip); }));
         std::thread activity(row.activity);
         EXPECT_TRUE(waitUntil([&] { return row.fillsTheLine ? isFull() : row.reached(pty); }));
         StdoutCapture log;
