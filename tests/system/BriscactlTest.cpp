@@ -172,6 +172,11 @@ TEST_F(Briscactl, MonitorsSignalsStatesAndAServiceThatGoes)
              {[this] { client->send("startFirmwareApp"); }, R"("signal":"bleIsStarted")"},
              {[] {}, R"("state":"FIRMWARE")"},
              {[] {}, R"("status":"FIRMWARE: on the air as Voltra")"},
+             {[this] {
+                  chip.hangUp();
+                  client->send("BriscaRestart");
+              },
+              R"("status":"ERROR: the firmware could not be started")"},
              {[this] { service.reset(); }, R"("service":false)"}}) {
         action();
         EXPECT_TRUE(waitUntil([&line] { return out().find(line) != std::string::npos; })) << line;

@@ -137,7 +137,7 @@ TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
 TEST_F(Firmware, EndsItsApplicationWithAllItsProcesses)
 {
     // Two process groups of their own in the session.
-    installApplication("set -m\n$APPLICATION &\n$APPLICATION &\nwait\n");
+    installApplication("export APPLICATION\nexec bash -mc '$APPLICATION & $APPLICATION & wait'\n");
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
     const auto family = [] { return Process::running(APPLICATION_PROGRAM); };
     for (int round = 0; round < 3; ++round) {
