@@ -136,8 +136,8 @@ TEST_F(Firmware, IsRestartedDisabledAndEnabledEachTimeWithANewApplication)
 
 TEST_F(Firmware, EndsItsApplicationWithAllItsProcesses)
 {
-    // Two process groups of their own in the session.
-    installApplication("export APPLICATION\nexec bash -mc '$APPLICATION & $APPLICATION & wait'\n");
+    // Two process groups of their own in the session; a shell without a terminal makes none.
+    installApplication("for i in 1 2; do perl -e 'setpgrp; exec @ARGV' $APPLICATION & done\nwait\n");
     ASSERT_NO_FATAL_FAILURE(startIn("FIRMWARE"));
     const auto family = [] { return Process::running(APPLICATION_PROGRAM); };
     for (int round = 0; round < 3; ++round) {

@@ -39,7 +39,8 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     const Fault lostBoot{.kind = FaultKind::LostBoot};
     const Fault lostAnswer{.kind = FaultKind::LostResponse, .skip = 1, .command = CommandId{0x03, 0x0C}};
     const Fault refusals{.kind = FaultKind::ErrorResponse, .count = 25, .command = CommandId{0x03, 0x14}};
-    const Fault lostStarts{.kind = FaultKind::LostResponse, .count = 4, .command = CommandId{0x03, 0x14}};
+    const Fault lostStarts{
+        .kind = FaultKind::LostResponse, .count = 4, .skip = 25, .command = CommandId{0x03, 0x14}};
     const char* const end = "<NOTIC> [NCP_MANAGER] Event lost: no phone is connected any more";
     const char* const beginning = "<NOTIC> [NCP_MANAGER] Event lost: a phone is connected";
     const char* const silence = "<NOTIC> [Brisca] Neither advertising nor connected for 10 s";
