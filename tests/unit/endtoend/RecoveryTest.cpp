@@ -90,6 +90,7 @@ TEST_F(Recovery, AChipThatWasResetAloneIsBroughtBack)
     EXPECT_TRUE(logs(kReentry));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 2 * EventPump::reportedSilence());
     EXPECT_EQ(m_log.count(kSilence), 1);
+    EXPECT_THAT(m_log.text(), testing::ContainsRegex("nothing for [0-9]+ s, since 20[0-9-]+ [0-9:]+ UTC"));
     expectService();
     EXPECT_EQ(m_boots, 2);
     EXPECT_FALSE(BluetoothManager::instance().chipSilentSince());

@@ -70,12 +70,12 @@ struct EventCase
 
 // clang-format off
 const std::vector<EventCase> kEventCases = {
-    {"a boot stores both versions", "01 00", "02 01 0D 00 03 00 40 01 09 07 0B 01 05 00",
-     {"<DEBUG> Event: NCP boot up. version:258.13.3, build=320, bootloader=0X010B0709, hw=5"}, {}, "",
-     versions, "02 0D 03 01 0B 07"},
+    {"a boot stores both versions", "01 00", "82 01 8D 00 83 00 40 01 09 07 0B 01 05 00",
+     {"<DEBUG> Event: NCP boot up. version:386.141.131, build=320, bootloader=0X010B0709, hw=5"}, {}, "",
+     versions, "82 8D 83 01 0B 07"},
     {"a boot too short for its versions changes nothing", "01 00", "09 09 09 09 09 09 09 09 09 09 09",
      {"<WARN > Event: EventId=0X000100A0 has 11 bytes, needs 12. Ignored."}, {}, "",
-     versions, "02 0D 03 01 0B 07"},
+     versions, "82 8D 83 01 0B 07"},
     {"an opened connection", "08 00", "", {"<NOTIC> Event: Connect opened."}, {}, "", linkState, "4 linked"},
     {"a closed connection", "08 01", "16 02 01", {"<NOTIC> Event: Connect closed."}, {}, "", linkState, "1"},
     {"connection parameters", "08 02", "01 18 00 02 00 C8 00 01 FB 00"},

@@ -56,6 +56,7 @@ TEST_F(LogConfFile, SetsLevels)
             EXPECT_EQ(static_cast<int>(found->level()), level) << node;
         }
     }
+    EXPECT_FALSE(LogFacade::setLevel("DEBUG\n"));
     EXPECT_EQ(LogFacade::inst().findNode("DEBUG\n", -1), nullptr);
 }
 

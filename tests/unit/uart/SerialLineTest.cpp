@@ -89,6 +89,7 @@ TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
     std::thread chip([this] {
         pty.write("ab");
         EXPECT_TRUE(waitUntil([] { return uartRxPeek() == 0; })) << "the first piece was not taken";
+        std::this_thread::sleep_for(150ms);  // longer than one read waits
         pty.write("cde");
     });
     std::uint8_t bytes[4] = {};
