@@ -183,6 +183,19 @@ TEST_F(StuckUpload, IsEndedByTheCloseInEveryWait)
     }
 }
 
+TEST_F(StuckUpload, CancelsOnceWhereTheConsoleComesBack)
+{
+    begin();
+    line.write("C");
+    for (int block = 1; block <= 56; ++block) {
+        EXPECT_EQ(line.read(kPacketLength).size(), kPacketLength);
+        line.write(block < 56 ? "!" : "!BL >");
+    }
+    EXPECT_TRUE(waitForReports(1));
+    EXPECT_EQ(line.read(2), "\x18\x18");
+    EXPECT_EQ(line.readAvailable(), "");
+}
+
 TEST_F(StuckUpload, TheReportComesBeforeThePortIsClosedAndCannotStartAnother)
 {
     bool reported = false;
