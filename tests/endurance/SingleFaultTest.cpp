@@ -166,13 +166,18 @@ void Rig::visit(Milliseconds limit, bool stay)
         (void)events.waitFor(EventKind::ChipEvent, isRssi, limit);
 }
 
-/// The next phone repeats its request, as CoAP does, and connects again when it has lost its link.
+/// The next phone repeats its request, as CoAP does, and connects again when it has lost its link. A station
+/// that still sends is let finish: where responses come late it takes longer over an answer than the phone
+/// waits for one.
 bool Rig::nextIsServed(Clock::time_point deadline)
 {
     Phone phone(chip);
     while (Clock::now() < deadline) {
         if (phone.connect(std::chrono::ceil<Milliseconds>(deadline - Clock::now())) && ask(phone))
             return true;
+        auto events = chip.follow();
+        while (Clock::now() < deadline && events.waitFor(EventKind::Notification, {}, kAnswerPatience)) {
+        }
     }
     return false;
 }
