@@ -20,6 +20,7 @@ namespace {
     const int output = ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);  // as systemd starts programs
     for (const std::string& entry : environment)
         ::putenv(::strdup(entry.c_str()));
     std::vector<char*> arguments;

@@ -38,6 +38,7 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     const Fault cutBoot{.kind = FaultKind::CutPacket, .command = CommandId{0x01, 0x00}, .length = 21};
     const Fault lostBoot{.kind = FaultKind::LostBoot};
     const Fault lostAnswer{.kind = FaultKind::LostResponse, .skip = 1, .command = CommandId{0x03, 0x0C}};
+    // More than those behind which the chip is asked for a connection.
     const Fault refusals{.kind = FaultKind::ErrorResponse, .count = 25, .command = CommandId{0x03, 0x14}};
     const Fault lostStarts{
         .kind = FaultKind::LostResponse, .count = 4, .skip = 25, .command = CommandId{0x03, 0x14}};
@@ -52,8 +53,8 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
              {"the restart of a connected chip", kConnected, {lostBoot}, restarts, end, true},
              {"the restart of an advertising chip", kAdvertising, {lostBoot}, restarts, "", true},
              {"the answer to the advertising data", kConnected, {lostAnswer}, disconnects, silence, true},
-             {"the answers to a late start, and the next beginning", kConnected, {refusals, lostStarts, lostBeginning}, changes,
-              beginning, false}}) {
+             {"the answers to a late start, and the next beginning", kConnected,
+              {refusals, lostStarts, lostBeginning}, changes, beginning, false}}) {
         // clang-format on
         SCOPED_TRACE(name);
         const StdoutCapture log;

@@ -11,7 +11,7 @@
 #include <vector>
 
 /// The co-processor's line in memory, which the host uses while the object lives. A read of more than is
-/// there fails instead of waiting.
+/// there fails instead of waiting, and with it the test, where the host could have looked.
 class MemoryLine
 {
 public:
