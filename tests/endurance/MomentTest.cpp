@@ -6,7 +6,6 @@ using efr32sim::Bytes;
 using efr32sim::CommandId;
 using efr32sim::EventCursor;
 using efr32sim::EventKind;
-using efr32sim::Fault;
 using efr32sim::FaultKind;
 
 constexpr CommandId kStartAdvertising{0x03, 0x14};

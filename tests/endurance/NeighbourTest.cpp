@@ -4,7 +4,6 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 namespace {
 constexpr const char* kAnswers = "/tmp/ttyBleTx";
@@ -208,5 +207,4 @@ TEST_F(Surroundings, TwoClientsCallAtOnce)
     other.join();
     serveRounds();
 }
-
 }  // namespace

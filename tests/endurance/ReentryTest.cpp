@@ -4,7 +4,6 @@
 #include <random>
 
 namespace {
-using efr32sim::EventKind;
 
 class Reentry : public Endurance
 {

@@ -2,7 +2,6 @@
 #include "Station.h"
 
 namespace {
-using efr32sim::EventKind;
 
 struct Request
 {
@@ -129,5 +128,4 @@ TEST_F(Interface, IsCommandedAsDocumentedAfterEveryStart)
         (void)service->waitEnd(kPatience);
     }
 }
-
 }  // namespace

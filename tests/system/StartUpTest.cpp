@@ -107,5 +107,4 @@ TEST_F(StartUp, AnswersAShellWithoutTouchingTheStation)
     EXPECT_EQ(events.drain(EventKind::ResetLow), 0U);
     EXPECT_EQ(client->call("getBriscaState"), kBootloader);
 }
-
 }  // namespace

@@ -24,14 +24,6 @@ std::string writeFile(const std::string& path, const std::string& content)
     std::ofstream(path) << content;
     return path;
 }
-
-efr32sim::ChipOptions chipOptions()
-{
-    efr32sim::ChipOptions options;
-    options.ttyPath = "/dev/evse/tty_efr32";
-    options.resetPath = "/dev/evse/io_efr32_reset";
-    return options;
-}
 }  // namespace
 
 NotifySocket::NotifySocket() : m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
@@ -85,7 +77,7 @@ std::string NotifySocket::status()
     return m_status;
 }
 
-Station::Station() : chip(chipOptions())
+Station::Station() : chip({.ttyPath = "/dev/evse/tty_efr32", .resetPath = "/dev/evse/io_efr32_reset"})
 {
     writeFile("/evse/data/log.cfg", "GLOBAL : DEBUG\n");
     installApplication();

@@ -4,12 +4,6 @@
 namespace {
 using efr32sim::EventKind;
 
-/// Rounds of each case; the long form is asked for by the environment.
-int rounds()
-{
-    return setting("BRISCA_ROUNDS", 2);
-}
-
 struct Moment
 {
     const char* name;
@@ -45,15 +39,12 @@ protected:
 TEST_P(Stop, EndsWithStatusZeroInTimeAndLeavesNoChild)
 {
     SCOPED_TRACE(GetParam().name);
-    for (int round = 0; round < rounds(); ++round) {
+    for (int round = 0; round < setting("BRISCA_ROUNDS", 2); ++round) {
         efr32sim::Phone phone(chip);
         ASSERT_NO_FATAL_FAILURE(reach(phone));
         const auto before = mark();
-        const auto start = std::chrono::steady_clock::now();
         service->kill(round % 2 == 0 ? SIGTERM : SIGINT);
         ASSERT_EQ(service->waitEnd(kPatience), "exit 0");
-        RecordProperty("milliseconds", static_cast<int>((std::chrono::steady_clock::now() - start) /
-                                                        std::chrono::milliseconds(1)));
         EXPECT_TRUE(waitUntil([] { return Process::running(APPLICATION_PROGRAM).empty(); }));
         EXPECT_EQ(log().find("Service stopped", before) != std::string::npos, !GetParam().blocked);
         EXPECT_EQ(linesWith({"detected in brisca service", "ERROR: "}, before), std::vector<std::string>());
@@ -77,7 +68,7 @@ using StopDuringStartUp = Station;
 
 TEST_F(StopDuringStartUp, IsNotForgotten)
 {
-    for (int round = 0; round < rounds(); ++round) {
+    for (int round = 0; round < setting("BRISCA_ROUNDS", 2); ++round) {
         auto events = chip.follow();
         service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog);
         ASSERT_TRUE(events.waitFor(EventKind::ResetLow));

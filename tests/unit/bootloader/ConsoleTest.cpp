@@ -85,5 +85,4 @@ TEST_F(ClientFixture, TellsTheChipsInformationTextAsABusCanCarryIt)
     EXPECT_TRUE(client.getFirmwareVersion(version));
     EXPECT_EQ(version, QString::fromUtf8("version 2.3 \xC3\xBC\xEF\xBF\xBD\r\n\r\n1. upload\r\nBL >"));
 }
-
 }  // namespace

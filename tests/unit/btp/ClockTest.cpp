@@ -32,5 +32,4 @@ TEST(Clock, TellsTheTimeOfDayAndRefusesNullPointers)
     std::fflush(stdout);
     EXPECT_EQ(output.text(), "[GClockGetTime] null pointer[GClockSubTime] null pointer\n");
 }
-
 }  // namespace

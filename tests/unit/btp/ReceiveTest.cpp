@@ -179,5 +179,4 @@ TEST_F(Receive, FindsOfSeveralCompleteFramesThoseWhoseStampSurvivesTheSearch)
         EXPECT_EQ(read(BTP_RxBytesAvailable(), 1), expected);
     }
 }
-
 }  // namespace

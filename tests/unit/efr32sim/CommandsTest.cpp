@@ -179,5 +179,4 @@ TEST(Faults, HitTheirMomentOnceAndLeaveNothingBehind)
         EXPECT_EQ(events.drain(EventKind::Fault), 1U);
     }
 }
-
 }  // namespace

@@ -1,5 +1,4 @@
 #include "HostLine.h"
-#include "Process.h"
 
 using namespace efr32sim;
 

@@ -71,5 +71,4 @@ TEST_F(Requests, AreAllAnsweredInOrderAndUnaltered)
     }
     EXPECT_EQ(BTP_RxBytesAvailable(), 0U);
 }
-
 }  // namespace

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Station.h"
-#include "efr32sim/Fragments.h"
 
 /// A station whose application is the test itself, and a phone that has connected.
 class StationFixture : public testing::Test

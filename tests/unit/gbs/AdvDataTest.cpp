@@ -42,11 +42,6 @@ std::uint32_t localName(tGBS_ADTypeUsage usage, bool complete, const std::string
     return complete ? GBSSlave_ADTypeCompleteLocalName(usage) : GBSSlave_ADTypeShortenedLocalName(usage);
 }
 
-std::string text(std::string_view characters)
-{
-    return toHex(characters);
-}
-
 /// "FF FF" as the company identifier of this build is configured.
 std::string company()
 {
@@ -157,18 +152,18 @@ TEST_F(AdvData, BuildersWriteTheirStructuresUnderTheApiLock)
         {"generic data of 28 bytes", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 28, kPattern.data()),
          "1D 16 " + dataBytes(1, 28)},
         {"generic data that would end at byte 31", call(GBSSlave_AdTypeGenericData, kAdv, 0x16, 29, kPattern.data()), ""},
-        {"a name", call(localName, kAdv, true, "Voltra"), "07 09 " + text("Voltra")},
+        {"a name", call(localName, kAdv, true, "Voltra"), "07 09 " + toHex("Voltra")},
         {"a name of 29 bytes fills the payload", call(localName, kAdv, true, std::string(29, 'n')),
-         "1E 09 " + text(std::string(29, 'n'))},
+         "1E 09 " + toHex(std::string(29, 'n'))},
         {"a name of 30 bytes does not fit", call(localName, kAdv, true, std::string(30, 'n')), ""},
         {"a name of 31 bytes does not fit", call(localName, kAdv, true, std::string(31, 'n')), ""},
-        {"no name", call(localName, kAdv, true, ""), "0A 09 " + text("EFR32_NCP")},
-        {"a name of 65 bytes", call(localName, kAdv, true, std::string(65, 'n')), "0A 09 " + text("EFR32_NCP")},
+        {"no name", call(localName, kAdv, true, ""), "0A 09 " + toHex("EFR32_NCP")},
+        {"a name of 65 bytes", call(localName, kAdv, true, std::string(65, 'n')), "0A 09 " + toHex("EFR32_NCP")},
         {"a name of 64 bytes, shortened", call(localName, kAdv, false, std::string(64, 'n')),
-         "1E 08 " + text(std::string(29, 'n'))},
-        {"a short name, shortened", call(localName, kAdv, false, "Voltra"), "07 09 " + text("Voltra")},
+         "1E 08 " + toHex(std::string(29, 'n'))},
+        {"a short name, shortened", call(localName, kAdv, false, "Voltra"), "07 09 " + toHex("Voltra")},
         {"a shortened name behind 28 bytes", [] { return fill(kAdv, 28) & localName(kAdv, false, "Voltra"); },
-         "1B 03" + toHex(std::string(26, '\0')).insert(0, " ") + " 02 08 " + text("V")},
+         "1B 03" + toHex(std::string(26, '\0')).insert(0, " ") + " 02 08 " + toHex("V")},
         {"manufacturer data", call(manufacturer, kAdv, 6, 0x80), "0D" + head + "01 00 01 02 03 04 05 06"},
         {"manufacturer data with the extra byte", call(manufacturer, kAdv, 1, 0x40), "09" + head + "01 40 EE 01"},
         {"manufacturer data that fills the payload", call(manufacturer, kAdv, 23, 0),

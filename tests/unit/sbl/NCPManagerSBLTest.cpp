@@ -19,7 +19,7 @@ Bytes makeImage(std::size_t size)
 class SerialBootloader : public testing::Test
 {
 protected:
-    SerialBootloader() : chip(options())
+    SerialBootloader()
     {
         chip.start();
         auto events = chip.followFromStart();
@@ -32,16 +32,10 @@ protected:
             std::puts(chip.events().dump().c_str());
         LineOwner::letGo();
     }
-    static efr32sim::ChipOptions options()
-    {
-        efr32sim::ChipOptions result;
-        result.powerOn = efr32sim::Mode::Firmware;
-        result.checkLine = false;  // this path keeps the co-processor's line settings in the bootloader
-        result.bootDelay = efr32sim::Milliseconds(0);
-        return result;
-    }
 
-    efr32sim::Chip chip;
+    // This path keeps the co-processor's line settings in the bootloader.
+    efr32sim::Chip chip{
+        {.checkLine = false, .powerOn = efr32sim::Mode::Firmware, .bootDelay = efr32sim::Milliseconds(0)}};
 };
 
 TEST_F(SerialBootloader, TakesImagesAndStartsThem)

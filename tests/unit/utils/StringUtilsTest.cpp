@@ -4,16 +4,13 @@
 namespace {
 TEST(StringUtils, SplitsAtRunsOfOneCharacter)
 {
-    struct Row
-    {
-        const char* text;
-        std::vector<std::string> pieces;
-    };
-    const Row rows[] = {
-        {"a,b,c", {"a", "b", "c"}},   {",,a,,,b,", {"a", "b"}}, {"whole", {"whole"}}, {",,,", {}}, {"", {}},
-        {"one, two", {"one", " two"}}};
-    for (const Row& row : rows)
-        EXPECT_EQ(StringUtils::split(row.text, ','), row.pieces) << row.text;
+    for (const auto& [text, pieces] : Rows<std::vector<std::string>>{{"a,b,c", {"a", "b", "c"}},
+                                                                     {",,a,,,b,", {"a", "b"}},
+                                                                     {"whole", {"whole"}},
+                                                                     {",,,", {}},
+                                                                     {"", {}},
+                                                                     {"one, two", {"one", " two"}}})
+        EXPECT_EQ(StringUtils::split(text, ','), pieces) << text;
 }
 
 TEST(StringUtils, JoinsWithExactlyOneSlash)
