@@ -75,7 +75,8 @@ Health healthInFirmware(Station& station, QString status)
     (void)Station::waitUntil(
         [&] {
             status = station.unit().statusText().value_or(status);
-            return !status.startsWith(kOffAir);
+            // The service tells a change up to a quarter of a second later.
+            return status.startsWith(name(FIRMWARE)) && !status.startsWith(kOffAir);
         },
         QDeadlineTimer(kAdvertisingLimit));
     if (status.startsWith(kSilent) || status.startsWith(kOffAir))
@@ -91,7 +92,7 @@ Health health(Station& station, BriscaState state, const QString& status)
         case FIRMWARE:
             return healthInFirmware(station, status);
         case DISABLED:
-            return {Exit::Done, status};  // somebody wants it so
+            return {Exit::Done, name(state)};  // somebody wants it so
         case BOOTLOADER:
             if (status.startsWith(kUpdating))
                 return {Exit::Done, status};
