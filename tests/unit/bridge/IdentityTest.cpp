@@ -68,8 +68,8 @@ TEST_F(IdentityTest, TheAddressIsTextWithItsMostSignificantByteFirstOrUnknown)
     EXPECT_EQ(stack().getBLEAddress(), QString());
     EXPECT_TRUE(capture.contains("<ERROR> [Brisca] Failed to get BLE address"));
     stack().startAdvertising(0);
+    ASSERT_TRUE(waitUntil([this] { return chip.air().advertisingData.size() == 17U; }));
     const Bytes data = chip.air().advertisingData;
-    ASSERT_EQ(data.size(), 17U);
     EXPECT_EQ(Bytes(data.begin() + 11, data.end()), Bytes(6, 0)) << "advertised as zero";
 }
 
