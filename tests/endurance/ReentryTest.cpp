@@ -4,7 +4,6 @@
 #include <random>
 
 namespace {
-
 class Reentry : public Endurance
 {
 protected:
