@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstring>
 #include <iostream>
 
 namespace {
@@ -18,6 +17,9 @@ constexpr const char* kBusConfiguration = R"(<busconfig>
   </policy>
 </busconfig>)";
 constexpr std::size_t kLevelColumn = 42;
+constexpr std::string_view kDrained = "DRAINED";
+constexpr sockaddr_un kNotifyAddress = {AF_UNIX, "/tmp/notify"};
+const auto* const kNotifyName = reinterpret_cast<const sockaddr*>(&kNotifyAddress);
 
 std::string writeFile(const std::string& path, const std::string& content)
 {
@@ -28,10 +30,7 @@ std::string writeFile(const std::string& path, const std::string& content)
 
 NotifySocket::NotifySocket() : m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, kPath);
-    if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    if (::bind(m_socket.get(), kNotifyName, sizeof kNotifyAddress) != 0)
         throw std::runtime_error("no notification socket");
     m_reader = std::jthread([this](const std::stop_token& stop) { read(stop); });
 }
@@ -67,8 +66,11 @@ std::string NotifySocket::wait(std::chrono::milliseconds limit)
 
 void NotifySocket::drain()
 {
-    while (!wait(std::chrono::milliseconds(0)).empty()) {
-    }
+    // Behind everything that the socket still holds.
+    if (::sendto(m_socket.get(), kDrained.data(), kDrained.size(), 0, kNotifyName, sizeof kNotifyAddress) < 0)
+        throw std::runtime_error("the notification socket takes nothing");
+    for (std::string left = wait(); !left.empty() && left != kDrained;)
+        left = wait();
 }
 
 std::string NotifySocket::status()
@@ -124,7 +126,7 @@ void Station::startBus()
 
 Process::Environment Station::notified()
 {
-    return {std::string("NOTIFY_SOCKET=") + NotifySocket::kPath};
+    return {std::string("NOTIFY_SOCKET=") + kNotifyAddress.sun_path};
 }
 
 void Station::startService(const Process::Environment& environment)

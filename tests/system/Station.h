@@ -15,8 +15,6 @@
 class NotifySocket
 {
 public:
-    static constexpr const char* kPath = "/tmp/notify";
-
     NotifySocket();
     /// The next notification that is no status; "" when none came in time.
     [[nodiscard]] std::string wait(std::chrono::milliseconds limit = std::chrono::seconds(60));
