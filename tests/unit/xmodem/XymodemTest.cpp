@@ -8,6 +8,7 @@ using testsupport::content;
 
 constexpr char kAck = '\x06';
 constexpr char kNak = '\x15';
+constexpr char kEnded = '.';
 constexpr std::size_t kPacketLength = 133;
 
 /// The packet that carries block @p index (from 0) of an image.
@@ -35,20 +36,16 @@ protected:
     void start(const std::string& path, bool waitForReceiver = true)
     {
         sender = std::async(std::launch::async, [this, path, waitForReceiver] {
-            return xymodem_send(line.slave(), path.c_str(), waitForReceiver);
+            const int result = xymodem_send(line.slave(), path.c_str(), waitForReceiver);
+            (void)!::write(line.slave(), &kEnded, 1);  // the same way, behind all that was sent
+            return result;
         });
     }
     /// The next packet or single byte of the sender; empty when it has ended.
     [[nodiscard]] std::string receive()
     {
-        std::string bytes;
-        while (bytes.empty()) {
-            const bool ended = sender.wait_for(0s) == std::future_status::ready;
-            bytes = line.read(1, 10ms);
-            if (bytes.empty() && ended)
-                return bytes;
-        }
-        return bytes == "\x01" ? bytes + line.read(kPacketLength - 1) : bytes;
+        const std::string byte = line.read(1);
+        return byte == "\x01" ? byte + line.read(kPacketLength - 1) : byte[0] == kEnded ? "" : byte;
     }
     /// Answers each packet with the next byte of @p answers, and with ACK when they are used up.
     [[nodiscard]] std::vector<std::string> play(const std::string& opening, const std::string& answers)
