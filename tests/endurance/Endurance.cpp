@@ -35,7 +35,7 @@ Footprint Footprint::of(const Process& process)
 
 bool Footprint::isWithin(const Footprint& other) const
 {
-    return threads <= other.threads && descriptors <= other.descriptors && children <= other.children;
+    return threads == other.threads && descriptors <= other.descriptors && children == other.children;
 }
 
 Endurance::Endurance()

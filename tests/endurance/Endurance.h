@@ -14,7 +14,7 @@ struct Footprint
     long residentKb = 0;
 
     static Footprint of(const Process& process);
-    /// No more of anything than @p other, memory aside.
+    /// The same threads and children as @p other, and no more descriptors.
     [[nodiscard]] bool isWithin(const Footprint& other) const;
 };
 
