@@ -37,14 +37,14 @@ TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
     EXPECT_TRUE(waitLog("runs with coap+ser://tmp/EV3"))
         << "the application's output goes to the service's own";
     efr32sim::Phone phone(chip);
-    const auto isDescribed = [&] {
-        return phone.scan() &&
-               chip.air().advertisingData == efr32sim::Bytes{0x02, 0x01, 0x05, 0x0D, 0xFF, 0xFF,
-                                                             0xFF, 0xF4, 0x4C, 0x01, 0x00, 0x01,
-                                                             0x02, 0x03, 0x04, 0x05, 0x06} &&
-               chip.air().scanResponse == efr32sim::Bytes{0x07, 0x09, 'V', 'o', 'l', 't', 'r', 'a'};
-    };
-    const bool describedAtOnce = isDescribed();
+    ASSERT_TRUE(phone.scan());
+    const efr32sim::Bytes identity = {0x02, 0x01, 0x05, 0x0D, 0xFF, 0xFF, 0xFF, 0xF4, 0x4C,
+                                      0x01, 0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06};
+    const efr32sim::Bytes onAir = chip.air().advertisingData;
+    ASSERT_EQ(onAir.size(), identity.size());
+    EXPECT_EQ(efr32sim::Bytes(onAir.begin(), onAir.end() - 6),
+              efr32sim::Bytes(identity.begin(), identity.end() - 6));
+    EXPECT_EQ(chip.air().scanResponse, (efr32sim::Bytes{0x07, 0x09, 'V', 'o', 'l', 't', 'r', 'a'}));
     ASSERT_TRUE(phone.connect());
     EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
     // A response that a busy machine delays leaves zeroes in place of the address until advertising starts
@@ -53,13 +53,13 @@ TEST_F(Firmware, IsEnteredStepByStepAndServesAPhone)
     for (int attempt = 0; attempt < 5 && !answer; ++attempt) {
         ASSERT_TRUE(phone.writeMessage("hello"));
         answer = phone.waitMessage(std::chrono::seconds(3));
-        EXPECT_TRUE(!answer || attempt > 0 || phone.violations().empty());
     }
     ASSERT_TRUE(answer);
     EXPECT_EQ(std::string(answer->begin(), answer->end()), "echo:hello");
+    EXPECT_TRUE(phone.violations().empty() || log().find("NO response.") != std::string::npos);
     phone.disconnect();
     EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
-    EXPECT_TRUE(describedAtOnce || waitUntil(isDescribed));
+    EXPECT_TRUE(onAir == identity || waitUntil([&] { return chip.air().advertisingData == identity; }));
 }
 
 TEST_F(Firmware, TellsAShortConnectionInOrder)
@@ -81,7 +81,10 @@ TEST_F(Firmware, TellsAShortConnectionInOrder)
 TEST_F(Firmware, ServesOperatorsAndPhonesWhenTheLastByteOfAnEventIsLost)
 {
     startService();
-    chip.inject({.kind = FaultKind::CutPacket, .command = CommandId{0x01, 0x00}, .length = 21});
+    chip.inject({.kind = FaultKind::CutPacket,
+                 .command = CommandId{0x01, 0x00},
+                 .type = efr32sim::PacketType::Event,
+                 .length = 17});
     client->send("startFirmwareApp");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
     efr32sim::Phone phone(chip);

@@ -35,9 +35,13 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
         EXPECT_TRUE(waitUntil([this] { return !phone.connected(); }));
     };
     const Fault lostBeginning{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x00}};
-    const Fault cutBoot{.kind = FaultKind::CutPacket, .command = CommandId{0x01, 0x00}, .length = 21};
+    const Fault cutBoot{.kind = FaultKind::CutPacket,
+                        .command = CommandId{0x01, 0x00},
+                        .type = efr32sim::PacketType::Event,
+                        .length = 17};
     const Fault lostBoot{.kind = FaultKind::LostBoot};
-    const Fault lostAnswer{.kind = FaultKind::LostResponse, .skip = 1, .command = CommandId{0x03, 0x0C}};
+    // The scan response's, too: late, it would be taken for that of the advertising data.
+    const Fault lostAnswer{.kind = FaultKind::LostResponse, .count = 2, .command = CommandId{0x03, 0x0C}};
     // More than those behind which the chip is asked for a connection.
     const Fault refusals{.kind = FaultKind::ErrorResponse, .count = 25, .command = CommandId{0x03, 0x14}};
     const Fault lostStarts{
