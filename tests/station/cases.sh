@@ -233,7 +233,7 @@ reset_lines() {
     uevent add $kResetTty
     printf '\033c' >/dev/$kResetTty
     systemctl restart --no-block brisca
-    check "a device as reset line is pulsed" within 20 says ^01 head -c 2 $kResetScreen
+    check "a device as reset line is pulsed" within 20 says 01 head -c 8 $kResetScreen
     systemctl stop brisca
     uevent remove $kResetTty
     mount -t tmpfs station $power
