@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <termios.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
@@ -45,7 +46,7 @@ std::string readFrom(int fd, std::size_t count, std::chrono::milliseconds limit)
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd entry = {fd, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+        if (::poll(&entry, 1, std::max(0, static_cast<int>(left.count()))) <= 0)
             break;
         char buffer[4096];
         const ssize_t got = ::read(fd, buffer, std::min(sizeof buffer, count - result.size()));

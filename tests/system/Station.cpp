@@ -131,6 +131,7 @@ Process::Environment Station::notified()
 
 void Station::startService(const Process::Environment& environment)
 {
+    notify.drain();
     Process::Environment all = notified();
     all.insert(all.end(), environment.begin(), environment.end());
     service = std::make_unique<Process>(std::vector<std::string>{SERVICE_PROGRAM}, kLog, all);

@@ -47,7 +47,7 @@ int openSocket(const char* path)
                                                                                                 : -1;
 }
 
-void takeNotification(int descriptor, std::string& status)
+bool takeNotification(int descriptor, std::string& status)
 {
     constexpr const char* kStatus = "STATUS=";
     char text[1024];
@@ -55,6 +55,7 @@ void takeNotification(int descriptor, std::string& status)
     const std::string told(text, length > 0 ? static_cast<std::size_t>(length) : 0);
     if (told.rfind(kStatus, 0) == 0)
         status = told.substr(std::strlen(kStatus));
+    return length > 0;
 }
 
 int serve(sd_bus* bus, int descriptor, std::string& status)
@@ -63,10 +64,10 @@ int serve(sd_bus* bus, int descriptor, std::string& status)
         pollfd entries[] = {{descriptor, POLLIN, 0}, {sd_bus_get_fd(bus), POLLIN, 0}};
         if (::poll(entries, 2, -1) < 0 || (entries[1].revents & (POLLHUP | POLLERR)) != 0)
             return 1;
-        if (entries[0].revents != 0)
-            takeNotification(descriptor, status);
-        while (sd_bus_process(bus, nullptr) > 0) {
-        }
+        do {  // whoever asks on the bus is told the latest status
+            while (takeNotification(descriptor, status)) {
+            }
+        } while (sd_bus_process(bus, nullptr) > 0);
     }
 }
 }  // namespace

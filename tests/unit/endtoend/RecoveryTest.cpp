@@ -110,7 +110,7 @@ TEST_F(Recovery, AChipThatCannotBeBroughtBackIsLeftToACommander)
 
 TEST_F(Recovery, AChipThatBootsBeforeTheLineIsOpenIsServedAndAnnounced)
 {
-    enter(endtoend::Milliseconds(50));
+    enter(endtoend::Milliseconds(0));
     EXPECT_TRUE(logs("<NOTIC> [NCP_MANAGER] Event lost: the chip has booted"));
     expectService();
     EXPECT_EQ(m_boots, 1);

@@ -1,6 +1,7 @@
 // From the phone to the application, and whole exchanges.
 
 #include "BTP_Core.h"
+#include "GBSSlave.h"
 #include "GOS.h"
 #include "StationFixture.h"
 
@@ -24,6 +25,8 @@ TEST_F(Requests, OfABurstBeforeARestartDoNotReachTheNewApplication)
 {
     static bool first = true;
     ASSERT_TRUE(std::exchange(first, false));
+    ASSERT_TRUE(waitUntil([] { return GBSSlave_PeekState() == GBS_LINK_CONNECTED; }))
+        << "the start of advertising, which takes the lock when it is repeated, is over by then";
     // The manager task looks at the link before it wakes the reader, and that takes the facade's lock.
     GOS_WaitForSemaphore(GBS_API_SEMAPHORE_ID);
     for (unsigned number = 0; number < 4; ++number)

@@ -2,6 +2,7 @@
 #include "Testing.h"
 #include "uart_posix.h"
 
+#include <poll.h>
 #include <termios.h>
 
 namespace {
@@ -83,6 +84,8 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
 TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
 {
     pty.write("stale text of the bootloader, 45 bytes long..");
+    pollfd arrival = {pty.slave(), POLLIN, 0};
+    ASSERT_EQ(::poll(&arrival, 1, -1), 1);
     open();
     EXPECT_EQ(uartRxPeek(), 0);
 
