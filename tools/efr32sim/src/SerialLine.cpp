@@ -245,7 +245,7 @@ Bytes SerialLine::receive(Clock::time_point now)
         const std::size_t available = waiting();
         if (available > 0 && !m_rx.running)
             begin(m_rx, now);
-        limit = std::min(due(m_rx, now), available);
+        limit = m_rx.running ? std::min(due(m_rx, now), available) : 0;
         m_rx.running = available > limit;
     }
     Bytes bytes(limit);
