@@ -87,10 +87,14 @@ TEST_F(Firmware, ServesOperatorsAndPhonesWhenTheLastByteOfAnEventIsLost)
                  .length = 17});
     client->send("startFirmwareApp");
     EXPECT_EQ(client->waitSignal(), "bleIsStarted");
+    EXPECT_TRUE(waitLog("Event: NCP boot up.")) << "made up for, not received";
     efr32sim::Phone phone(chip);
     ASSERT_TRUE(phone.connect());
     EXPECT_EQ(client->waitSignal(), "btDeviceConnected");
-    chip.inject({.kind = FaultKind::CutPacket, .command = CommandId{0x08, 0x01}, .length = 6});
+    chip.inject({.kind = FaultKind::CutPacket,
+                 .command = CommandId{0x08, 0x01},
+                 .type = efr32sim::PacketType::Event,
+                 .length = 6});
     phone.disconnect();
     EXPECT_EQ(client->waitSignal(), "btDeviceDisconnected");
     // A busy machine loses a response now and then, too.

@@ -35,10 +35,6 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
         EXPECT_TRUE(waitUntil([this] { return !phone.connected(); }));
     };
     const Fault lostBeginning{.kind = FaultKind::LostEvent, .command = CommandId{0x08, 0x00}};
-    const Fault cutBoot{.kind = FaultKind::CutPacket,
-                        .command = CommandId{0x01, 0x00},
-                        .type = efr32sim::PacketType::Event,
-                        .length = 17};
     const Fault lostBoot{.kind = FaultKind::LostBoot};
     // The scan response's, too: late, it would be taken for that of the advertising data.
     const Fault lostAnswer{.kind = FaultKind::LostResponse, .count = 2, .command = CommandId{0x03, 0x0C}};
@@ -53,7 +49,6 @@ TEST_F(SelfHealing, AStationServesItsPhoneAfterThisWasLost)
     // clang-format off
     for (const auto& [name, before, faults, deed, line, mayBeARestart] :
          Rows<int, Faults, std::function<void()>, std::string, bool>{
-             {"the last byte of a restart", kConnected, {cutBoot}, restarts, "", true},
              {"the restart of a connected chip", kConnected, {lostBoot}, restarts, end, true},
              {"the restart of an advertising chip", kAdvertising, {lostBoot}, restarts, "", true},
              {"the answer to the advertising data", kConnected, {lostAnswer}, disconnects, silence, true},
