@@ -231,9 +231,10 @@ reset_lines() {
     systemctl start --no-block brisca
     [ -e $kResetScreen ] || mknod $kResetScreen c 7 "${kResetTty#tty}"
     uevent add $kResetTty
+    systemctl stop brisca
     printf '\033c' >/dev/$kResetTty
-    systemctl restart --no-block brisca
-    check "a device as reset line is pulsed" within 20 says 01 head -c 8 $kResetScreen
+    systemctl start --no-block brisca
+    check "a device as reset line is pulsed" within 20 says ^01 head -c 2 $kResetScreen
     systemctl stop brisca
     uevent remove $kResetTty
     mount -t tmpfs station $power
