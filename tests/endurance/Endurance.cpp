@@ -94,7 +94,7 @@ void Endurance::endRound(int round)
     if (round + 1 != settled && round + 1 != m_rounds)
         return;
     m_footprints.push_back(Footprint::of(*service));
-    // A notification of systemd opens a socket for as long as it takes.
+    // A notification to systemd opens a socket for as long as it takes.
     (void)waitUntil(
         [this] { return (m_footprints.back() = Footprint::of(*service)).isWithin(m_footprints.front()); });
 }

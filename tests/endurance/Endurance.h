@@ -19,9 +19,10 @@ struct Footprint
 };
 
 /// Many rounds of the same on one station. The rounds of the short form are the test's own, those of the long
-/// form come from the environment (BRISCA_ENDURANCE_ROUNDS). At the end the station must cost no more than it
-/// cost after the tenth round (after half of the rounds when they are fewer than 20), and neither
-/// conversation of the serial line may have leaked into the other.
+/// form come from the environment (BRISCA_ENDURANCE_ROUNDS). At the end the station must have the threads and
+/// children that it had after the tenth round (after half of the rounds when they are fewer than 20), no more
+/// descriptors and little more memory, and neither conversation of the serial line may have leaked into the
+/// other.
 class Endurance : public Station
 {
 protected:

@@ -8,7 +8,7 @@
 
 namespace testsupport {
 void writeTo(int fd, std::string_view bytes);
-/// Reads until @p count bytes came or @p limit passed; returns what came.
+/// Reads until @p count bytes came, or nothing waits and @p limit has passed; returns what came.
 [[nodiscard]] std::string readFrom(int fd, std::size_t count, std::chrono::milliseconds limit);
 
 /// A pseudo-terminal: the test plays the chip on the master side, the code under test opens slavePath().
