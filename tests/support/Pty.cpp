@@ -64,6 +64,12 @@ std::string Pty::readAvailable() const
     return read(1 << 20, std::chrono::milliseconds(1));
 }
 
+bool Pty::hasArrived() const
+{
+    pollfd arrival = {slave(), POLLIN, 0};
+    return ::poll(&arrival, 1, 30'000) == 1;
+}
+
 void Pty::hangUp()
 {
     m_master.reset();

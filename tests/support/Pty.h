@@ -31,6 +31,8 @@ public:
     }
     /// Reads what is waiting now, without blocking.
     [[nodiscard]] std::string readAvailable() const;
+    /// Waits until something that was written lies before the code under test.
+    [[nodiscard]] bool hasArrived() const;
     /// Hangs the line up: the slave side sees end of file from now on.
     void hangUp();
 

@@ -2,7 +2,6 @@
 #include "Testing.h"
 #include "facade/LogFacade.h"
 
-#include <poll.h>
 #include <sys/resource.h>
 
 namespace {
@@ -59,8 +58,7 @@ TEST_F(SerialPortOnALine, OpensWithTheConsolesSettingsWhateverTheLineHadBefore)
     dirty.c_cflag |= CRTSCTS | CSTOPB | HUPCL;
     ASSERT_EQ(::tcsetattr(line.master(), TCSANOW, &dirty), 0);
     line.write("old bytes\n");
-    pollfd oldBytes = {line.slave(), POLLIN, 0};
-    ASSERT_EQ(::poll(&oldBytes, 1, -1), 1);
+    ASSERT_TRUE(line.hasArrived());
 
     EXPECT_TRUE(port.openDevice());
     const termios now = settingsInForce();

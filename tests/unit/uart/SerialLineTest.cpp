@@ -2,7 +2,6 @@
 #include "Testing.h"
 #include "uart_posix.h"
 
-#include <poll.h>
 #include <termios.h>
 
 namespace {
@@ -84,8 +83,7 @@ TEST_F(SerialLine, IsLoggedAndGoneWhenItCannotBeOpened)
 TEST_F(SerialLine, DropsStaleInputAndReadsWhatComesInPieces)
 {
     pty.write("stale text of the bootloader, 45 bytes long..");
-    pollfd arrival = {pty.slave(), POLLIN, 0};
-    ASSERT_EQ(::poll(&arrival, 1, -1), 1);
+    ASSERT_TRUE(pty.hasArrived());
     open();
     EXPECT_EQ(uartRxPeek(), 0);
 
